@@ -1,0 +1,67 @@
+#pragma once
+
+#include "AppSettings.h"
+#include "LinkState.h"
+#include "LinkTrace.h"
+
+#include <QString>
+#include <functional>
+#include <memory>
+
+class Clock;
+class LinkChannel;
+class Messenger;
+class SharedDatabase;
+
+// What the whole program shares: the database handle, the settings copy, the
+// login target, the link state and the one link to the terminal, plus the
+// seams (messages, clock) that differ between the desktop program, the
+// command-line tool and the tests. Created once and handed to every screen
+// and session.
+class AppContext
+{
+public:
+    AppContext(SharedDatabase& db, Messenger& messenger, Clock& clock);
+    ~AppContext();
+    AppContext(const AppContext&) = delete;
+    AppContext& operator=(const AppContext&) = delete;
+
+    SharedDatabase& db() { return m_db; }
+    Messenger& messenger() { return m_messenger; }
+    Clock& clock() { return m_clock; }
+
+    AppSettings settings;     // AppSettings
+    bool LoginTarget = false; // false: configuration, true: folder selection
+    bool LoginPassed = false;
+    LinkState link;
+
+    // The folder holding the database, DownLoadData, BackupData and ports.ini.
+    QString dataDir;
+    // A device named on the command line, used instead of the Comm Port.
+    QString portOverride;
+
+    // Starts writing the link trace; false with a reason on failure.
+    bool startTrace(const QString& path, QString* error);
+    LinkTrace* trace() { return m_trace.isOpen() ? &m_trace : nullptr; }
+
+    // The device the configured Comm Port (or --port) means.
+    QString portDevice() const;
+
+    // The one link to the terminal (a serial port unless a test put in its
+    // own). openCommPort() closes it if open and opens it on the current
+    // device; false with a message naming the device and the reason.
+    LinkChannel& channel();
+    bool openCommPort(QString* error);
+    void setChannelFactory(std::function<std::unique_ptr<LinkChannel>()> factory);
+
+    // A path inside the data folder ("DownLoadData", "BackupData", ...).
+    QString dataPath(const QString& name) const;
+
+private:
+    SharedDatabase& m_db;
+    Messenger& m_messenger;
+    Clock& m_clock;
+    LinkTrace m_trace;
+    std::unique_ptr<LinkChannel> m_channel;
+    std::function<std::unique_ptr<LinkChannel>()> m_channelFactory;
+};

@@ -1,0 +1,6 @@
+#include "Clock.h"
+
+QDateTime Clock::now() const
+{
+    return QDateTime::currentDateTime();
+}

@@ -1,0 +1,8 @@
+#include "DesktopScreens.h"
+
+#include "ScreenRegistry.h"
+
+void registerDesktopScreens(ScreenRegistry& registry)
+{
+    (void)registry;
+}

@@ -1,0 +1,35 @@
+#include "MessageBoxMessenger.h"
+
+#include <QApplication>
+#include <QMessageBox>
+
+namespace {
+
+QMessageBox::Icon boxIcon(Messenger::Icon icon)
+{
+    switch (icon) {
+    case Messenger::Icon::Information: return QMessageBox::Information;
+    case Messenger::Icon::Critical: return QMessageBox::Critical;
+    case Messenger::Icon::None: break;
+    }
+    return QMessageBox::NoIcon;
+}
+
+} // namespace
+
+void MessageBoxMessenger::show(const QString& text, Icon icon, const QString& title)
+{
+    QMessageBox box(boxIcon(icon), title.isEmpty() ? defaultTitle() : title, text, QMessageBox::Ok,
+                    QApplication::activeWindow());
+    box.setObjectName(QStringLiteral("MessageBox"));
+    box.exec();
+}
+
+bool MessageBoxMessenger::askOkCancel(const QString& text, Icon icon, const QString& title)
+{
+    QMessageBox box(boxIcon(icon), title.isEmpty() ? defaultTitle() : title, text,
+                    QMessageBox::Ok | QMessageBox::Cancel, QApplication::activeWindow());
+    box.setObjectName(QStringLiteral("MessageBox"));
+    box.setDefaultButton(QMessageBox::Ok);
+    return box.exec() == QMessageBox::Ok;
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "Messenger.h"
+
+class QWidget;
+
+// Messages of the desktop program: message boxes with the given icon. The
+// default title is the program's title.
+class MessageBoxMessenger : public Messenger
+{
+public:
+    static QString defaultTitle() { return QStringLiteral("Tonvy Hand-Held Interface Software"); }
+
+    void show(const QString& text, Icon icon, const QString& title = {}) override;
+    bool askOkCancel(const QString& text, Icon icon, const QString& title = {}) override;
+};

@@ -1,0 +1,57 @@
+#include "AppContext.h"
+#include "Clock.h"
+#include "DesktopScreens.h"
+#include "MessageBoxMessenger.h"
+#include "ScreenRegistry.h"
+#include "SharedDatabase.h"
+#include "StartupOptions.h"
+#include "frmMain.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QMessageBox>
+
+int main(int argc, char* argv[])
+{
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("tonvy"));
+    QApplication::setApplicationDisplayName(QStringLiteral("Tonvy Hand-Held Interface Software"));
+    QApplication::setApplicationVersion(QStringLiteral("2.1"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Tonvy Hand-Held Interface Software"));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    StartupOptions::addTo(parser);
+    parser.process(app);
+    const StartupOptions options = StartupOptions::from(parser);
+
+    MessageBoxMessenger messenger;
+    QDir().mkpath(options.dataDir);
+    SharedDatabase db;
+    QString error;
+    if (!db.open(QDir(options.dataDir).filePath(SharedDatabase::fileName()), &error)) {
+        messenger.critical(error);
+        return 1;
+    }
+
+    Clock clock;
+    AppContext ctx(db, messenger, clock);
+    ctx.dataDir = options.dataDir;
+    ctx.portOverride = options.port;
+    if (!options.trace.isEmpty() && !ctx.startTrace(options.trace, &error)) {
+        messenger.critical(error);
+        return 1;
+    }
+
+    ScreenRegistry screens;
+    registerDesktopScreens(screens);
+
+    frmMain menu(ctx, screens);
+    QObject::connect(&menu, &frmMain::programEnded, &app, &QCoreApplication::quit, Qt::QueuedConnection);
+    QApplication::setQuitOnLastWindowClosed(false);
+    menu.show();
+    menu.Form_Load();
+    return app.exec();
+}

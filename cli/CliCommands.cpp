@@ -1,0 +1,9 @@
+#include "CliCommand.h"
+#include "SettingsCommand.h"
+
+QList<CliCommand> allCliCommands()
+{
+    return {
+        settingsCommand(),
+    };
+}

@@ -1,0 +1,95 @@
+#include "SettingsCommand.h"
+
+#include "AppContext.h"
+#include "ConsoleMessenger.h"
+#include "SettingsStore.h"
+#include "SharedDatabase.h"
+#include "StoreError.h"
+
+namespace {
+
+int show(CliRun& run)
+{
+    AppSettings s;
+    if (!s.load(run.ctx.db())) {
+        run.messenger.critical(QStringLiteral("Please Select CommPort and BankName"));
+        return CliExit::Failure;
+    }
+    const QString font = s.FontSize == QLatin1String("1") ? QStringLiteral("Big")
+                         : s.FontSize == QLatin1String("0") ? QStringLiteral("Small")
+                                                             : s.FontSize;
+    ConsoleMessenger::line(QStringLiteral("Bank Name: ") + s.BankName);
+    ConsoleMessenger::line(QStringLiteral("Branch Name: ") + s.BranchName);
+    ConsoleMessenger::line(QStringLiteral("Comm Port: ") + s.CommPort);
+    ConsoleMessenger::line(QStringLiteral("Serial Device: ") + run.ctx.portDevice());
+    ConsoleMessenger::line(QStringLiteral("Font Size: ") + font);
+    ConsoleMessenger::line(QStringLiteral("Bank Info Path: ") + s.BankInfoPath);
+    ConsoleMessenger::line(QStringLiteral("Report Path: ") + s.ReportPath);
+    return CliExit::Success;
+}
+
+int set(CliRun& run)
+{
+    const QCommandLineParser& p = run.parser;
+    SettingsChange change;
+    if (p.isSet(QStringLiteral("bank-name")))
+        change.bankName = p.value(QStringLiteral("bank-name")).trimmed();
+    if (p.isSet(QStringLiteral("branch-name")))
+        change.branchName = p.value(QStringLiteral("branch-name")).trimmed();
+    if (p.isSet(QStringLiteral("comm-port"))) {
+        const QString port = p.value(QStringLiteral("comm-port")).trimmed();
+        bool ok = false;
+        const int n = port.toInt(&ok);
+        if (!ok || n < 1 || n > 10)
+            return cliUsageError(QStringLiteral("--comm-port takes a number from 1 to 10."));
+        change.commPort = QString::number(n);
+    }
+    if (p.isSet(QStringLiteral("font-size"))) {
+        const QString size = p.value(QStringLiteral("font-size")).trimmed().toLower();
+        if (size == QLatin1String("small"))
+            change.fontSize = QStringLiteral("0");
+        else if (size == QLatin1String("big"))
+            change.fontSize = QStringLiteral("1");
+        else
+            return cliUsageError(QStringLiteral("--font-size takes small or big."));
+    }
+    // Folders are stored as given, as the folder screen stores its choice.
+    if (p.isSet(QStringLiteral("bank-info-path")))
+        change.bankInfoPath = p.value(QStringLiteral("bank-info-path"));
+    if (p.isSet(QStringLiteral("report-path")))
+        change.reportPath = p.value(QStringLiteral("report-path"));
+
+    SettingsStore::save(run.ctx.db(), change);
+    run.ctx.settings.load(run.ctx.db());
+    run.messenger.information(QStringLiteral("Data Saved Successfully"));
+    return CliExit::Success;
+}
+
+} // namespace
+
+CliCommand settingsCommand()
+{
+    CliCommand c;
+    c.name = QStringLiteral("settings");
+    c.synopsis = QStringLiteral(
+        "settings show\n"
+        "settings set [--bank-name T] [--branch-name T] [--comm-port 1..10] [--font-size small|big]\n"
+        "             [--bank-info-path DIR] [--report-path DIR]");
+    c.addOptions = [](QCommandLineParser& p) {
+        p.addOption({QStringLiteral("bank-name"), QStringLiteral("Bank name."), QStringLiteral("T")});
+        p.addOption({QStringLiteral("branch-name"), QStringLiteral("Branch name."), QStringLiteral("T")});
+        p.addOption({QStringLiteral("comm-port"), QStringLiteral("Comm Port number, 1 to 10."), QStringLiteral("N")});
+        p.addOption({QStringLiteral("font-size"), QStringLiteral("Terminal font size: small or big."),
+                     QStringLiteral("SIZE")});
+        p.addOption({QStringLiteral("bank-info-path"), QStringLiteral("Folder of the bank's download and upload files."),
+                     QStringLiteral("DIR")});
+        p.addOption({QStringLiteral("report-path"), QStringLiteral("Report folder."), QStringLiteral("DIR")});
+    };
+    c.run = [](CliRun& run) {
+        const QString sub = run.arguments.value(0);
+        if (run.arguments.size() != 1 || (sub != QLatin1String("show") && sub != QLatin1String("set")))
+            return cliUsageError(QStringLiteral("Use 'settings show' or 'settings set [options]'."));
+        return sub == QLatin1String("show") ? show(run) : set(run);
+    };
+    return c;
+}

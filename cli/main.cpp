@@ -1,0 +1,128 @@
+#include "AppContext.h"
+#include "CliCommand.h"
+#include "Clock.h"
+#include "ConsoleMessenger.h"
+#include "LinkCodec.h"
+#include "SharedDatabase.h"
+#include "StartupOptions.h"
+#include "StoreError.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <cstdio>
+
+int cliUsageError(const QString& text)
+{
+    const QByteArray bytes = (text + QStringLiteral("\nTry 'tonvy-cli --help'.\n")).toLocal8Bit();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
+    return CliExit::Usage;
+}
+
+namespace {
+
+QString helpText(const QList<CliCommand>& commands)
+{
+    QString text = QStringLiteral(
+        "Usage: tonvy-cli [--data-dir DIR] [--port DEVICE] [--trace FILE] COMMAND [options]\n\n"
+        "Tonvy Hand-Held Interface Software without windows, on the same database.\n\n"
+        "Global options:\n"
+        "  --data-dir DIR   folder of HandHeldData.db and the program's data (default: the program's folder)\n"
+        "  --port DEVICE    serial device of the terminal, instead of the configured Comm Port\n"
+        "  --trace FILE     write a timestamped hex trace of the serial link to FILE\n"
+        "  -h, --help       this text\n\n"
+        "Commands:\n");
+    for (const CliCommand& c : commands)
+        text += QStringLiteral("  ") + QString(c.synopsis).replace(QLatin1Char('\n'), QStringLiteral("\n  ")) + QLatin1Char('\n');
+    text += QStringLiteral("\nExit status: 0 success, 1 the operation ended in a refusal or failure, 2 usage error, "
+                           "3 --give-up-after ran out.\n");
+    return text;
+}
+
+// The command word: the first argument that is neither an option nor the
+// value of a global option.
+int commandIndex(const QStringList& args)
+{
+    static const QStringList withValue = {QStringLiteral("--data-dir"), QStringLiteral("--port"),
+                                          QStringLiteral("--trace")};
+    for (int i = 1; i < args.size(); ++i) {
+        const QString& a = args.at(i);
+        if (a.startsWith(QLatin1Char('-'))) {
+            if (withValue.contains(a))
+                ++i;
+            continue;
+        }
+        return i;
+    }
+    return -1;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("tonvy-cli"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("2.1"));
+
+    const QList<CliCommand> commands = allCliCommands();
+    const QStringList args = QCoreApplication::arguments();
+    const int at = commandIndex(args);
+
+    if (args.contains(QStringLiteral("--help")) || args.contains(QStringLiteral("-h")) || at < 0) {
+        const QByteArray text = helpText(commands).toLocal8Bit();
+        const bool asked = args.contains(QStringLiteral("--help")) || args.contains(QStringLiteral("-h"));
+        std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), asked ? stdout : stderr);
+        return asked ? CliExit::Success : CliExit::Usage;
+    }
+
+    const QString word = args.at(at);
+    const CliCommand* command = nullptr;
+    for (const CliCommand& c : commands) {
+        if (c.name == word)
+            command = &c;
+    }
+    if (!command)
+        return cliUsageError(QStringLiteral("Unknown command '%1'.").arg(word));
+
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
+    StartupOptions::addTo(parser);
+    if (command->addOptions)
+        command->addOptions(parser);
+    if (!parser.parse(args))
+        return cliUsageError(parser.errorText());
+    const StartupOptions options = StartupOptions::from(parser);
+    QStringList positional = parser.positionalArguments();
+    positional.removeFirst(); // the command word
+
+    ConsoleMessenger messenger;
+    if (!QDir().mkpath(options.dataDir)) {
+        messenger.critical(QStringLiteral("Cannot create the data folder %1.").arg(options.dataDir));
+        return CliExit::Failure;
+    }
+    SharedDatabase db;
+    QString error;
+    if (!db.open(QDir(options.dataDir).filePath(SharedDatabase::fileName()), &error)) {
+        messenger.critical(error);
+        return CliExit::Failure;
+    }
+    Clock clock;
+    AppContext ctx(db, messenger, clock);
+    ctx.dataDir = options.dataDir;
+    ctx.portOverride = options.port;
+    if (!options.trace.isEmpty() && !ctx.startTrace(options.trace, &error)) {
+        messenger.critical(error);
+        return CliExit::Failure;
+    }
+    ctx.settings.load(db);
+
+    CliRun run{ctx, messenger, parser, positional};
+    try {
+        return command->run(run);
+    } catch (const StoreError& e) {
+        messenger.critical(e.message());
+    } catch (const LinkError& e) {
+        messenger.critical(e.message());
+    }
+    return CliExit::Failure;
+}

@@ -1,0 +1,41 @@
+#include "LinkTrace.h"
+
+#include <QDateTime>
+
+bool LinkTrace::open(const QString& path, QString* error)
+{
+    m_file.setFileName(path);
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text)) {
+        if (error)
+            *error = QStringLiteral("Cannot write the trace file %1: %2").arg(path, m_file.errorString());
+        return false;
+    }
+    return true;
+}
+
+QString LinkTrace::hex(const QByteArray& bytes)
+{
+    return QString::fromLatin1(bytes.toHex(' ').toUpper());
+}
+
+void LinkTrace::note(const QString& text)
+{
+    if (!m_file.isOpen())
+        return;
+    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+    m_file.write((stamp + QStringLiteral(" -- ") + text + QLatin1Char('\n')).toUtf8());
+    m_file.flush();
+}
+
+void LinkTrace::chunk(const char* direction, const QByteArray& bytes)
+{
+    if (!m_file.isOpen() || bytes.isEmpty())
+        return;
+    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+    m_file.write(QStringLiteral("%1 %2 %3 | %4\n")
+                     .arg(stamp, QLatin1String(direction))
+                     .arg(bytes.size(), 4)
+                     .arg(hex(bytes))
+                     .toUtf8());
+    m_file.flush();
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "LinkChannel.h"
+
+#include <QSerialPort>
+
+class LinkTrace;
+
+// The serial line to the terminal: 19200 baud, no parity, 8 data bits, one
+// stop bit, an input buffer of 1024 bytes. Closes itself on the first error
+// after opening (a vanished device otherwise reports errors in a tight loop).
+class SerialLink : public LinkChannel
+{
+    Q_OBJECT
+public:
+    explicit SerialLink(QObject* parent = nullptr);
+    ~SerialLink() override;
+
+    void setDevice(const QString& device) { m_device = device; }
+    void setTrace(LinkTrace* trace) { m_trace = trace; }
+
+    bool open(QString* error) override;
+    void close() override;
+    bool isOpen() const override;
+    void write(const QByteArray& bytes) override;
+    QByteArray readAll() override;
+    QString deviceName() const override { return m_device; }
+
+    // The message for a port that cannot be opened, with the usual remedy.
+    static QString openErrorText(const QString& device, QSerialPort::SerialPortError error,
+                                 const QString& detail);
+
+private:
+    void onError(QSerialPort::SerialPortError error);
+
+    QSerialPort m_port;
+    QString m_device;
+    LinkTrace* m_trace = nullptr;
+};

@@ -1,0 +1,100 @@
+#include "Schema.h"
+
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStringList>
+
+namespace Schema {
+
+namespace {
+
+bool run(QSqlDatabase& db, const QStringList& statements, QString* error)
+{
+    for (const QString& sql : statements) {
+        QSqlQuery q(db);
+        if (!q.exec(sql)) {
+            if (error)
+                *error = QStringLiteral("%1 (in: %2)").arg(q.lastError().text(), sql.simplified());
+            return false;
+        }
+    }
+    return true;
+}
+
+// Version 1: the four working tables, the collection history behind the
+// reports, and the two report row sources.
+const QStringList version1 = {
+    QStringLiteral(R"(CREATE TABLE Path (
+        SNo TEXT, BankName TEXT, BranchName TEXT, "Comm Port" TEXT,
+        FontSize TEXT, BankInfoPath TEXT, ReportPath TEXT))"),
+    QStringLiteral(R"(CREATE TABLE Password (
+        SNo TEXT, admin TEXT, user TEXT, setup TEXT, download TEXT))"),
+    QStringLiteral(R"(CREATE TABLE BankData (
+        CategoryCode TEXT, SchemeCode TEXT, ACNumber TEXT, ACName TEXT,
+        BalAmount TEXT, AgreedAmount TEXT, OpeningDate TEXT, SNo TEXT,
+        Txndate TEXT, FileName TEXT, CustomerCode TEXT, BranchID TEXT,
+        AgentID TEXT, MyDate TEXT, BankSoftACNumber TEXT))"),
+    QStringLiteral("CREATE INDEX BankDataAgent ON BankData (AgentID, SNo, FileName)"),
+    QStringLiteral("CREATE INDEX BankDataAccount ON BankData (ACNumber, SchemeCode, CategoryCode, AgentID)"),
+    QStringLiteral(R"(CREATE TABLE RestoreData (
+        SNo TEXT, AccountNo TEXT, Amtcollected TEXT, DateTime TEXT,
+        TransactionNumber TEXT, BranchID TEXT, CategoryCode TEXT, SchemeCode TEXT,
+        CustomerCode TEXT, AccountName TEXT, BalanceAmount TEXT, AgreedAmount TEXT,
+        LastTxndate TEXT, AgentID TEXT, DatewiseTxn TEXT, BankSoftACNumber TEXT))"),
+    QStringLiteral("CREATE INDEX RestoreDataAgent ON RestoreData (AgentID)"),
+    // Every received transaction, kept across receives so that the reports
+    // can cover a range of dates. CollectionDate is YYYY-MM-DD.
+    QStringLiteral(R"(CREATE TABLE CollectionHistory (
+        AgentID TEXT NOT NULL, CollectionDate TEXT NOT NULL, AccountNo TEXT,
+        ClosingAmt REAL, CollectedAmt REAL, DateTime TEXT,
+        TransactionNumber TEXT, ReceivedAt TEXT))"),
+    QStringLiteral("CREATE INDEX CollectionHistoryDay ON CollectionHistory (AgentID, CollectionDate)"),
+    QStringLiteral(R"(CREATE VIEW Report1 AS
+        SELECT CollectionDate AS "Date", AgentID, AccountNo, ClosingAmt, CollectedAmt
+        FROM CollectionHistory)"),
+    QStringLiteral(R"(CREATE VIEW Report2 AS
+        SELECT AgentID, SUM(CollectedAmt) AS CollectedAmt, CollectionDate AS "Date"
+        FROM CollectionHistory GROUP BY AgentID, CollectionDate)"),
+    QStringLiteral("INSERT INTO Password (SNo, admin, user, setup, download) VALUES ('1', '%1', '%2', '%3', '%4')")
+        .arg(QLatin1String(initialAdminPassword), QLatin1String(initialUserPassword),
+             QLatin1String(initialSetupPassword), QLatin1String(initialDownloadPassword)),
+};
+
+} // namespace
+
+bool ensure(QSqlDatabase db, QString* error)
+{
+    QSqlQuery q(db);
+    if (!q.exec(QStringLiteral("PRAGMA user_version")) || !q.next()) {
+        if (error)
+            *error = q.lastError().text();
+        return false;
+    }
+    const int version = q.value(0).toInt();
+    q.finish();
+    if (version >= currentVersion)
+        return true;
+
+    if (!db.transaction()) {
+        if (error)
+            *error = db.lastError().text();
+        return false;
+    }
+    bool ok = true;
+    if (version < 1)
+        ok = run(db, version1, error);
+    if (ok)
+        ok = run(db, {QStringLiteral("PRAGMA user_version = %1").arg(currentVersion)}, error);
+    if (!ok) {
+        db.rollback();
+        return false;
+    }
+    if (!db.commit()) {
+        if (error)
+            *error = db.lastError().text();
+        return false;
+    }
+    return true;
+}
+
+} // namespace Schema

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "SharedRecordset.h"
+
+#include <QSqlDatabase>
+#include <QString>
+#include <QVariantList>
+
+// The program's one database handle and its one shared result set. Every
+// screen opens its queries through openSharedRecordset(), which replaces the
+// previous result set, exactly as the screens of the original shared one.
+class SharedDatabase
+{
+public:
+    static QString fileName() { return QStringLiteral("HandHeldData.db"); }
+
+    SharedDatabase();
+    ~SharedDatabase();
+    SharedDatabase(const SharedDatabase&) = delete;
+    SharedDatabase& operator=(const SharedDatabase&) = delete;
+
+    // Opens (creating from the built-in schema when missing) the database
+    // file. On failure returns false with a message naming the file and why.
+    bool open(const QString& filePath, QString* error);
+    bool isOpen() const;
+    QString filePath() const { return m_path; }
+    QSqlDatabase connection() const;
+
+    SharedRecordset& openSharedRecordset(const QString& sql, const QVariantList& values = {});
+    void closeSharedRecordset();
+    SharedRecordset& sharedRecordset() { return m_recordset; }
+
+    // Runs a statement that returns no rows. Throws StoreError on failure.
+    void execute(const QString& sql, const QVariantList& values = {});
+
+    // All-or-nothing block: commits in commit(), rolls back when destroyed
+    // without it.
+    class Transaction
+    {
+    public:
+        explicit Transaction(SharedDatabase& db);
+        ~Transaction();
+        void commit();
+        Transaction(const Transaction&) = delete;
+        Transaction& operator=(const Transaction&) = delete;
+
+    private:
+        SharedDatabase& m_db;
+        bool m_done = false;
+    };
+
+private:
+    QString m_connectionName;
+    QString m_path;
+    SharedRecordset m_recordset;
+};
