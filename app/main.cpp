@@ -4,13 +4,13 @@
 #include "MessageBoxMessenger.h"
 #include "ScreenRegistry.h"
 #include "SharedDatabase.h"
+#include "Startup.h"
 #include "StartupOptions.h"
 #include "frmMain.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QDir>
-#include <QMessageBox>
+#include <cstdio>
 
 int main(int argc, char* argv[])
 {
@@ -28,13 +28,23 @@ int main(int argc, char* argv[])
     const StartupOptions options = StartupOptions::from(parser);
 
     MessageBoxMessenger messenger;
-    QDir().mkpath(options.dataDir);
     SharedDatabase db;
-    QString error;
-    if (!db.open(QDir(options.dataDir).filePath(SharedDatabase::fileName()), &error)) {
-        messenger.critical(error);
-        return 1;
+    {
+        // A failed start is also written to standard error, for whoever
+        // started the program from a terminal or a script.
+        class StartupMessenger : public MessageBoxMessenger
+        {
+        public:
+            void show(const QString& text, Icon icon, const QString& title = {}) override
+            {
+                std::fprintf(stderr, "%s\n", qPrintable(text));
+                MessageBoxMessenger::show(text, icon, title);
+            }
+        } startupMessenger;
+        if (!Startup::openDatabase(db, options.dataDir, startupMessenger))
+            return 1;
     }
+    QString error;
 
     Clock clock;
     AppContext ctx(db, messenger, clock);

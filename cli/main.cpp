@@ -4,11 +4,11 @@
 #include "ConsoleMessenger.h"
 #include "LinkCodec.h"
 #include "SharedDatabase.h"
+#include "Startup.h"
 #include "StartupOptions.h"
 #include "StoreError.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <cstdio>
 
 int cliUsageError(const QString& text)
@@ -96,16 +96,10 @@ int main(int argc, char* argv[])
     positional.removeFirst(); // the command word
 
     ConsoleMessenger messenger;
-    if (!QDir().mkpath(options.dataDir)) {
-        messenger.critical(QStringLiteral("Cannot create the data folder %1.").arg(options.dataDir));
-        return CliExit::Failure;
-    }
     SharedDatabase db;
-    QString error;
-    if (!db.open(QDir(options.dataDir).filePath(SharedDatabase::fileName()), &error)) {
-        messenger.critical(error);
+    if (!Startup::openDatabase(db, options.dataDir, messenger))
         return CliExit::Failure;
-    }
+    QString error;
     Clock clock;
     AppContext ctx(db, messenger, clock);
     ctx.dataDir = options.dataDir;

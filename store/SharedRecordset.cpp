@@ -64,6 +64,7 @@ void SharedRecordset::open(QSqlDatabase db, const QString& sql, const QVariantLi
 
 void SharedRecordset::close()
 {
+    m_db = QSqlDatabase(); // lets the connection be removed cleanly at exit
     m_open = false;
     m_table.clear();
     m_columns.clear();

@@ -1,0 +1,99 @@
+#include "PathUtil.h"
+#include "PortResolver.h"
+#include "RecordingMessenger.h"
+#include "SharedDatabase.h"
+#include "Startup.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+class tst_Startup : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void createsDataFolderAndDatabase();
+    void unopenableDatabaseIsReported();
+    void pathJoin_data();
+    void pathJoin();
+    void portMapping_data();
+    void portMapping();
+};
+
+void tst_Startup::createsDataFolderAndDatabase()
+{
+    QTemporaryDir dir;
+    const QString data = dir.filePath("new/data");
+    SharedDatabase db;
+    RecordingMessenger m;
+    QVERIFY(Startup::openDatabase(db, data, m));
+    QVERIFY(QFile::exists(data + "/HandHeldData.db"));
+    QVERIFY(m.entries().isEmpty());
+}
+
+void tst_Startup::unopenableDatabaseIsReported()
+{
+    QTemporaryDir dir;
+    QFile bad(dir.filePath("HandHeldData.db"));
+    QVERIFY(bad.open(QIODevice::WriteOnly));
+    bad.write("this is not a database, it is a text file that someone saved over it\n");
+    bad.write(QByteArray(2048, 'z'));
+    bad.close();
+    SharedDatabase db;
+    RecordingMessenger m;
+    QVERIFY(!Startup::openDatabase(db, dir.path(), m));
+    QCOMPARE(m.entries().size(), 1);
+    QCOMPARE(m.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY2(m.last().contains(dir.filePath("HandHeldData.db")), qPrintable(m.last()));
+    QVERIFY2(m.last().contains("not a database"), qPrintable(m.last()));
+}
+
+void tst_Startup::pathJoin_data()
+{
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("windows without separator") << "C:\\Bank" << "C:\\Bank\\0051611d.txt";
+    QTest::newRow("windows with separator") << "C:\\Bank\\" << "C:\\Bank\\0051611d.txt";
+    QTest::newRow("unix without separator") << "/srv/bank" << "/srv/bank/0051611d.txt";
+    QTest::newRow("unix with separator") << "/srv/bank/" << "/srv/bank/0051611d.txt";
+}
+
+void tst_Startup::pathJoin()
+{
+    QFETCH(QString, folder);
+    QFETCH(QString, expected);
+    QCOMPARE(PathUtil::join(folder, "0051611d.txt"), expected);
+}
+
+void tst_Startup::portMapping_data()
+{
+    QTest::addColumn<QString>("commPort");
+    QTest::addColumn<QString>("ini");
+    QTest::addColumn<QString>("override");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("COM1") << "1" << "" << "" << "/dev/ttyS0";
+    QTest::newRow("COM10") << "10" << "" << "" << "/dev/ttyS9";
+    QTest::newRow("ini maps") << "2" << "1=/dev/ttyUSB0\n2 = /dev/ttyUSB1\n" << "" << "/dev/ttyUSB1";
+    QTest::newRow("ini without entry") << "3" << "1=/dev/ttyUSB0\n" << "" << "/dev/ttyS2";
+    QTest::newRow("override wins") << "1" << "1=/dev/ttyUSB0\n" << "/dev/pts/7" << "/dev/pts/7";
+    QTest::newRow("no port") << "" << "" << "" << "";
+}
+
+void tst_Startup::portMapping()
+{
+    QFETCH(QString, commPort);
+    QFETCH(QString, ini);
+    QFETCH(QString, override);
+    QFETCH(QString, expected);
+    QTemporaryDir dir;
+    if (!ini.isEmpty()) {
+        QFile f(dir.filePath("ports.ini"));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("# serial devices by Comm Port number\n" + ini.toUtf8());
+    }
+    QCOMPARE(PortResolver::resolve(commPort, dir.path(), override), expected);
+}
+
+QTEST_GUILESS_MAIN(tst_Startup)
+#include "tst_startup.moc"
