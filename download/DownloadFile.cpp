@@ -1,0 +1,206 @@
+#include "DownloadFile.h"
+
+#include "PathUtil.h"
+#include "SequentialInput.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+namespace {
+
+// A record read in one piece is this long or longer; a shorter one is
+// checked, and one shorter than RebuildBelow was split over several lines.
+constexpr qsizetype FullLength = 136;
+constexpr qsizetype RebuildBelow = 71;
+
+QString cut(const QString& line, qsizetype column, qsizetype width)
+{
+    return line.mid(column - 1, width);
+}
+
+// dd/mm/yyyy in ten columns from `column`, kept as ddmmyy.
+QString shortDate(const QString& line, qsizetype column)
+{
+    return cut(line, column, 2) + cut(line, column + 3, 2) + cut(line, column + 8, 2);
+}
+
+void appendSpaces(QString& line, qsizetype count)
+{
+    if (count > 0)
+        line.append(QString(count, QLatin1Char(' ')));
+}
+
+// Puts one list-input item back onto a record that was split over several
+// lines. The bank's export broke records at known fields; the widths below
+// move each known piece back to its columns. An item with a space whose tail
+// matches none of them is dropped.
+void appendItem(QString& line, const QString& item)
+{
+    const qsizetype itemLength = item.size();
+    if (!item.contains(QLatin1Char(' '))) {
+        const bool longEnough = line.size() >= 21;
+        if (itemLength >= 65 && longEnough) {
+            line.append(QLatin1Char(','));
+            appendSpaces(line, 136 - (itemLength + line.size()));
+        } else if (itemLength == 46 && longEnough) {
+            line.append(QLatin1Char(','));
+            appendSpaces(line, 70 - line.size());
+        } else {
+            line.append(QLatin1Char(','));
+        }
+        line.append(item);
+        return;
+    }
+
+    const qsizetype tail = itemLength - (item.lastIndexOf(QLatin1Char(' ')) + 1);
+    qsizetype target = 0;
+    if (tail == 56)
+        target = 126;
+    else if (tail == 46)
+        target = 116;
+    else if (tail == 66)
+        target = 136;
+    else
+        return;
+    line.append(QLatin1Char(','));
+    appendSpaces(line, target - (itemLength + line.size()));
+    line.append(item);
+}
+
+} // namespace
+
+DownloadRecord DownloadRecord::fromLine(const QString& line)
+{
+    DownloadRecord r;
+    r.BranchID = cut(line, 1, 15);
+    r.CategoryCode = cut(line, 16, 1);
+    r.SchemeCode = cut(line, 17, 5);
+    r.ACNumber = cut(line, 22, 15);
+    r.CustomerCode = cut(line, 37, 6);
+    r.ACName = cut(line, 43, 50);
+    r.BalAmount = cut(line, 95, 8);
+    r.AgreedAmount = cut(line, 106, 5);
+    r.MyDate = shortDate(line, 114);
+    r.AgentID = cut(line, 124, 15);
+    r.OpeningDate = shortDate(line, 139);
+    r.Txndate = shortDate(line, 149);
+    r.BankSoftACNumber = cut(line, 160, 15);
+    return r;
+}
+
+QString DownloadFile::pathFor(const QString& bankInfoPath, const QString& agent, const QString& date)
+{
+    return PathUtil::join(bankInfoPath, agent + date + QStringLiteral("d.txt"));
+}
+
+QString DownloadFile::fileNameValue(const QString& path)
+{
+    // On the bank's Windows machines the value is the path less "X:\". Here
+    // the root goes in the same way: a drive letter with its colon and
+    // separator, or the leading separators of an absolute path.
+    static const QRegularExpression drive(QStringLiteral(R"(^[A-Za-z]:[\\/]?)"));
+    const auto match = drive.match(path);
+    if (match.hasMatch())
+        return path.mid(match.capturedLength());
+    qsizetype start = 0;
+    while (start < path.size() && (path.at(start) == QLatin1Char('/') || path.at(start) == QLatin1Char('\\')))
+        ++start;
+    return path.mid(start);
+}
+
+bool DownloadFile::lengthAccepted(qsizetype length)
+{
+    return length == FullLength || (length >= 101 && length <= 131);
+}
+
+bool DownloadFile::fail(Failure failure, const QString& text, Messenger::Icon icon, int record)
+{
+    m_records.clear();
+    m_branchId.clear();
+    m_agentId.clear();
+    m_failure = failure;
+    m_error = text;
+    m_icon = icon;
+    m_failedRecord = record;
+    return false;
+}
+
+bool DownloadFile::ReadDownLoadFile(const QString& path)
+{
+    m_path = path;
+    QFile file(path);
+    if (QFileInfo(path).isDir() || !file.open(QIODevice::ReadOnly)) {
+        const QString why = QFileInfo(path).isDir() ? QStringLiteral("it is a folder") : file.errorString();
+        return fail(Failure::CannotOpen,
+                    QStringLiteral("The DownLoad File %1 cannot be read (%2). Please check the DownLoad File")
+                        .arg(path, why),
+                    Messenger::Icon::Critical);
+    }
+    const bool ok = ReadDownLoadFile(file);
+    file.close();
+    return ok;
+}
+
+bool DownloadFile::ReadDownLoadFile(QIODevice& device)
+{
+    m_records.clear();
+    m_branchId.clear();
+    m_agentId.clear();
+    m_failure = Failure::None;
+    m_error.clear();
+    m_icon = Messenger::Icon::None;
+    m_failedRecord = 0;
+
+    if (!device.isOpen() || !device.isReadable()) {
+        return fail(Failure::CannotOpen,
+                    QStringLiteral("The DownLoad File %1 cannot be read (%2). Please check the DownLoad File")
+                        .arg(m_path, device.errorString()),
+                    Messenger::Icon::Critical);
+    }
+
+    SequentialInput in(device);
+    QList<DownloadRecord> records;
+    QString branchId;
+    QString agentId;
+    while (!in.atEnd()) {
+        const int number = static_cast<int>(records.size()) + 1;
+        QString line = in.lineInput();
+        if (line.size() < FullLength) {
+            while (line.size() < RebuildBelow) {
+                QString item;
+                if (!in.listInput(&item)) {
+                    return fail(Failure::PastEnd,
+                                QStringLiteral("The DownLoad File ends inside record %1 (a short or empty line with "
+                                               "nothing after it). Please check the DownLoad File")
+                                    .arg(number),
+                                Messenger::Icon::Critical, number);
+                }
+                appendItem(line, item);
+            }
+            if (!lengthAccepted(line.size()))
+                return fail(Failure::DataFormat, QStringLiteral("Error in DATA FORMAT"), Messenger::Icon::None, number);
+        }
+        if (records.size() == Capacity) {
+            return fail(Failure::Overflow,
+                        QStringLiteral("The DownLoad File holds more than %1 records; nothing was stored. "
+                                       "Please check the DownLoad File")
+                            .arg(Capacity),
+                        Messenger::Icon::Critical, number);
+        }
+        DownloadRecord record = DownloadRecord::fromLine(line);
+        branchId = record.BranchID;
+        agentId = record.AgentID;
+        records.append(std::move(record));
+    }
+
+    if (records.size() > MaxRecords) {
+        return fail(Failure::TooManyRecords,
+                    QStringLiteral("No.of records has exceeded 2000,Please check the DownLoad File"),
+                    Messenger::Icon::Critical);
+    }
+    m_records = std::move(records);
+    m_branchId = branchId;
+    m_agentId = agentId;
+    return true;
+}

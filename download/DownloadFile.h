@@ -1,0 +1,85 @@
+#pragma once
+
+#include "Messenger.h"
+
+#include <QList>
+#include <QString>
+
+class QIODevice;
+
+// One account of the bank's download file, each field cut from its fixed
+// columns exactly as it stands (padding kept; dates reduced to ddmmyy).
+struct DownloadRecord
+{
+    QString BranchID;         // columns 1-15
+    QString CategoryCode;     // 16
+    QString SchemeCode;       // 17-21
+    QString ACNumber;         // 22-36
+    QString CustomerCode;     // 37-42
+    QString ACName;           // 43-92
+    QString BalAmount;        // 95-102
+    QString AgreedAmount;     // 106-110
+    QString MyDate;           // 114-123 dd/mm/yyyy, as ddmmyy
+    QString AgentID;          // 124-138
+    QString OpeningDate;      // 139-148 dd/mm/yyyy, as ddmmyy
+    QString Txndate;          // 149-158 dd/mm/yyyy, as ddmmyy
+    QString BankSoftACNumber; // 160-174
+
+    // Cuts the columns blindly: a short line gives short or empty fields and
+    // a malformed date gives whatever characters stand in its columns.
+    static DownloadRecord fromLine(const QString& line);
+};
+
+// The bank's download file of one agent and date: locating it, reading and
+// checking it. Holds the records and the values taken from the last record.
+class DownloadFile
+{
+public:
+    enum class Failure {
+        None,
+        CannotOpen,     // missing, a folder, or not readable
+        DataFormat,     // a line of a length no record can have
+        TooManyRecords, // more than MaxRecords
+        Overflow,       // more records than the reader has room for
+        PastEnd,        // the file ends inside a record that is being rebuilt
+    };
+
+    static constexpr int MaxRecords = 2000;
+    static constexpr int Capacity = 2500;
+
+    // BankInfoPath, a separator unless it already ends in one, the agent
+    // (three digits), the date (ddmm) and "d.txt".
+    static QString pathFor(const QString& bankInfoPath, const QString& agent, const QString& date);
+    // The FileName value stored with the accounts: the path less its root.
+    static QString fileNameValue(const QString& path);
+
+    // Reads and checks the whole file. On failure no record is kept and
+    // errorString() / errorIcon() say what to show.
+    bool ReadDownLoadFile(const QString& path);
+    bool ReadDownLoadFile(QIODevice& device);
+
+    const QList<DownloadRecord>& records() const { return m_records; }
+    int recordCount() const { return static_cast<int>(m_records.size()); }
+    // Columns 1-15 and 124-138 of the last record read (empty for an empty file).
+    QString BranchID() const { return m_branchId; }
+    QString AgentID() const { return m_agentId; }
+
+    Failure failure() const { return m_failure; }
+    QString errorString() const { return m_error; }
+    Messenger::Icon errorIcon() const { return m_icon; }
+    // The number of the record the failure was found in (0 when not tied to one).
+    int failedRecord() const { return m_failedRecord; }
+
+private:
+    bool fail(Failure failure, const QString& text, Messenger::Icon icon, int record = 0);
+    static bool lengthAccepted(qsizetype length);
+
+    QList<DownloadRecord> m_records;
+    QString m_branchId;
+    QString m_agentId;
+    QString m_path;
+    Failure m_failure = Failure::None;
+    QString m_error;
+    Messenger::Icon m_icon = Messenger::Icon::None;
+    int m_failedRecord = 0;
+};
