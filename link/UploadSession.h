@@ -69,13 +69,28 @@ public:
     static QByteArray requestFrame(int recHi, int recLo);
     static QByteArray endFrame();
 
+    static constexpr int ReplySize = 137;
+    static constexpr int RecordCeiling = 2000; // records in one upload at most
+    static constexpr int CrcQuestionAfter = 15;
+    static constexpr int CableMessageEvery = 5;
+
+    static QString noAcknowledgementText() { return QStringLiteral("No Acknowledgement from HandHeld Terminal"); }
+    static QString checkCableText() { return QStringLiteral("Please Check the Communication Cable"); }
+    static QString crcQuestionText() { return QStringLiteral("Error in CRC,Press OK to try again or Cancel to Quit"); }
+
 signals:
     void headerReceived();              // Receive disabled
     void summaryDecoded();              // Label4, Label6, TotalTransact, txtTotalAmount
     void progress(int received, int total); // lblRecord "k / n"
     void busyChanged(bool busy);        // Label9 shown / hidden
     void finished();                    // the last record is in and handled
-    void closeRequested();              // Cancel on the check-failure question
+    // Cancel on the check-failure question. The handler still sends one
+    // more request after emitting it, so a receiver must not delete the
+    // session synchronously (close the screen, deleteLater).
+    void closeRequested();
+    // A failure was reported (a conversion or store error inside a handler,
+    // the port failing or not opening); the exchange may have stalled.
+    void failed(const QString& message);
 
 private:
     AppContext& m_ctx;
@@ -84,4 +99,13 @@ private:
     QTimer m_timer3;
     std::function<void(UploadSession&)> m_restore;
     QMetaObject::Connection m_dataConnection;
+    QMetaObject::Connection m_failConnection;
+    bool m_flushing = false;
+
+    void onComm();
+    void onTimer1();
+    void onTimer3();
+    void report(const QString& message);
+    void flushInput();
+    void stepBackAfterTimeout();
 };
