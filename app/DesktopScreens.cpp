@@ -1,8 +1,10 @@
 #include "DesktopScreens.h"
 
 #include "ScreenRegistry.h"
+#include "frmsend.h"
 
 void registerDesktopScreens(ScreenRegistry& registry)
 {
     (void)registry;
+    registry.add(Screen::Send, [](AppContext& ctx) -> QWidget* { return new frmsend(ctx); });
 }

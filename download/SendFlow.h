@@ -1,0 +1,66 @@
+#pragma once
+
+#include "AccountStore.h"
+#include "DownloadFile.h"
+#include "DownloadSession.h"
+
+#include <QObject>
+#include <QString>
+
+class AppContext;
+
+// What the Send button does, without the window: the input checks, locating
+// and reading the download file, storing its accounts and starting the
+// download protocol, with the same messages whether the send screen or the
+// command-line tool drives it.
+class SendFlow : public QObject
+{
+    Q_OBJECT
+public:
+    enum class Result {
+        AgentMissing, // "Enter Agent ID": the agent box wants the focus
+        DateMissing,  // "Enter Date": the date box wants the focus
+        Stopped,      // refused or failed with a message; Send and Clear enabled again
+        Started,      // the header frame is out; the session goes on
+    };
+
+    explicit SendFlow(AppContext& ctx, QObject* parent = nullptr);
+
+    // Screen loaded: the session's start state; the session reads the
+    // terminal passwords ("0000" format) that travel in the header.
+    void Form_Load();
+    // Screen closed: the port is closed.
+    void Form_Unload();
+
+    // The Send button with the three boxes' texts. An empty transactions
+    // text is replaced by "1", which the caller shows in its box.
+    Result cmdSend(const QString& agentText, const QString& dateText, QString& transactText);
+
+    // Agent number formatted "000".
+    static QString agentNumber(const QString& agentText);
+
+    DownloadSession& session() { return m_session; }
+    AccountStore& store() { return m_store; }
+    const DownloadFile& file() const { return m_file; }
+    const DownloadJob& job() const { return m_job; }
+    QString downloadPath() const { return m_downloadPath; }
+
+signals:
+    // cmdSend and cmdClear: off for the whole download, on again after every
+    // failure reported by a message and after completion.
+    void buttonsEnabled(bool enabled);
+    // Acknowledged records and the record count, for "Record Sent : k / n".
+    void progress(int acknowledged, int total);
+    void completed();
+    void stopped();
+
+private:
+    Result stop(const QString& text, Messenger::Icon icon);
+
+    AppContext& m_ctx;
+    DownloadSession m_session;
+    AccountStore m_store;
+    DownloadFile m_file;
+    DownloadJob m_job;
+    QString m_downloadPath;
+};

@@ -1,0 +1,271 @@
+#include "DownloadFileMaker.h"
+#include "FakeTerminal.h"
+#include "SendFlow.h"
+#include "TestContext.h"
+
+#include <QSignalSpy>
+#include <QSqlQuery>
+
+namespace {
+
+struct FlowFixture
+{
+    TestContext t;
+    FakeTerminal* terminal = nullptr;
+    std::unique_ptr<SendFlow> flow;
+    bool silent = false; // the terminal hears but never answers
+
+    explicit FlowFixture(bool silentTerminal = false) : silent(silentTerminal)
+    {
+        t.ctx->settings.BankInfoPath = t.path(QStringLiteral("bank"));
+        t.ctx->settings.BankName = QStringLiteral("STATE BANK");
+        t.ctx->settings.BranchName = QStringLiteral("MAIN ROAD");
+        t.ctx->settings.FontSize = QStringLiteral("0");
+        QDir().mkpath(t.ctx->settings.BankInfoPath);
+        t.ctx->setChannelFactory([this] {
+            auto fake = std::make_unique<FakeTerminal>();
+            terminal = fake.get();
+            terminal->silent = silent;
+            return std::unique_ptr<LinkChannel>(std::move(fake));
+        });
+        flow = std::make_unique<SendFlow>(*t.ctx);
+        flow->Form_Load();
+    }
+
+    void writeFile(const QString& name, const QByteArray& content)
+    {
+        QFile f(QDir(t.ctx->settings.BankInfoPath).filePath(name));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(content);
+    }
+
+    QStringList bankData()
+    {
+        QSqlQuery q(t.db.connection());
+        q.exec(QStringLiteral("SELECT AgentID, ACNumber, FileName FROM BankData ORDER BY rowid"));
+        QStringList rows;
+        while (q.next())
+            rows << q.value(0).toString() + q.value(1).toString() + q.value(2).toString();
+        return rows;
+    }
+
+    int framesWritten() const { return terminal ? static_cast<int>(terminal->written.size()) : 0; }
+};
+
+} // namespace
+
+// The Send button's work without the window: checks, file, store, session.
+class tst_SendFlow : public QObject
+{
+    Q_OBJECT
+private slots:
+    void agentNumber_data();
+    void agentNumber();
+    void inputChecks_data();
+    void inputChecks();
+    void threeDigitDateNamesTheFile();
+    void missingFileReEnablesButtons();
+    void emptyTransactionsBecomeOne();
+    void rejectedFileLeavesBankData_data();
+    void rejectedFileLeavesBankData();
+    void storesAndStartsTheSession();
+    void downLoadDataFolderUnderProgramFolder();
+    void fullDownload();
+    void terminalNotInDownloadModeReEnablesButtons();
+};
+
+void tst_SendFlow::agentNumber_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("one digit") << "5" << "005";
+    QTest::newRow("leading zeros") << "0005" << "005";
+    QTest::newRow("blanks around") << " 42 " << "042";
+    QTest::newRow("longer number kept") << "1234" << "1234";
+    QTest::newRow("zero") << "0" << "000";
+}
+
+void tst_SendFlow::agentNumber()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, expected);
+    QCOMPARE(SendFlow::agentNumber(typed), expected);
+}
+
+void tst_SendFlow::inputChecks_data()
+{
+    QTest::addColumn<QString>("agent");
+    QTest::addColumn<QString>("date");
+    QTest::addColumn<int>("result");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("empty agent") << "" << "1611" << int(SendFlow::Result::AgentMissing) << "Enter Agent ID";
+    QTest::newRow("blank agent") << "   " << "1611" << int(SendFlow::Result::AgentMissing) << "Enter Agent ID";
+    QTest::newRow("empty date") << "5" << "" << int(SendFlow::Result::DateMissing) << "Enter Date";
+    QTest::newRow("date of five") << "5" << "16112" << int(SendFlow::Result::DateMissing) << "Enter Date";
+}
+
+void tst_SendFlow::inputChecks()
+{
+    QFETCH(QString, agent);
+    QFETCH(QString, date);
+    QFETCH(int, result);
+    QFETCH(QString, message);
+    FlowFixture f;
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(2));
+    QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
+    QString transactions;
+    QCOMPARE(int(f.flow->cmdSend(agent, date, transactions)), result);
+    QCOMPARE(f.t.messenger.texts(), QStringList{message});
+    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Information);
+    QCOMPARE(buttons.count(), 0);
+    QCOMPARE(f.framesWritten(), 0);
+    QVERIFY(f.bankData().isEmpty());
+}
+
+void tst_SendFlow::threeDigitDateNamesTheFile()
+{
+    FlowFixture f;
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("161"), transactions), SendFlow::Result::Stopped);
+    QCOMPARE(f.t.messenger.last(), QStringLiteral("File does not exist!"));
+    QCOMPARE(f.flow->downloadPath(), QDir(f.t.ctx->settings.BankInfoPath).filePath(QStringLiteral("005161d.txt")));
+
+    f.t.messenger.clear();
+    f.writeFile(QStringLiteral("005161d.txt"), accountsFile(2));
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("161"), transactions), SendFlow::Result::Started);
+    QCOMPARE(f.flow->job().agentDateKey, QStringLiteral("005161"));
+}
+
+void tst_SendFlow::missingFileReEnablesButtons()
+{
+    FlowFixture f;
+    QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
+    QSignalSpy stopped(f.flow.get(), &SendFlow::stopped);
+    QString transactions = QStringLiteral("3");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Stopped);
+    QCOMPARE(f.t.messenger.last(), QStringLiteral("File does not exist!"));
+    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(buttons.count(), 2);
+    QCOMPARE(buttons.at(0).at(0).toBool(), false);
+    QCOMPARE(buttons.at(1).at(0).toBool(), true);
+    QCOMPARE(stopped.count(), 1);
+    QCOMPARE(f.framesWritten(), 0);
+}
+
+void tst_SendFlow::emptyTransactionsBecomeOne()
+{
+    FlowFixture f;
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(2));
+    QString transactions;
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    QCOMPARE(transactions, QStringLiteral("1"));
+    QCOMPARE(f.flow->job().transactions, QStringLiteral("1"));
+}
+
+void tst_SendFlow::rejectedFileLeavesBankData_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<int>("icon");
+    QTest::newRow("bad length") << joinLines({AccountLine().bytes(), AccountLine().bytes().left(133)})
+                                << "Error in DATA FORMAT" << int(Messenger::Icon::None);
+    QTest::newRow("2001 records") << accountsFile(2001)
+                                  << "No.of records has exceeded 2000,Please check the DownLoad File"
+                                  << int(Messenger::Icon::Critical);
+}
+
+void tst_SendFlow::rejectedFileLeavesBankData()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, message);
+    QFETCH(int, icon);
+    FlowFixture f(true);
+    f.writeFile(QStringLiteral("0051511d.txt"), accountsFile(3));
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1511"), transactions), SendFlow::Result::Started);
+    f.flow->Form_Unload();
+    const QStringList before = f.bankData();
+    QCOMPARE(before.size(), 3);
+
+    f.writeFile(QStringLiteral("0051611d.txt"), content);
+    f.t.messenger.clear();
+    QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
+    const int written = f.framesWritten();
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Stopped);
+    QCOMPARE(f.t.messenger.texts(), QStringList{message});
+    QCOMPARE(int(f.t.messenger.lastIcon()), icon);
+    QCOMPARE(f.bankData(), before);
+    QCOMPARE(buttons.last().at(0).toBool(), true);
+    QCOMPARE(f.framesWritten(), written);
+}
+
+void tst_SendFlow::storesAndStartsTheSession()
+{
+    FlowFixture f(true);
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(4));
+    QString transactions = QStringLiteral(" 3");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    const DownloadJob& job = f.flow->job();
+    QCOMPARE(job.agentDateKey, QStringLiteral("0051611"));
+    QCOMPARE(job.recordCount, 4);
+    QCOMPARE(job.transactions, QStringLiteral("3"));
+    QCOMPARE(job.agentId, AccountLine::field(QStringLiteral("AG0005"), 15));
+    QCOMPARE(job.branchId, AccountLine::field(QStringLiteral("BR0001"), 15));
+    QCOMPARE(job.fileName, DownloadFile::fileNameValue(f.flow->downloadPath()));
+    QCOMPARE(f.bankData().size(), 4);
+    // The header frame went out.
+    QVERIFY(f.terminal);
+    QCOMPARE(f.terminal->written.size(), 1);
+    QCOMPARE(f.terminal->written.at(0).left(5), QByteArray("\x01\xff\x10\xf0" "D"));
+}
+
+void tst_SendFlow::downLoadDataFolderUnderProgramFolder()
+{
+    FlowFixture f;
+    QVERIFY(!QFileInfo(f.t.path(QStringLiteral("DownLoadData"))).exists());
+    QString transactions;
+    f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions);
+    QVERIFY(!QFileInfo(f.t.path(QStringLiteral("DownLoadData"))).exists()); // not before the file is found
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(1));
+    f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions);
+    QVERIFY(QFileInfo(f.t.path(QStringLiteral("DownLoadData"))).isDir());
+    QVERIFY(!QFileInfo(QDir(f.t.ctx->settings.BankInfoPath).filePath(QStringLiteral("DownLoadData"))).exists());
+}
+
+void tst_SendFlow::fullDownload()
+{
+    FlowFixture f;
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(3));
+    QSignalSpy progress(f.flow.get(), &SendFlow::progress);
+    QSignalSpy completed(f.flow.get(), &SendFlow::completed);
+    QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
+    QString transactions = QStringLiteral("2");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 1, 10000);
+    QVERIFY(f.t.messenger.last().startsWith(QStringLiteral("Download Completed Successfully")));
+    QCOMPARE(progress.last().at(0).toInt(), 3);
+    QCOMPARE(progress.last().at(1).toInt(), 3);
+    QCOMPARE(buttons.last().at(0).toBool(), true);
+    // Header, three accounts, "OVER".
+    QCOMPARE(f.terminal->written.size(), 5);
+    QCOMPARE(f.terminal->written.last(), DownloadSession::endFrame());
+}
+
+void tst_SendFlow::terminalNotInDownloadModeReEnablesButtons()
+{
+    FlowFixture f(true);
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(3));
+    QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
+    QSignalSpy stopped(f.flow.get(), &SendFlow::stopped);
+    QString transactions = QStringLiteral("2");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    QCOMPARE(buttons.last().at(0).toBool(), false);
+    f.terminal->reply("CLOSCLOSCLOSCL");
+    QCOMPARE(stopped.count(), 1);
+    QCOMPARE(buttons.last().at(0).toBool(), true);
+    QCOMPARE(f.t.messenger.last(),
+             QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!"));
+}
+
+QTEST_GUILESS_MAIN(tst_SendFlow)
+#include "tst_sendflow.moc"
