@@ -1,12 +1,17 @@
 #pragma once
 
+#include "AppSettings.h"
+#include "LinkCodec.h"
+
 #include <QByteArray>
+#include <QDateTime>
 #include <QList>
 #include <QObject>
 #include <QString>
 #include <QTimer>
 
 class AppContext;
+class SharedRecordset;
 
 // What the download file and the send screen hand to the download protocol
 // (the form-level values the protocol reads).
@@ -54,6 +59,11 @@ public:
     QTimer& timer2() { return m_timer2; }
     QTimer& timer3() { return m_timer3; }
 
+    // The terminal passwords read by Form_Load ("0000" format); FirstProtocol
+    // uses them when the job leaves its own empty.
+    QString downloadPassword() const { return m_downloadPassword; }
+    QString setupPassword() const { return m_setupPassword; }
+
     const DownloadJob& job() const { return m_job; }
     const QByteArray& headerFrame() const { return m_header; }
     // The ready-made frame of account n (1-based: index n of the array).
@@ -61,6 +71,23 @@ public:
     int lastFrameSent() const { return m_lastFrameSent; }
 
     static QByteArray endFrame();
+    // The header frame for a job, the settings and a clock reading; throws
+    // LinkError on a conversion failure. Pads the bank and branch names and
+    // clears a negative font size in the settings given, as the send does.
+    static QByteArray buildHeaderFrame(const DownloadJob& job, AppSettings& settings, const QDateTime& now,
+                                       LinkCodec& codec);
+    // The frame of one account row (fields by name) under a frame number;
+    // throws LinkError on a conversion failure.
+    static QByteArray buildRecordFrame(const SharedRecordset& row, int frameNumber, LinkCodec& codec);
+
+    static constexpr int FrameCapacity = 2500; // record frame array, index 0 unused
+    static QString notInDownloadModeText()
+    {
+        return QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!");
+    }
+    static QString completedText() { return QStringLiteral("Download Completed Successfully!"); }
+    static QString completedPlainText() { return QStringLiteral("Download Completed Successfully"); }
+    static QString checkCableText() { return QStringLiteral("Please Check the Communication Cable"); }
 
 signals:
     // lblRecord: acknowledged records " / " record count.
@@ -71,7 +98,20 @@ signals:
     void completed();
 
 private:
+    void doFirstProtocol();
+    void doSecondProtocol();
+    void doSendOneByOne();
+    void doOnComm();
+    void stepBackSendCounter();
+    void stopTimers();
+    void fail(const QString& why);
+    void onLinkFailed(const QString& message);
+    int frameCount() const { return static_cast<int>(m_recordFrames.size()) - 1; }
+    template <typename Step> void guarded(Step step);
+
     AppContext& m_ctx;
+    QString m_downloadPassword;
+    QString m_setupPassword;
     DownloadJob m_job;
     QByteArray m_header;
     QList<QByteArray> m_recordFrames; // index 1..N; index 0 never filled
@@ -80,4 +120,5 @@ private:
     QTimer m_timer2;
     QTimer m_timer3;
     QMetaObject::Connection m_dataConnection;
+    QMetaObject::Connection m_failConnection;
 };

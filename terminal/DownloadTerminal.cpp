@@ -1,0 +1,180 @@
+#include "DownloadTerminal.h"
+
+#include "Pty.h"
+
+#include <QDir>
+
+namespace {
+
+const QByteArray prefix = QByteArrayLiteral("\x01\xFF\x10\xF0");
+constexpr int headSize = 7; // prefix, command, two length bytes
+
+int byteAt(const QByteArray& bytes, qsizetype i)
+{
+    return static_cast<unsigned char>(bytes.at(i));
+}
+
+int sumOf(const QByteArray& bytes, qsizetype from, qsizetype to) // 0-based, inclusive
+{
+    int sum = 0;
+    for (qsizetype i = from; i <= to; ++i)
+        sum += byteAt(bytes, i);
+    return sum;
+}
+
+} // namespace
+
+DownloadTerminal::DownloadTerminal(Pty* pty, QObject* parent) : QObject(parent), m_pty(pty) {}
+
+QString DownloadTerminal::statePath() const
+{
+    return m_stateDir.isEmpty() ? QString() : QDir(m_stateDir).filePath(TerminalAccounts::fileName());
+}
+
+void DownloadTerminal::attach()
+{
+    connect(m_pty, &Pty::readyRead, this, [this] { receive(m_pty->readAll()); });
+}
+
+QByteArray DownloadTerminal::answerFrame(int number, const QByteArray& word)
+{
+    QByteArray frame = prefix + QByteArrayLiteral("D\x00\x07");
+    frame += static_cast<char>((number >> 8) & 0xFF);
+    frame += static_cast<char>(number & 0xFF);
+    frame += word;
+    frame += static_cast<char>((-sumOf(frame, 7, frame.size() - 1)) & 0xFF);
+    return frame;
+}
+
+bool DownloadTerminal::headerCheckOk(const QByteArray& frame)
+{
+    if (frame.size() < 137)
+        return false;
+    const qsizetype last = frame.size() - 1;
+    // Count bytes, positions 12-129, the six clock bytes, then 12-136 again.
+    const int clock = sumOf(frame, last - 7, last - 2);
+    const int sum = byteAt(frame, 9) + byteAt(frame, 10) + sumOf(frame, 11, 128) + clock + sumOf(frame, 11, 135);
+    return ((sum + byteAt(frame, last)) & 0xFF) == 0;
+}
+
+bool DownloadTerminal::recordCheckOk(const QByteArray& frame)
+{
+    return frame.size() == 137 && (sumOf(frame, 9, 136) & 0xFF) == 0;
+}
+
+void DownloadTerminal::receive(const QByteArray& bytes)
+{
+    m_bytesIn += bytes.size();
+    m_buffer += bytes;
+    for (;;) {
+        const qsizetype start = m_buffer.indexOf(prefix);
+        if (start < 0) {
+            // Keep a possible beginning of a prefix, drop the rest.
+            m_buffer = m_buffer.right(std::min<qsizetype>(m_buffer.size(), prefix.size() - 1));
+            return;
+        }
+        m_buffer.remove(0, start);
+        if (m_buffer.size() < headSize)
+            return;
+        qsizetype size = headSize + byteAt(m_buffer, 5) * 256 + byteAt(m_buffer, 6);
+        if (m_buffer.size() < size)
+            return;
+        const bool header = size == 137 && byteAt(m_buffer, 7) == 0 && byteAt(m_buffer, 8) == 0;
+        if (header) {
+            // The header's length byte stays 130 even when a longer
+            // transactions text makes it longer: it runs to the next frame.
+            const qsizetype next = m_buffer.indexOf(prefix, 1);
+            size = std::max<qsizetype>(size, next < 0 ? m_buffer.size() : next);
+        }
+        const QByteArray frame = m_buffer.left(size);
+        m_buffer.remove(0, size);
+        handleFrame(frame);
+    }
+}
+
+bool DownloadTerminal::takeFault(int& frame, int number)
+{
+    if (frame < 0 || frame != number)
+        return false;
+    frame = -1;
+    return true;
+}
+
+void DownloadTerminal::handleFrame(const QByteArray& frame)
+{
+    if (byteAt(frame, 4) != 'D') {
+        emit note(QStringLiteral("ignored a frame with command 0x%1").arg(byteAt(frame, 4), 2, 16, QLatin1Char('0')));
+        return;
+    }
+    const int number = byteAt(frame, 7) * 256 + byteAt(frame, 8);
+    const bool endFrame = frame.size() == 14 && frame.mid(9, 4) == "OVER";
+    if (!endFrame)
+        m_received.append(number);
+    if (!m_faults.notDownloadMode.isEmpty()) {
+        emit note(QStringLiteral("not in download mode: answered %1").arg(QString::fromLatin1(m_faults.notDownloadMode)));
+        answer(number, m_faults.notDownloadMode);
+        return;
+    }
+    if (endFrame) {
+        ++m_endFrames;
+        m_state.accounts = m_accounts.values();
+        saveState();
+        emit note(QStringLiteral("end of download: %1 accounts kept").arg(m_state.accounts.size()));
+        answer(number, QByteArrayLiteral("AACK"));
+        emit downloadFinished();
+        return;
+    }
+
+    if (takeFault(m_faults.silentFrame, number)) {
+        emit note(QStringLiteral("frame %1: no answer (fault asked for)").arg(number));
+        return;
+    }
+    if (takeFault(m_faults.nackFrame, number)) {
+        emit note(QStringLiteral("frame %1: NACK (fault asked for)").arg(number));
+        answer(number, QByteArrayLiteral("NACK"));
+        return;
+    }
+    const bool isHeader = number == 0;
+    if (!(isHeader ? headerCheckOk(frame) : recordCheckOk(frame))) {
+        ++m_rejected;
+        emit note(QStringLiteral("frame %1: bad check byte, NACK").arg(number));
+        answer(number, QByteArrayLiteral("NACK"));
+        return;
+    }
+    if (isHeader) {
+        m_state = TerminalAccounts(); // a new download replaces all the terminal held
+        m_state.takeHeaderFrame(frame);
+        m_accounts.clear();
+        saveState();
+        emit note(QStringLiteral("header: agent %1, key %2, %3 accounts announced")
+                      .arg(m_state.agentId.trimmed(), m_state.agentDateKey)
+                      .arg(m_state.recordCount));
+        emit headerReceived();
+    } else {
+        m_accounts.insert(number, TerminalAccounts::accountFromFrame(frame));
+        emit accountReceived(number);
+    }
+    if (takeFault(m_faults.wrongNumberFrame, number)) {
+        emit note(QStringLiteral("frame %1: acknowledged as %2 (fault asked for)").arg(number).arg(number + 1));
+        answer(number + 1, QByteArrayLiteral("AACK"));
+        return;
+    }
+    answer(number, QByteArrayLiteral("AACK"));
+}
+
+void DownloadTerminal::answer(int number, const QByteArray& word)
+{
+    const QByteArray reply = answerFrame(number, word);
+    m_bytesOut += reply.size();
+    m_pty->write(reply);
+}
+
+void DownloadTerminal::saveState()
+{
+    const QString path = statePath();
+    if (path.isEmpty())
+        return;
+    QString error;
+    if (!m_state.save(path, &error))
+        emit note(error);
+}
