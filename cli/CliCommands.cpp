@@ -1,4 +1,5 @@
 #include "CliCommand.h"
+#include "PasswordCommand.h"
 #include "SendCommand.h"
 #include "SettingsCommand.h"
 
@@ -6,6 +7,7 @@ QList<CliCommand> allCliCommands()
 {
     return {
         settingsCommand(),
+        passwordCommand(),
         sendCommand(),
     };
 }

@@ -1,0 +1,7 @@
+#pragma once
+
+class ScreenRegistry;
+
+// Registers configuration, folder selection and password management with the
+// main menu.
+void registerAdminScreens(ScreenRegistry& registry);

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+
+class SharedDatabase;
+struct AppSettings;
+
+// The two folders of the settings row that the folder screen sets.
+namespace FolderSelection {
+
+enum class Target { None, BankInfo, Report };
+
+// The stored folder of the target when it still exists as a folder;
+// otherwise empty (a missing, empty or vanished folder is ignored). Throws
+// StoreError.
+QString existingStoredFolder(SharedDatabase& db, Target target);
+
+// Stores path as the target's folder (adding the row with SNo 1 when the
+// table is empty) and sets the matching member of AppSettings. With
+// Target::None the row is still added or saved, and nothing is set. Throws
+// StoreError.
+void save(SharedDatabase& db, AppSettings& settings, Target target, const QString& path);
+
+} // namespace FolderSelection

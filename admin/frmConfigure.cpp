@@ -1,0 +1,156 @@
+#include "frmConfigure.h"
+
+#include "AppContext.h"
+#include "ColourButton.h"
+#include "Configuration.h"
+#include "KeyHook.h"
+#include "Messenger.h"
+#include "SharedDatabase.h"
+#include "StoreError.h"
+
+#include <QComboBox>
+#include <QFrame>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QVBoxLayout>
+#include <algorithm>
+
+namespace {
+
+QLabel* label(const char* name, const QString& text, QWidget* parent)
+{
+    auto* l = new QLabel(text, parent);
+    l->setObjectName(QLatin1String(name));
+    return l;
+}
+
+} // namespace
+
+frmConfigure::frmConfigure(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window), m_ctx(ctx)
+{
+    setObjectName(QStringLiteral("frmConfigure"));
+    setWindowTitle(QStringLiteral("Configuration"));
+    setFont(QFont(QStringLiteral("Arial"), 10));
+
+    auto* layout = new QVBoxLayout(this);
+    auto* heading = label("Label2", QStringLiteral("Configuration"), this);
+    heading->setFont(QFont(QStringLiteral("Arial"), 14, QFont::Bold));
+    heading->setAlignment(Qt::AlignCenter);
+    layout->addWidget(heading);
+
+    auto* frame = new QFrame(this);
+    frame->setObjectName(QStringLiteral("Frame1"));
+    frame->setFrameShape(QFrame::StyledPanel);
+    auto* grid = new QGridLayout(frame);
+    m_bankName = new QLineEdit(frame);
+    m_bankName->setObjectName(QStringLiteral("txtBankName"));
+    m_branchName = new QLineEdit(frame);
+    m_branchName->setObjectName(QStringLiteral("txtBranchName"));
+    m_comPort = new QComboBox(frame);
+    m_comPort->setObjectName(QStringLiteral("cmbComPort"));
+    m_device = label("lblDevice", QString(), frame);
+    m_fontSize = new QComboBox(frame);
+    m_fontSize->setObjectName(QStringLiteral("cmbFontSize"));
+    m_fontSize->addItems({QStringLiteral("Small"), QStringLiteral("Big")});
+    m_fontSize->setCurrentIndex(0);
+
+    grid->addWidget(label("Label3", QStringLiteral("Bank Name :"), frame), 0, 0);
+    grid->addWidget(m_bankName, 0, 1, 1, 2);
+    grid->addWidget(label("Label1", QStringLiteral("Branch Name :"), frame), 1, 0);
+    grid->addWidget(m_branchName, 1, 1, 1, 2);
+    grid->addWidget(label("Label4", QStringLiteral("Select Com. Port :"), frame), 2, 0);
+    grid->addWidget(m_comPort, 2, 1);
+    grid->addWidget(m_device, 2, 2);
+    grid->addWidget(label("Label5", QStringLiteral("Select Font Size :"), frame), 3, 0);
+    grid->addWidget(m_fontSize, 3, 1);
+    layout->addWidget(frame);
+
+    auto* buttons = new QHBoxLayout;
+    auto* update = new ColourButton(QStringLiteral("&Update"), this);
+    update->setObjectName(QStringLiteral("cmdUpdate"));
+    auto* exit = new ColourButton(QStringLiteral("&Exit"), this);
+    exit->setObjectName(QStringLiteral("cmdExit"));
+    buttons->addStretch();
+    buttons->addWidget(update);
+    buttons->addWidget(exit);
+    layout->addLayout(buttons);
+
+    connect(update, &QPushButton::clicked, this, &frmConfigure::cmdUpdate_Click);
+    connect(exit, &QPushButton::clicked, this, &QWidget::close);
+    connect(m_comPort, &QComboBox::currentIndexChanged, this, &frmConfigure::showDevice);
+
+    // Enter in the bank name puts the port back to "1": the original did so,
+    // and it is kept.
+    KeyHook::install(m_bankName, [this](QKeyEvent* e) {
+        if (!KeyHook::isEnter(e))
+            return false;
+        m_comPort->setCurrentIndex(0);
+        m_comPort->setFocus(Qt::TabFocusReason);
+        return true;
+    });
+    KeyHook::install(m_comPort, [update](QKeyEvent* e) {
+        if (!KeyHook::isEnter(e))
+            return false;
+        update->setFocus(Qt::TabFocusReason);
+        return true;
+    });
+
+    Form_Load();
+}
+
+void frmConfigure::Form_Load()
+{
+    for (int port = 1; port <= Configuration::portCount; ++port)
+        m_comPort->addItem(QString::number(port));
+    m_comPort->setCurrentIndex(0);
+    showDevice();
+
+    try {
+        const Configuration::Stored stored = Configuration::load(m_ctx.db(), m_ctx.settings);
+        if (!stored.found)
+            return;
+        m_bankName->setText(stored.bankName);
+        m_branchName->setText(stored.branchName);
+        if (const auto font = Configuration::fontSizeIndex(stored.fontSize))
+            m_fontSize->setCurrentIndex(*font);
+        // The original failed outright on a port it could not select; an
+        // empty port (a row made by the folder screen) simply shows port 1.
+        if (const auto port = Configuration::portIndex(stored.commPort))
+            m_comPort->setCurrentIndex(*port);
+        else if (!stored.commPort.trimmed().isEmpty())
+            m_ctx.messenger().critical(Configuration::badPortMessage(stored.commPort));
+    } catch (const StoreError& e) {
+        m_ctx.messenger().critical(e.message());
+    }
+}
+
+void frmConfigure::cmdUpdate_Click()
+{
+    Configuration::Entry entry;
+    entry.bankName = m_bankName->text();
+    entry.branchName = m_branchName->text();
+    entry.commPort = m_comPort->currentText();
+    entry.fontSizeText = m_fontSize->currentText();
+    entry.fontSizeIndex = m_fontSize->currentIndex();
+    try {
+        const Configuration::Saved saved = Configuration::save(m_ctx.db(), m_ctx.settings, entry);
+        if (saved.windowFontSize) {
+            // The original set the window's font to the FontSize value in
+            // points (0 or 1); fonts have no size below one point.
+            QFont f = font();
+            f.setPointSizeF(std::max(1.0, *saved.windowFontSize));
+            setFont(f);
+        }
+    } catch (const StoreError& e) {
+        m_ctx.messenger().critical(e.message());
+        return;
+    }
+    m_ctx.messenger().information(QStringLiteral("Data Saved Successfully"));
+}
+
+void frmConfigure::showDevice()
+{
+    m_device->setText(Configuration::deviceText(m_comPort->currentText(), m_ctx.dataDir, m_ctx.portOverride));
+}

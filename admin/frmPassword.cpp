@@ -1,0 +1,245 @@
+#include "frmPassword.h"
+
+#include "AppContext.h"
+#include "ColourButton.h"
+#include "FocusInHook.h"
+#include "KeyHook.h"
+#include "Messenger.h"
+#include "StoreError.h"
+
+#include <QFrame>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QRadioButton>
+#include <QVBoxLayout>
+
+namespace {
+
+QFrame* frame(const char* name, QWidget* parent)
+{
+    auto* f = new QFrame(parent);
+    f->setObjectName(QLatin1String(name));
+    f->setFrameShape(QFrame::StyledPanel);
+    return f;
+}
+
+QRadioButton* option(const char* name, const QString& caption, QWidget* parent)
+{
+    auto* b = new QRadioButton(caption, parent);
+    b->setObjectName(QLatin1String(name));
+    return b;
+}
+
+QLineEdit* passwordBox(const char* name, QWidget* parent)
+{
+    auto* box = new QLineEdit(parent);
+    box->setObjectName(QLatin1String(name));
+    box->setEchoMode(QLineEdit::Password);
+    return box;
+}
+
+} // namespace
+
+frmPassword::frmPassword(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window), m_ctx(ctx)
+{
+    setObjectName(QStringLiteral("frmPassword"));
+    setWindowTitle(QStringLiteral("Password"));
+    setFont(QFont(QStringLiteral("Arial"), 10));
+
+    auto* layout = new QVBoxLayout(this);
+    auto* heading = new QLabel(QStringLiteral("Password"), this);
+    heading->setObjectName(QStringLiteral("Label2"));
+    heading->setFont(QFont(QStringLiteral("Arial"), 14, QFont::Bold));
+    heading->setAlignment(Qt::AlignCenter);
+    layout->addWidget(heading);
+
+    QFrame* outer = frame("Frame1", this);
+    auto* outerLayout = new QVBoxLayout(outer);
+    layout->addWidget(outer);
+
+    QFrame* family = frame("Frame2", outer);
+    auto* familyLayout = new QHBoxLayout(family);
+    m_software = option("OpSoftware", QStringLiteral("Software"), family);
+    m_handHeld = option("OpHandHeld", QStringLiteral("Hand Held Terminal"), family);
+    familyLayout->addWidget(m_software);
+    familyLayout->addWidget(m_handHeld);
+    outerLayout->addWidget(family);
+
+    m_softwareFrame = frame("Frame5", outer);
+    auto* softwareLayout = new QHBoxLayout(m_softwareFrame);
+    m_admin = option("OpAdmin", QStringLiteral("Admin"), m_softwareFrame);
+    m_user = option("OpUser", QStringLiteral("User"), m_softwareFrame);
+    softwareLayout->addWidget(m_admin);
+    softwareLayout->addWidget(m_user);
+    outerLayout->addWidget(m_softwareFrame);
+
+    m_terminalFrame = frame("Frame4", outer);
+    auto* terminalLayout = new QHBoxLayout(m_terminalFrame);
+    m_setup = option("OpSetup", QStringLiteral("Setup"), m_terminalFrame);
+    m_download = option("OpDownload", QStringLiteral("Main Screen"), m_terminalFrame);
+    terminalLayout->addWidget(m_setup);
+    terminalLayout->addWidget(m_download);
+    outerLayout->addWidget(m_terminalFrame);
+
+    QFrame* boxes = frame("Frame3", outer);
+    auto* grid = new QGridLayout(boxes);
+    auto addBox = [grid, boxes](int row, const char* labelName, const QString& caption, const char* name) {
+        auto* l = new QLabel(caption, boxes);
+        l->setObjectName(QLatin1String(labelName));
+        QLineEdit* box = passwordBox(name, boxes);
+        grid->addWidget(l, row, 0);
+        grid->addWidget(box, row, 1);
+        return box;
+    };
+    m_old = addBox(0, "Label6", QStringLiteral("Enter Old Password :"), "txtOldPass");
+    m_new = addBox(1, "Label4", QStringLiteral("Enter New Password :"), "txtNewPass");
+    m_confirm = addBox(2, "Label1", QStringLiteral("Confirm New Password :"), "txtConfirmPass");
+    outerLayout->addWidget(boxes);
+
+    auto* buttons = new QHBoxLayout;
+    auto* update = new ColourButton(QStringLiteral("&Update"), this);
+    update->setObjectName(QStringLiteral("cmdSend"));
+    auto* exit = new ColourButton(QStringLiteral("&Exit"), this);
+    exit->setObjectName(QStringLiteral("cmdExit"));
+    buttons->addStretch();
+    buttons->addWidget(update);
+    buttons->addWidget(exit);
+    layout->addLayout(buttons);
+
+    // The screen opens on the administrator's password, the one asked most
+    // often: Software and Admin chosen, the Software frame shown.
+    m_software->setChecked(true);
+    m_admin->setChecked(true);
+    m_terminalFrame->hide();
+    setLengthLimit(PasswordChange::softwareLimit);
+
+    connect(m_software, &QRadioButton::toggled, this, [this](bool on) {
+        if (on)
+            setLengthLimit(PasswordChange::lengthLimit(false));
+    });
+    connect(m_handHeld, &QRadioButton::toggled, this, [this](bool on) {
+        if (on)
+            setLengthLimit(PasswordChange::lengthLimit(true));
+    });
+    FocusInHook::install(m_software, [this] {
+        m_terminalFrame->hide();
+        m_softwareFrame->show();
+    });
+    FocusInHook::install(m_handHeld, [this] {
+        m_softwareFrame->hide();
+        m_terminalFrame->show();
+    });
+    for (QRadioButton* b : {m_admin, m_user, m_setup, m_download})
+        FocusInHook::install(b, [this] { clearBoxes(); });
+    FocusInHook::install(m_new, [this] { checkOldPassword(); });
+
+    auto enterMoves = [](QWidget* from, QWidget* to) {
+        KeyHook::install(from, [to](QKeyEvent* e) {
+            if (!KeyHook::isEnter(e))
+                return false;
+            to->setFocus(Qt::TabFocusReason);
+            return true;
+        });
+    };
+    enterMoves(m_software, m_admin);
+    enterMoves(m_handHeld, m_setup);
+    for (QRadioButton* b : {m_admin, m_user, m_setup, m_download})
+        enterMoves(b, m_old);
+    KeyHook::install(m_old, [this](QKeyEvent* e) { return passwordKey(m_old, m_new, e); });
+    KeyHook::install(m_new, [this](QKeyEvent* e) { return passwordKey(m_new, m_confirm, e); });
+    KeyHook::install(m_confirm, [this, update](QKeyEvent* e) { return passwordKey(m_confirm, update, e); });
+
+    connect(update, &QPushButton::clicked, this, &frmPassword::cmdSend_Click);
+    connect(exit, &QPushButton::clicked, this, &QWidget::close);
+
+    Form_Load();
+    m_old->setFocus();
+}
+
+void frmPassword::Form_Load()
+{
+    try {
+        m_change.load(m_ctx.db());
+    } catch (const StoreError& e) {
+        m_ctx.messenger().critical(e.message());
+    }
+}
+
+PasswordChange::Selection frmPassword::selection() const
+{
+    PasswordChange::Selection s;
+    s.software = m_software->isChecked();
+    s.handHeld = m_handHeld->isChecked();
+    s.admin = m_admin->isChecked();
+    s.user = m_user->isChecked();
+    s.setup = m_setup->isChecked();
+    s.download = m_download->isChecked();
+    return s;
+}
+
+void frmPassword::setLengthLimit(int limit)
+{
+    for (QLineEdit* box : {m_old, m_new, m_confirm})
+        box->setMaxLength(limit);
+}
+
+void frmPassword::clearBoxes()
+{
+    for (QLineEdit* box : {m_old, m_new, m_confirm})
+        box->clear();
+}
+
+bool frmPassword::passwordKey(QLineEdit* box, QWidget* next, QKeyEvent* e)
+{
+    if (!m_handHeld->isChecked())
+        return false;
+    if (KeyHook::isBackspace(e)) {
+        // Arithmetic, not a deletion: "0012" becomes "1" and an empty box
+        // "0". Kept from the original.
+        box->setText(PasswordChange::backspaced(box->text()));
+        box->setCursorPosition(0);
+        return true;
+    }
+    if (KeyHook::isEnter(e)) {
+        next->setFocus(Qt::TabFocusReason);
+        return true;
+    }
+    // Only character keys are filtered; Tab and the editing keys that type
+    // nothing (arrows, Delete) keep working.
+    const QString text = e->text();
+    if (text.isEmpty() || e->key() == Qt::Key_Tab || e->key() == Qt::Key_Backtab || e->key() == Qt::Key_Delete)
+        return false;
+    const QChar c = KeyHook::character(e);
+    return !(c >= QLatin1Char('0') && c <= QLatin1Char('9'));
+}
+
+void frmPassword::checkOldPassword()
+{
+    if (m_change.oldPasswordAccepted(selection(), m_old->text()))
+        return;
+    m_old->clear();
+    m_old->setFocus(Qt::OtherFocusReason);
+    m_ctx.messenger().critical(QStringLiteral("Password entered is incorrect"));
+}
+
+void frmPassword::cmdSend_Click()
+{
+    PasswordChange::Outcome outcome;
+    try {
+        outcome = PasswordChange::save(m_ctx.db(), selection(), m_new->text(), m_confirm->text());
+    } catch (const StoreError& e) {
+        m_ctx.messenger().critical(e.message());
+        return;
+    }
+    if (outcome == PasswordChange::Outcome::Mismatch) {
+        m_confirm->clear();
+        m_confirm->setFocus(Qt::OtherFocusReason);
+        m_ctx.messenger().critical(QStringLiteral("Conifrming New Password is Incorrect"));
+        return;
+    }
+    // Shown also when no pair was chosen and nothing was written: the
+    // original did so. The loaded passwords are not refreshed either.
+    m_ctx.messenger().information(QStringLiteral("Data Saved Successfully"), QStringLiteral("DATA SAVE"));
+}
