@@ -153,12 +153,17 @@ void UploadSession::ThirdProtocol()
     m_ctx.channel().write(link.TxFrame);
 }
 
-void UploadSession::FourthProtocol()
+void UploadSession::writeRequest(AppContext& ctx)
 {
-    LinkState& link = m_ctx.link;
+    LinkState& link = ctx.link;
     link.codec.checkbin2R(link.RecordNo);
     link.TxFrame = requestFrame(link.codec.RecHi, link.codec.RecLo);
-    m_ctx.channel().write(link.TxFrame);
+    ctx.channel().write(link.TxFrame);
+}
+
+void UploadSession::FourthProtocol()
+{
+    writeRequest(m_ctx);
     m_timer1.start();
 }
 
@@ -281,9 +286,13 @@ void UploadSession::onComm()
         if (m_ctx.messenger().askOkCancel(crcQuestionText(), Messenger::Icon::Critical)) {
             link.CrcErrorCount = 0;
         } else {
+            AppContext& ctx = m_ctx;
             emit closeRequested();
-            if (!self)
+            if (!self) {
+                // The screen went at once; the request still goes out.
+                writeRequest(ctx);
                 return;
+            }
         }
         // After Cancel the request still goes out, as it always did.
         FourthProtocol();

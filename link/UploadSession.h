@@ -13,13 +13,13 @@ class AppContext;
 // restore store and file writers read.
 struct UploadSummary
 {
-    int TotalRecords = 5000;      // announced by the header record
-    int TotalTransactions = 0;    // from the summary record (TotalTransact)
-    QString AgentId;              // 3 characters from the summary (Label4)
-    QString CollectionDate;       // ddmm from the summary (Label6)
-    QString TotalAmountDigits;    // 8 digits from the summary
-    QString BankAgentId;          // 15 characters from the header record
-    QString UploadBaseName;       // summary bytes 10 to 16: agent and ddmm
+    int TotalRecords = 5000;          // announced by the header record
+    int TotalTransactions = 0;        // from the summary record (TotalTransact)
+    QString AgentId;                  // 3 characters from the summary (Label4)
+    QString CollectionDate;           // ddmm from the summary (Label6)
+    QString TotalAmountDigits;        // 8 digits from the summary
+    QString BankAgentId;              // 15 characters from the header record
+    QString UploadBaseName;           // summary bytes 10 to 16: agent and ddmm
     std::array<char, 6> ClockBytes{}; // made by SendRTC
 
     // txtTotalAmount: the digits as a number, formatted "0.00".
@@ -79,11 +79,11 @@ public:
     static QString crcQuestionText() { return QStringLiteral("Error in CRC,Press OK to try again or Cancel to Quit"); }
 
 signals:
-    void headerReceived();              // Receive disabled
-    void summaryDecoded();              // Label4, Label6, TotalTransact, txtTotalAmount
+    void headerReceived();                  // Receive disabled
+    void summaryDecoded();                  // Label4, Label6, TotalTransact, txtTotalAmount
     void progress(int received, int total); // lblRecord "k / n"
-    void busyChanged(bool busy);        // Label9 shown / hidden
-    void finished();                    // the last record is in and handled
+    void busyChanged(bool busy);            // Label9 shown / hidden
+    void finished();                        // the last record is in and handled
     // Cancel on the check-failure question. The handler still sends one
     // more request after emitting it, so a receiver must not delete the
     // session synchronously (close the screen, deleteLater).
@@ -108,4 +108,5 @@ private:
     void report(const QString& message);
     void flushInput();
     void stepBackAfterTimeout();
+    static void writeRequest(AppContext& ctx);
 };

@@ -425,6 +425,21 @@ private slots:
         QCOMPARE(link().CrcErrorCount, 15);
     }
 
+    void cancelStillRequestsWhenTheSessionIsDeletedAtOnce()
+    {
+        startUpload(10);
+        QByteArray bad = reply(transactionRecord(2));
+        bad[136] = static_cast<char>(bad.at(136) + 1);
+        t->messenger.queueAnswer(false);
+        link().CrcErrorCount = 14;
+        connect(session.get(), &UploadSession::closeRequested, this, [this] { delete session.release(); });
+        const int writes = static_cast<int>(channel->written.size());
+        channel->feed(bad);
+        QVERIFY(!session);
+        QCOMPARE(channel->written.size(), writes + 1);
+        QCOMPARE(requested(channel->lastWritten()), 2);
+    }
+
     void cableMessageEveryFifthTimeout()
     {
         link().RecordNo = QStringLiteral("3");
