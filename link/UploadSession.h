@@ -84,9 +84,9 @@ signals:
     void progress(int received, int total); // lblRecord "k / n"
     void busyChanged(bool busy);            // Label9 shown / hidden
     void finished();                        // the last record is in and handled
-    // Cancel on the check-failure question. The handler still sends one
-    // more request after emitting it, so a receiver must not delete the
-    // session synchronously (close the screen, deleteLater).
+    // Cancel on the check-failure question: close the screen. The handler
+    // still sends one more request after emitting it, even when a receiver
+    // has deleted the session.
     void closeRequested();
     // A failure was reported (a conversion or store error inside a handler,
     // the port failing or not opening); the exchange may have stalled.
