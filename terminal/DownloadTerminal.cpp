@@ -4,6 +4,8 @@
 
 #include <QDir>
 
+#include <cmath>
+
 namespace {
 
 const QByteArray prefix = QByteArrayLiteral("\x01\xFF\x10\xF0");
@@ -24,7 +26,13 @@ int sumOf(const QByteArray& bytes, qsizetype from, qsizetype to) // 0-based, inc
 
 } // namespace
 
-DownloadTerminal::DownloadTerminal(Pty* pty, QObject* parent) : QObject(parent), m_pty(pty) {}
+DownloadTerminal::DownloadTerminal(Pty* pty, QObject* parent) : QObject(parent), m_pty(pty)
+{
+    m_lineClock.start();
+    m_arrival.setSingleShot(true);
+    m_arrival.setTimerType(Qt::PreciseTimer);
+    connect(&m_arrival, &QTimer::timeout, this, &DownloadTerminal::releaseArrived);
+}
 
 QString DownloadTerminal::statePath() const
 {
@@ -64,7 +72,37 @@ bool DownloadTerminal::recordCheckOk(const QByteArray& frame)
 
 void DownloadTerminal::receive(const QByteArray& bytes)
 {
+    if (bytes.isEmpty())
+        return;
     m_bytesIn += bytes.size();
+    if (m_baud <= 0) {
+        take(bytes);
+        return;
+    }
+    // The last of these bytes reaches the terminal when the line has carried
+    // everything before it and them.
+    const double now = static_cast<double>(m_lineClock.nsecsElapsed()) / 1e6;
+    m_lineFreeAtMs = std::max(m_lineFreeAtMs, now) + static_cast<double>(bytes.size()) * 10.0 * 1000.0 / m_baud;
+    m_onLine.append({m_lineFreeAtMs, bytes});
+    if (!m_arrival.isActive())
+        releaseArrived();
+}
+
+void DownloadTerminal::releaseArrived()
+{
+    while (!m_onLine.isEmpty()) {
+        const double now = static_cast<double>(m_lineClock.nsecsElapsed()) / 1e6;
+        const double due = m_onLine.first().first;
+        if (due > now) {
+            m_arrival.start(static_cast<int>(std::ceil(due - now)));
+            return;
+        }
+        take(m_onLine.takeFirst().second);
+    }
+}
+
+void DownloadTerminal::take(const QByteArray& bytes)
+{
     m_buffer += bytes;
     for (;;) {
         const qsizetype start = m_buffer.indexOf(prefix);

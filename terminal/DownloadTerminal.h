@@ -3,10 +3,13 @@
 #include "TerminalAccounts.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QList>
 #include <QMap>
 #include <QObject>
+#include <QPair>
 #include <QString>
+#include <QTimer>
 
 class Pty;
 
@@ -34,6 +37,11 @@ public:
     // Folder of the state file; empty keeps the state in memory only.
     void setStateDir(const QString& dir) { m_stateDir = dir; }
     QString statePath() const;
+
+    // Takes the PC's bytes no faster than a line at this speed would deliver
+    // them (10 bits a byte); 0 takes them as they come. The Pty paces the
+    // other direction.
+    void setLineBaud(int baud) { m_baud = baud; }
 
     // Reads what the PC sent from the Pty whenever it arrives.
     void attach();
@@ -66,6 +74,8 @@ signals:
     void note(const QString& text);
 
 private:
+    void take(const QByteArray& bytes);
+    void releaseArrived();
     void handleFrame(const QByteArray& frame);
     void answer(int number, const QByteArray& word);
     bool takeFault(int& frame, int number);
@@ -73,6 +83,11 @@ private:
 
     Pty* m_pty;
     QByteArray m_buffer;
+    int m_baud = 0;
+    QElapsedTimer m_lineClock;
+    double m_lineFreeAtMs = 0;
+    QList<QPair<double, QByteArray>> m_onLine; // bytes still travelling: arrival time, bytes
+    QTimer m_arrival;
     Faults m_faults;
     QString m_stateDir;
     TerminalAccounts m_state;

@@ -144,6 +144,7 @@ int main(int argc, char* argv[])
     DownloadTerminal download(&pty);
     download.setFaults(downloadFaults);
     download.setStateDir(dir);
+    download.setLineBaud(rate);
     QObject::connect(&download, &DownloadTerminal::note, note);
 
     UploadTerminal upload(&pty);

@@ -1,0 +1,207 @@
+// Downloads over a pseudo-terminal against the simulated terminal:
+// 2000 accounts at full speed (total time and the PC's turnaround per frame:
+// acknowledgement in to next frame out), then 200 accounts with the
+// terminal's bytes paced as on the 19200-baud cable (total time against the
+// time the line itself needs for the bytes exchanged).
+
+#include "AppContext.h"
+#include "Clock.h"
+#include "DownloadSession.h"
+#include "DownloadTerminal.h"
+#include "Messenger.h"
+#include "Pty.h"
+#include "SerialLink.h"
+#include "SharedDatabase.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+class PrintingMessenger : public Messenger
+{
+public:
+    void show(const QString& text, Icon, const QString&) override
+    {
+        messages << text;
+        std::printf("  message: %s\n", qPrintable(text));
+    }
+    bool askOkCancel(const QString& text, Icon, const QString&) override
+    {
+        messages << text;
+        return true;
+    }
+    QStringList messages;
+};
+
+// The serial link with a stopwatch on its reads and writes.
+class TimedLink : public SerialLink
+{
+public:
+    explicit TimedLink(const QElapsedTimer& clock) : m_clock(clock) {}
+
+    QByteArray readAll() override
+    {
+        QByteArray bytes = SerialLink::readAll();
+        if (!bytes.isEmpty())
+            m_lastRead = m_clock.nsecsElapsed();
+        return bytes;
+    }
+    void write(const QByteArray& bytes) override
+    {
+        if (!bytes.isEmpty() && m_lastRead >= 0)
+            turnarounds.append(m_clock.nsecsElapsed() - m_lastRead);
+        m_lastRead = -1;
+        SerialLink::write(bytes);
+    }
+
+    QList<qint64> turnarounds; // nanoseconds from a read to the write it led to
+
+private:
+    const QElapsedTimer& m_clock;
+    qint64 m_lastRead = -1;
+};
+
+struct Result
+{
+    bool ok = false;
+    double seconds = 0;
+    double medianTurnaroundUs = 0; // PC: acknowledgement read to next frame handed to the port
+    double medianCycleUs = 0;      // terminal: one account frame in to the next, its answer between
+    qint64 lineBytes = 0;
+};
+
+Result runDownload(int accounts, int baud)
+{
+    Result result;
+    QTemporaryDir dir;
+    SharedDatabase db;
+    QString error;
+    if (!dir.isValid() || !db.open(QDir(dir.path()).filePath(SharedDatabase::fileName()), &error)) {
+        std::fprintf(stderr, "cannot open a database: %s\n", qPrintable(error));
+        return result;
+    }
+    Pty pty;
+    if (!pty.open(&error)) {
+        std::fprintf(stderr, "cannot open a pseudo-terminal: %s\n", qPrintable(error));
+        return result;
+    }
+    pty.setBaud(baud);
+    DownloadTerminal terminal(&pty);
+    terminal.setLineBaud(baud);
+    terminal.attach();
+    QElapsedTimer stopwatch;
+    QList<qint64> frameTimes;
+    QObject::connect(&terminal, &DownloadTerminal::accountReceived,
+                     [&frameTimes, &stopwatch] { frameTimes.append(stopwatch.nsecsElapsed()); });
+
+    PrintingMessenger messenger;
+    FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(9, 0))};
+    AppContext ctx(db, messenger, clock);
+    ctx.dataDir = dir.path();
+    ctx.portOverride = pty.devicePath();
+    ctx.settings.BankName = QStringLiteral("TONVY BANK");
+    ctx.settings.BranchName = QStringLiteral("MAIN ROAD");
+    ctx.settings.FontSize = QStringLiteral("0");
+    TimedLink* link = nullptr;
+    ctx.setChannelFactory([&stopwatch, &link] {
+        auto timed = std::make_unique<TimedLink>(stopwatch);
+        link = timed.get();
+        return timed;
+    });
+
+    {
+        SharedDatabase::Transaction transaction(db);
+        for (int i = 1; i <= accounts; ++i)
+            db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
+                                      "AgreedAmount, OpeningDate, SNo, Txndate, FileName, AgentID) "
+                                      "VALUES (?,?,?,?,?,?,?,?,?,?,?)"),
+                       {QStringLiteral("1"), QStringLiteral("SB001"),
+                        QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
+                        QStringLiteral("ACCOUNT HOLDER %1").arg(i, 4, 10, QLatin1Char('0')),
+                        QStringLiteral("%1").arg(i * 37, 8, 10, QLatin1Char('0')), QStringLiteral("00050"),
+                        QStringLiteral("010203"), QStringLiteral("1"), QStringLiteral("150607"),
+                        QStringLiteral("Bank/0051611d.txt"), QStringLiteral("AG0005         ")});
+        transaction.commit();
+    }
+
+    DownloadSession session(ctx);
+    session.Form_Load();
+    DownloadJob job;
+    job.agentDateKey = QStringLiteral("0051611");
+    job.fileName = QStringLiteral("Bank/0051611d.txt");
+    job.branchId = QStringLiteral("BR0001         ");
+    job.agentId = QStringLiteral("AG0005         ");
+    job.recordCount = accounts;
+    job.transactions = QStringLiteral("5");
+    job.downloadPassword = QStringLiteral("1111");
+    job.setupPassword = QStringLiteral("2222");
+
+    QEventLoop loop;
+    QObject::connect(&session, &DownloadSession::completed, &loop, [&] {
+        result.ok = true;
+        loop.quit();
+    });
+    QObject::connect(&session, &DownloadSession::stopped, &loop, &QEventLoop::quit);
+    QTimer::singleShot(600000, &loop, &QEventLoop::quit);
+
+    stopwatch.start();
+    session.prepareSend();
+    session.FirstProtocol(job);
+    loop.exec();
+    result.seconds = static_cast<double>(stopwatch.nsecsElapsed()) / 1e9;
+    session.closePort();
+
+    if (terminal.state().accounts.size() != accounts) {
+        std::fprintf(stderr, "the terminal kept %lld accounts of %d\n",
+                     static_cast<long long>(terminal.state().accounts.size()), accounts);
+        result.ok = false;
+    }
+    result.lineBytes = terminal.bytesIn() + terminal.bytesOut();
+    if (link && !link->turnarounds.isEmpty()) {
+        QList<qint64> samples = link->turnarounds;
+        std::sort(samples.begin(), samples.end());
+        result.medianTurnaroundUs = static_cast<double>(samples.at(samples.size() / 2)) / 1000.0;
+    }
+    QList<qint64> cycles;
+    for (qsizetype i = 1; i < frameTimes.size(); ++i)
+        cycles.append(frameTimes.at(i) - frameTimes.at(i - 1));
+    if (!cycles.isEmpty()) {
+        std::sort(cycles.begin(), cycles.end());
+        result.medianCycleUs = static_cast<double>(cycles.at(cycles.size() / 2)) / 1000.0;
+    }
+    return result;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+
+    std::printf("2000 accounts, full speed:\n");
+    const Result fast = runDownload(2000, 0);
+    if (!fast.ok)
+        return 1;
+    std::printf("  total time: %.3f s\n", fast.seconds);
+    std::printf("  PC turnaround per frame (acknowledgement in to next frame out), median: %.1f us\n",
+                fast.medianTurnaroundUs);
+    std::printf("  round trip seen by the terminal (one frame in to the next, both pty transits), median: %.1f us\n",
+                fast.medianCycleUs);
+
+    std::printf("200 accounts, terminal paced at 19200 baud:\n");
+    const Result paced = runDownload(200, 19200);
+    if (!paced.ok)
+        return 1;
+    const double lineSeconds = static_cast<double>(paced.lineBytes) * 10.0 / 19200.0;
+    std::printf("  total time: %.3f s\n", paced.seconds);
+    std::printf("  line time for %lld bytes: %.3f s\n", static_cast<long long>(paced.lineBytes), lineSeconds);
+    std::printf("  ratio total / line time: %.2f\n", paced.seconds / lineSeconds);
+    return 0;
+}
