@@ -22,7 +22,8 @@ int run(CliRun& run)
 {
     const QCommandLineParser& p = run.parser;
     if (!run.arguments.isEmpty())
-        return cliUsageError(QStringLiteral("'send' takes options only: send --agent N --date DDMM [--transactions N]."));
+        return cliUsageError(
+            QStringLiteral("'send' takes options only: send --agent N --date DDMM [--transactions N]."));
 
     // The same characters the send screen's boxes let through.
     const QString agent = p.value(QStringLiteral("agent"));
@@ -63,8 +64,8 @@ int run(CliRun& run)
     QTimer giveUp;
     giveUp.setSingleShot(true);
     QObject::connect(&giveUp, &QTimer::timeout, &loop, [&] {
-        run.messenger.critical(QStringLiteral("Gave up after %1 seconds: the terminal did not finish the download.")
-                                   .arg(giveUpAfter));
+        run.messenger.critical(
+            QStringLiteral("Gave up after %1 seconds: the terminal did not finish the download.").arg(giveUpAfter));
         finish(CliExit::GaveUp);
     });
 
@@ -88,14 +89,15 @@ CliCommand sendCommand()
 {
     CliCommand c;
     c.name = QStringLiteral("send");
-    c.synopsis = QStringLiteral(
-        "send --agent N --date DDMM [--transactions N] [--give-up-after SECONDS]\n"
-        "             sends the agent's download file to the terminal, as the Send button does");
+    c.synopsis =
+        QStringLiteral("send --agent N --date DDMM [--transactions N] [--give-up-after SECONDS]\n"
+                       "             sends the agent's download file to the terminal, as the Send button does");
     c.addOptions = [](QCommandLineParser& p) {
         p.addOption({QStringLiteral("agent"), QStringLiteral("Agent number (digits)."), QStringLiteral("N")});
-        p.addOption({QStringLiteral("date"), QStringLiteral("Date of the download file, ddmm."), QStringLiteral("DDMM")});
-        p.addOption({QStringLiteral("transactions"), QStringLiteral("Number of transactions (digits 0 to 7; default 1)."),
-                     QStringLiteral("N")});
+        p.addOption(
+            {QStringLiteral("date"), QStringLiteral("Date of the download file, ddmm."), QStringLiteral("DDMM")});
+        p.addOption({QStringLiteral("transactions"),
+                     QStringLiteral("Number of transactions (digits 0 to 7; default 1)."), QStringLiteral("N")});
         p.addOption({QStringLiteral("give-up-after"),
                      QStringLiteral("Stop waiting for the terminal after this many seconds (exit status 3)."),
                      QStringLiteral("SECONDS")});

@@ -10,8 +10,8 @@ bool AccountStore::Store_BankData(const DownloadFile& file, const QString& downl
     const QString agentId = file.AgentID();
     const QString branchId = file.BranchID();
     const QString fileName = DownloadFile::fileNameValue(downloadPath);
-    if (!KeyCheck::acceptable(QStringLiteral("agent id"), agentId, error)
-        || !KeyCheck::acceptable(QStringLiteral("file name"), fileName, error))
+    if (!KeyCheck::acceptable(QStringLiteral("agent id"), agentId, error) ||
+        !KeyCheck::acceptable(QStringLiteral("file name"), fileName, error))
         return false;
 
     try {

@@ -132,10 +132,10 @@ bool DownloadFile::ReadDownLoadFile(const QString& path)
     QFile file(path);
     if (QFileInfo(path).isDir() || !file.open(QIODevice::ReadOnly)) {
         const QString why = QFileInfo(path).isDir() ? QStringLiteral("it is a folder") : file.errorString();
-        return fail(Failure::CannotOpen,
-                    QStringLiteral("The DownLoad File %1 cannot be read (%2). Please check the DownLoad File")
-                        .arg(path, why),
-                    Messenger::Icon::Critical);
+        return fail(
+            Failure::CannotOpen,
+            QStringLiteral("The DownLoad File %1 cannot be read (%2). Please check the DownLoad File").arg(path, why),
+            Messenger::Icon::Critical);
     }
     const bool ok = ReadDownLoadFile(file);
     file.close();

@@ -5,8 +5,7 @@
 #include <QDir>
 #include <QFileInfo>
 
-SendFlow::SendFlow(AppContext& ctx, QObject* parent)
-    : QObject(parent), m_ctx(ctx), m_session(ctx), m_store(ctx.db())
+SendFlow::SendFlow(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx), m_session(ctx), m_store(ctx.db())
 {
     connect(&m_session, &DownloadSession::progress, this, &SendFlow::progress);
     connect(&m_session, &DownloadSession::stopped, this, [this] {

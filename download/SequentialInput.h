@@ -27,9 +27,9 @@ public:
     bool listInput(QString* item);
 
 private:
-    int peek() const;             // next byte, or -1 at the end
-    int get();                    // next byte consumed, or -1 at the end
-    void skipLineEnd();           // consumes CR, LF or CR LF when one is next
+    int peek() const;   // next byte, or -1 at the end
+    int get();          // next byte consumed, or -1 at the end
+    void skipLineEnd(); // consumes CR, LF or CR LF when one is next
     static bool isLineEnd(int c) { return c == '\r' || c == '\n'; }
     static bool isBlank(int c) { return c == ' ' || c == '\t'; }
 

@@ -30,11 +30,10 @@ struct AccountLine
     // The 174-character record.
     QString text() const
     {
-        return field(branch, 15) + field(category, 1) + field(scheme, 5) + field(acNumber, 15)
-               + field(customer, 6) + field(name, 50) + QStringLiteral("##") + field(balance, 8)
-               + QStringLiteral("###") + field(agreed, 5) + QStringLiteral("###") + field(date, 10)
-               + field(agent, 15) + field(opening, 10) + field(txnDate, 10) + QStringLiteral("#")
-               + field(bankSoft, 15);
+        return field(branch, 15) + field(category, 1) + field(scheme, 5) + field(acNumber, 15) + field(customer, 6) +
+               field(name, 50) + QStringLiteral("##") + field(balance, 8) + QStringLiteral("###") + field(agreed, 5) +
+               QStringLiteral("###") + field(date, 10) + field(agent, 15) + field(opening, 10) + field(txnDate, 10) +
+               QStringLiteral("#") + field(bankSoft, 15);
     }
     QByteArray bytes() const { return text().toLatin1(); }
 

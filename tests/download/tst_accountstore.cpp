@@ -82,11 +82,11 @@ void tst_AccountStore::storesEveryRecordInFileOrder()
     const QStringList rows = bankData(t.db);
     QCOMPARE(rows.size(), 2);
     const DownloadRecord& r = file.records().at(0);
-    const QString expected = QStringList{r.CategoryCode, r.SchemeCode, r.ACNumber, r.ACName, r.BalAmount,
-                                         r.AgreedAmount, r.OpeningDate, QStringLiteral("1"), r.Txndate,
-                                         QStringLiteral("Bank\\0051611d.txt"), r.CustomerCode, r.BranchID,
-                                         r.AgentID, r.MyDate, r.BankSoftACNumber}
-                                 .join(QLatin1Char('|'));
+    const QString expected =
+        QStringList{r.CategoryCode, r.SchemeCode,  r.ACNumber,          r.ACName,  r.BalAmount,
+                    r.AgreedAmount, r.OpeningDate, QStringLiteral("1"), r.Txndate, QStringLiteral("Bank\\0051611d.txt"),
+                    r.CustomerCode, r.BranchID,    r.AgentID,           r.MyDate,  r.BankSoftACNumber}
+            .join(QLatin1Char('|'));
     QCOMPARE(rows.at(0), expected);
     QCOMPARE(column(t.db, QStringLiteral("ACName")).at(1), AccountLine::field(QStringLiteral("ANITA"), 50));
     QVERIFY(!t.db.sharedRecordset().isOpen());
@@ -116,7 +116,8 @@ void tst_AccountStore::lastRecordValuesGoIntoEveryRow()
     QString error;
     QVERIFY(store.Store_BankData(readFile(joinLines({first.bytes(), last.bytes()})), path, &error));
     QCOMPARE(column(t.db, QStringLiteral("AgentID")), QStringList(2, AccountLine::field(QStringLiteral("AG0009"), 15)));
-    QCOMPARE(column(t.db, QStringLiteral("BranchID")), QStringList(2, AccountLine::field(QStringLiteral("BR0002"), 15)));
+    QCOMPARE(column(t.db, QStringLiteral("BranchID")),
+             QStringList(2, AccountLine::field(QStringLiteral("BR0002"), 15)));
 }
 
 void tst_AccountStore::sameAgentTwiceKeepsOnlySecondFile()
@@ -171,7 +172,9 @@ void tst_AccountStore::apostropheRefused_data()
     QTest::addColumn<QString>("downloadPath");
     QTest::addColumn<QString>("what");
     QTest::newRow("agent id") << "AG'05" << path << "agent id";
-    QTest::newRow("file name") << "AG0005" << "/srv/o'neil/0051611d.txt" << "file name";
+    QTest::newRow("file name") << "AG0005"
+                               << "/srv/o'neil/0051611d.txt"
+                               << "file name";
 }
 
 void tst_AccountStore::apostropheRefused()
@@ -187,8 +190,8 @@ void tst_AccountStore::apostropheRefused()
 
     QVERIFY(!store.Store_BankData(readFile(accountsFile(2, agent)), downloadPath, &error));
     QString expected;
-    const QString value = what == QLatin1String("agent id") ? AccountLine::field(agent, 15)
-                                                            : DownloadFile::fileNameValue(downloadPath);
+    const QString value =
+        what == QLatin1String("agent id") ? AccountLine::field(agent, 15) : DownloadFile::fileNameValue(downloadPath);
     QVERIFY(!KeyCheck::acceptable(what, value, &expected));
     QCOMPARE(error, expected);
     QCOMPARE(bankData(t.db), before);

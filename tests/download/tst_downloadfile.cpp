@@ -52,10 +52,14 @@ void tst_DownloadFile::pathFor_data()
 {
     QTest::addColumn<QString>("bankInfoPath");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("Windows folder") << "C:\\Bank" << "C:\\Bank\\0051611d.txt";
-    QTest::newRow("Windows folder, trailing separator") << "C:\\Bank\\" << "C:\\Bank\\0051611d.txt";
-    QTest::newRow("Unix folder") << "/srv/bank" << "/srv/bank/0051611d.txt";
-    QTest::newRow("Unix folder, trailing separator") << "/srv/bank/" << "/srv/bank/0051611d.txt";
+    QTest::newRow("Windows folder") << "C:\\Bank"
+                                    << "C:\\Bank\\0051611d.txt";
+    QTest::newRow("Windows folder, trailing separator") << "C:\\Bank\\"
+                                                        << "C:\\Bank\\0051611d.txt";
+    QTest::newRow("Unix folder") << "/srv/bank"
+                                 << "/srv/bank/0051611d.txt";
+    QTest::newRow("Unix folder, trailing separator") << "/srv/bank/"
+                                                     << "/srv/bank/0051611d.txt";
 }
 
 void tst_DownloadFile::pathFor()
@@ -69,10 +73,14 @@ void tst_DownloadFile::fileNameValue_data()
 {
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("drive letter") << "D:\\Bank\\0051611d.txt" << "Bank\\0051611d.txt";
-    QTest::newRow("drive letter, forward slash") << "D:/Bank/0051611d.txt" << "Bank/0051611d.txt";
-    QTest::newRow("Unix root") << "/srv/bank/0051611d.txt" << "srv/bank/0051611d.txt";
-    QTest::newRow("relative") << "bank/0051611d.txt" << "bank/0051611d.txt";
+    QTest::newRow("drive letter") << "D:\\Bank\\0051611d.txt"
+                                  << "Bank\\0051611d.txt";
+    QTest::newRow("drive letter, forward slash") << "D:/Bank/0051611d.txt"
+                                                 << "Bank/0051611d.txt";
+    QTest::newRow("Unix root") << "/srv/bank/0051611d.txt"
+                               << "srv/bank/0051611d.txt";
+    QTest::newRow("relative") << "bank/0051611d.txt"
+                              << "bank/0051611d.txt";
 }
 
 void tst_DownloadFile::fileNameValue()
@@ -219,8 +227,7 @@ void tst_DownloadFile::splitRecord_data()
         << bytes(head30 + "\r\nA B\r\n" + item65 + "\r\n") << true << head30 + "," + spaces(40) + item65;
     QTest::newRow("trailing blanks of an item do not count")
         << bytes(head30 + "\r\n" + item46 + "    \r\n") << true << head30 + "," + spaces(39) + item46;
-    QTest::newRow("rebuilt to 140 is rejected")
-        << bytes(head60 + "\r\n" + item79 + "\r\n") << false << QString();
+    QTest::newRow("rebuilt to 140 is rejected") << bytes(head60 + "\r\n" + item79 + "\r\n") << false << QString();
     QTest::newRow("empty line starts a rebuild")
         << bytes("\r\n" + item20 + "," + item65 + "\r\n") << true << "," + item20 + "," + spaces(49) + item65;
     QTest::newRow("rebuilt to 82 is rejected") << bytes("\r\n" + item20 + "," + item60 + "\r\n") << false << QString();

@@ -153,11 +153,16 @@ void tst_frmsend::transactionsKeys_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("8") << "8" << "";
-    QTest::newRow("9") << "9" << "";
-    QTest::newRow("0 to 7") << "07" << "07";
-    QTest::newRow("8 and 9 among others") << "1829" << "12";
-    QTest::newRow("letters") << "a-b" << "";
+    QTest::newRow("8") << "8"
+                       << "";
+    QTest::newRow("9") << "9"
+                       << "";
+    QTest::newRow("0 to 7") << "07"
+                            << "07";
+    QTest::newRow("8 and 9 among others") << "1829"
+                                          << "12";
+    QTest::newRow("letters") << "a-b"
+                             << "";
 }
 
 void tst_frmsend::transactionsKeys()

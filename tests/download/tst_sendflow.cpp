@@ -78,11 +78,16 @@ void tst_SendFlow::agentNumber_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("one digit") << "5" << "005";
-    QTest::newRow("leading zeros") << "0005" << "005";
-    QTest::newRow("blanks around") << " 42 " << "042";
-    QTest::newRow("longer number kept") << "1234" << "1234";
-    QTest::newRow("zero") << "0" << "000";
+    QTest::newRow("one digit") << "5"
+                               << "005";
+    QTest::newRow("leading zeros") << "0005"
+                                   << "005";
+    QTest::newRow("blanks around") << " 42 "
+                                   << "042";
+    QTest::newRow("longer number kept") << "1234"
+                                        << "1234";
+    QTest::newRow("zero") << "0"
+                          << "000";
 }
 
 void tst_SendFlow::agentNumber()
@@ -98,10 +103,14 @@ void tst_SendFlow::inputChecks_data()
     QTest::addColumn<QString>("date");
     QTest::addColumn<int>("result");
     QTest::addColumn<QString>("message");
-    QTest::newRow("empty agent") << "" << "1611" << int(SendFlow::Result::AgentMissing) << "Enter Agent ID";
-    QTest::newRow("blank agent") << "   " << "1611" << int(SendFlow::Result::AgentMissing) << "Enter Agent ID";
-    QTest::newRow("empty date") << "5" << "" << int(SendFlow::Result::DateMissing) << "Enter Date";
-    QTest::newRow("date of five") << "5" << "16112" << int(SendFlow::Result::DateMissing) << "Enter Date";
+    QTest::newRow("empty agent") << ""
+                                 << "1611" << int(SendFlow::Result::AgentMissing) << "Enter Agent ID";
+    QTest::newRow("blank agent") << "   "
+                                 << "1611" << int(SendFlow::Result::AgentMissing) << "Enter Agent ID";
+    QTest::newRow("empty date") << "5"
+                                << "" << int(SendFlow::Result::DateMissing) << "Enter Date";
+    QTest::newRow("date of five") << "5"
+                                  << "16112" << int(SendFlow::Result::DateMissing) << "Enter Date";
 }
 
 void tst_SendFlow::inputChecks()
@@ -216,7 +225,8 @@ void tst_SendFlow::storesAndStartsTheSession()
     // The header frame went out.
     QVERIFY(f.terminal);
     QCOMPARE(f.terminal->written.size(), 1);
-    QCOMPARE(f.terminal->written.at(0).left(5), QByteArray("\x01\xff\x10\xf0" "D"));
+    QCOMPARE(f.terminal->written.at(0).left(5), QByteArray("\x01\xff\x10\xf0"
+                                                           "D"));
 }
 
 void tst_SendFlow::downLoadDataFolderUnderProgramFolder()

@@ -26,8 +26,8 @@ void tst_SequentialInput::reads_data()
     QTest::newRow("lines end in LF") << QByteArray("ab\ncd\n") << "LL" << QStringList{"ab", "cd"};
     QTest::newRow("lines end in CR") << QByteArray("ab\rcd") << "LL" << QStringList{"ab", "cd"};
     QTest::newRow("line keeps blanks and commas") << QByteArray("  a, b  \r\n") << "L" << QStringList{"  a, b  "};
-    QTest::newRow("items split at commas") << QByteArray("one,two\r\nthree\r\n") << "III"
-                                           << QStringList{"one", "two", "three"};
+    QTest::newRow("items split at commas")
+        << QByteArray("one,two\r\nthree\r\n") << "III" << QStringList{"one", "two", "three"};
     QTest::newRow("leading blanks skipped, trailing dropped")
         << QByteArray("   one  ,\ttwo\t\r\n") << "II" << QStringList{"one", "two"};
     QTest::newRow("inner blanks kept") << QByteArray("RAMA  DEVI,x\r\n") << "II" << QStringList{"RAMA  DEVI", "x"};
@@ -68,13 +68,15 @@ void tst_SequentialInput::reads()
 
 void tst_SequentialInput::latin1OneBytePerCharacter()
 {
-    QByteArray content("JOS\xc9 \xd1" "A\xff,\xe9\r\n");
+    QByteArray content("JOS\xc9 \xd1"
+                       "A\xff,\xe9\r\n");
     QBuffer buffer(&content);
     QVERIFY(buffer.open(QIODevice::ReadOnly));
     SequentialInput in(buffer);
     QString item;
     QVERIFY(in.listInput(&item));
-    QCOMPARE(item, QString::fromLatin1("JOS\xc9 \xd1" "A\xff"));
+    QCOMPARE(item, QString::fromLatin1("JOS\xc9 \xd1"
+                                       "A\xff"));
     QCOMPARE(item.size(), 8);
     QCOMPARE(in.lineInput(), QString(QChar(0xe9)));
 }

@@ -1,0 +1,170 @@
+#include "DownloadFileMaker.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+// Runs "tonvy-cli send" as a user would: against the terminal simulator over
+// a pseudo-terminal, and against a line nobody answers.
+class tst_CliSend : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void refusals_data();
+    void refusals();
+    void fullDownloadAgainstTerminal();
+    void terminalNotInDownloadMode();
+    void givesUpWhenNobodyAnswers();
+
+private:
+    struct Result
+    {
+        int code;
+        QString out;
+        QString err;
+    };
+    Result run(const QStringList& args, int timeoutMs = 60000);
+    // Starts the simulator; returns the device path its first line names.
+    QString startTerminal(QProcess& terminal, const QStringList& extra = {});
+
+    QString m_bin;
+    QTemporaryDir m_dir;
+    QString m_data;
+    QString m_bank;
+};
+
+void tst_CliSend::initTestCase()
+{
+    m_bin = qEnvironmentVariable("TONVY_BIN_DIR");
+    QVERIFY2(QFile::exists(m_bin + "/tonvy-cli"), qPrintable(m_bin));
+    QVERIFY2(QFile::exists(m_bin + "/tonvy-terminal"), qPrintable(m_bin));
+    m_data = m_dir.filePath("data");
+    m_bank = m_dir.filePath("bank");
+    QVERIFY(QDir().mkpath(m_data));
+    QVERIFY(QDir().mkpath(m_bank));
+    const Result r = run({"settings", "set", "--bank-name", "STATE BANK", "--branch-name", "MAIN ROAD", "--comm-port",
+                          "1", "--font-size", "small", "--bank-info-path", m_bank});
+    QCOMPARE(r.code, 0);
+
+    QFile file(QDir(m_bank).filePath("0051611d.txt"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QList<QByteArray> lines;
+    for (const char* name : {"ZEENAT BANU", "ANIL SHARMA", "MEERA PILLAI"}) {
+        AccountLine a = AccountLine::numbered(static_cast<int>(lines.size()) + 1);
+        a.name = QString::fromLatin1(name);
+        lines << a.bytes();
+    }
+    file.write(joinLines(lines));
+}
+
+tst_CliSend::Result tst_CliSend::run(const QStringList& args, int timeoutMs)
+{
+    QProcess p;
+    p.start(m_bin + "/tonvy-cli", QStringList{"--data-dir", m_data} + args);
+    p.closeWriteChannel();
+    if (!p.waitForFinished(timeoutMs)) {
+        p.kill();
+        p.waitForFinished();
+        return {-1, {}, "timeout"};
+    }
+    return {p.exitCode(), QString::fromLocal8Bit(p.readAllStandardOutput()),
+            QString::fromLocal8Bit(p.readAllStandardError())};
+}
+
+QString tst_CliSend::startTerminal(QProcess& terminal, const QStringList& extra)
+{
+    QDir().mkpath(m_dir.filePath("terminal"));
+    terminal.start(m_bin + "/tonvy-terminal", QStringList{"--state", m_dir.filePath("terminal")} + extra);
+    if (!terminal.waitForStarted(10000))
+        return {};
+    while (!terminal.canReadLine()) {
+        if (!terminal.waitForReadyRead(10000))
+            return {};
+    }
+    // The first line names the device, e.g. "Terminal ready on /dev/pts/3".
+    const QString first = QString::fromLocal8Bit(terminal.readLine()).trimmed();
+    const qsizetype at = first.indexOf(QLatin1String("/dev/"));
+    return at < 0 ? first : first.mid(at).section(QLatin1Char(' '), 0, 0);
+}
+
+void tst_CliSend::refusals_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("no agent") << QStringList{"send", "--date", "1611"} << 1 << "Enter Agent ID";
+    QTest::newRow("no date") << QStringList{"send", "--agent", "5"} << 1 << "Enter Date";
+    QTest::newRow("date of five") << QStringList{"send", "--agent", "5", "--date", "16112"} << 1 << "Enter Date";
+    QTest::newRow("three-digit date, no such file")
+        << QStringList{"send", "--agent", "5", "--date", "161"} << 1 << "File does not exist!";
+    QTest::newRow("letters in agent") << QStringList{"send", "--agent", "5a", "--date", "1611"} << 2
+                                      << "--agent takes digits only.";
+    QTest::newRow("8 in transactions") << QStringList{"send", "--agent", "5", "--date", "1611", "--transactions", "8"}
+                                       << 2 << "--transactions takes the digits 0 to 7 only.";
+}
+
+void tst_CliSend::refusals()
+{
+    QFETCH(QStringList, args);
+    QFETCH(int, code);
+    QFETCH(QString, message);
+    const Result r = run(args);
+    QCOMPARE(r.code, code);
+    QVERIFY2((r.out + r.err).contains(message), qPrintable(r.out + r.err));
+    QVERIFY(!r.out.contains("Record Sent"));
+}
+
+void tst_CliSend::fullDownloadAgainstTerminal()
+{
+    QProcess terminal;
+    const QString device = startTerminal(terminal);
+    QVERIFY2(device.startsWith("/dev/"), qPrintable(device));
+
+    const Result r = run({"--port", device, "send", "--agent", "5", "--date", "1611", "--give-up-after", "60"});
+    terminal.terminate();
+    terminal.waitForFinished(5000);
+    const QString terminalSaid = QString::fromLocal8Bit(terminal.readAllStandardOutput());
+    QVERIFY2(r.code == 0, qPrintable(r.out + r.err));
+    QVERIFY(r.out.contains("Record Sent : 1 / 3\n"));
+    QVERIFY(r.out.contains("Record Sent : 3 / 3\n"));
+    QVERIFY(r.out.contains("Download Completed Successfully"));
+    QVERIFY2(terminalSaid.contains("3 accounts"), qPrintable(terminalSaid));
+}
+
+void tst_CliSend::terminalNotInDownloadMode()
+{
+    QProcess terminal;
+    const QString device = startTerminal(terminal, {"--not-download-mode", "clos"});
+    QVERIFY2(device.startsWith("/dev/"), qPrintable(device));
+    const Result r = run({"--port", device, "send", "--agent", "5", "--date", "1611", "--give-up-after", "30"});
+    terminal.terminate();
+    terminal.waitForFinished(5000);
+    QCOMPARE(r.code, 1);
+    QVERIFY(r.out.contains("Please goto Download Mode in the HandHeld Terminal and then Send Data!"));
+}
+
+void tst_CliSend::givesUpWhenNobodyAnswers()
+{
+    // A pseudo-terminal whose other end stays open and silent.
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    QVERIFY(master >= 0);
+    QVERIFY(grantpt(master) == 0 && unlockpt(master) == 0);
+    const QString device = QString::fromLocal8Bit(ptsname(master));
+
+    const Result r = run({"--port", device, "send", "--agent", "5", "--date", "1611", "--give-up-after", "2"});
+    ::close(master);
+    QCOMPARE(r.code, 3);
+    QVERIFY(r.err.contains("Gave up after 2 seconds"));
+    QVERIFY(!r.out.contains("Download Completed"));
+}
+
+QTEST_GUILESS_MAIN(tst_CliSend)
+#include "tst_cli_send.moc"
