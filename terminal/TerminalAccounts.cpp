@@ -78,7 +78,7 @@ QByteArray TerminalAccounts::toBytes() const
         QStringList escaped;
         for (const QString& f : fields)
             escaped << escape(f);
-        line("ACCOUNT", escaped.join(QLatin1Char('|')));
+        text += QStringLiteral("ACCOUNT=") + escaped.join(QLatin1Char('|')) + QLatin1Char('\n');
     }
     for (const QString& other : otherLines)
         text += other + QLatin1Char('\n');
