@@ -1,5 +1,6 @@
 #include "CliCommand.h"
 #include "PasswordCommand.h"
+#include "ReceiveCommand.h"
 #include "SendCommand.h"
 #include "SettingsCommand.h"
 
@@ -9,5 +10,6 @@ QList<CliCommand> allCliCommands()
         settingsCommand(),
         passwordCommand(),
         sendCommand(),
+        receiveCommand(),
     };
 }

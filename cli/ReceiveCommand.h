@@ -1,0 +1,5 @@
+#pragma once
+
+#include "CliCommand.h"
+
+CliCommand receiveCommand();
