@@ -17,10 +17,10 @@ class SharedRecordset;
 // (the form-level values the protocol reads).
 struct DownloadJob
 {
-    QString agentDateKey;     // agent (3 digits) and date (ddmm), e.g. "0051611"
-    QString fileName;         // FileName value stored with the accounts
-    QString branchId;         // BranchID of the last record, 15 characters
-    QString agentId;          // AgentID of the last record, 15 characters
+    QString agentDateKey; // agent (3 digits) and date (ddmm), e.g. "0051611"
+    QString fileName;     // FileName value stored with the accounts
+    QString branchId;     // BranchID of the last record, 15 characters
+    QString agentId;      // AgentID of the last record, 15 characters
     int recordCount = 0;
     QString transactions;     // trimmed text of txtTransact
     QString downloadPassword; // terminal "Download" password, formatted "0000"
@@ -45,7 +45,7 @@ public:
     // Send pressed: send counter "0", header pending, timers stopped.
     void prepareSend();
 
-    bool OpenCommPort();                     // false after reporting the failure
+    bool OpenCommPort(); // false after reporting the failure
     void FirstProtocol(const DownloadJob& job);
     void SecondProtocol();
     void SendOneByOne();
@@ -53,7 +53,7 @@ public:
     void Timer1_Timer();
     void Timer2_Timer();
     void Timer3_Timer();
-    void closePort();                         // Form_Unload
+    void closePort(); // Form_Unload
 
     QTimer& timer1() { return m_timer1; }
     QTimer& timer2() { return m_timer2; }

@@ -149,7 +149,8 @@ void DownloadTerminal::handleFrame(const QByteArray& frame)
     if (!endFrame)
         m_received.append(number);
     if (!m_faults.notDownloadMode.isEmpty()) {
-        emit note(QStringLiteral("not in download mode: answered %1").arg(QString::fromLatin1(m_faults.notDownloadMode)));
+        emit note(
+            QStringLiteral("not in download mode: answered %1").arg(QString::fromLatin1(m_faults.notDownloadMode)));
         answer(number, m_faults.notDownloadMode);
         return;
     }

@@ -25,9 +25,9 @@ public:
     // number (0 is the header; the end frame is never faulted). -1: none.
     struct Faults
     {
-        int nackFrame = -1;        // answer "NACK" instead of "AACK"
-        int wrongNumberFrame = -1; // acknowledge with the number plus one
-        int silentFrame = -1;      // do not answer at all
+        int nackFrame = -1;         // answer "NACK" instead of "AACK"
+        int wrongNumberFrame = -1;  // acknowledge with the number plus one
+        int silentFrame = -1;       // do not answer at all
         QByteArray notDownloadMode; // "CLOS" or "BACK": answer every frame with it
     };
 

@@ -47,7 +47,9 @@ QString TerminalAccounts::unescape(const QString& value)
         const QChar c = value.at(i);
         if (c == QLatin1Char('\\') && i + 1 < value.size()) {
             const QChar n = value.at(++i);
-            out += n == QLatin1Char('n') ? QChar(QLatin1Char('\n')) : n == QLatin1Char('r') ? QChar(QLatin1Char('\r')) : n;
+            out += n == QLatin1Char('n')   ? QChar(QLatin1Char('\n'))
+                   : n == QLatin1Char('r') ? QChar(QLatin1Char('\r'))
+                                           : n;
         } else {
             out += c;
         }
@@ -73,8 +75,15 @@ QByteArray TerminalAccounts::toBytes() const
     line("CLOCK", clock);
     line("RECORDS", QString::number(recordCount));
     for (const TerminalAccount& a : accounts) {
-        const QStringList fields = {QString::number(a.frameNumber), a.categoryCode, a.schemeCode, a.accountNumber,
-                                    a.name, a.balance, a.agreedAmount, a.openingDate, a.lastTxnDate};
+        const QStringList fields = {QString::number(a.frameNumber),
+                                    a.categoryCode,
+                                    a.schemeCode,
+                                    a.accountNumber,
+                                    a.name,
+                                    a.balance,
+                                    a.agreedAmount,
+                                    a.openingDate,
+                                    a.lastTxnDate};
         QStringList escaped;
         for (const QString& f : fields)
             escaped << escape(f);
@@ -95,8 +104,9 @@ bool TerminalAccounts::fromBytes(const QByteArray& bytes, QString* error)
         return false;
     };
     if (lines.isEmpty() || lines.first() != magic())
-        return fail(1, QStringLiteral("not a terminal state file (first line must be \"%1\")")
-                           .arg(QString::fromLatin1(magic())));
+        return fail(
+            1,
+            QStringLiteral("not a terminal state file (first line must be \"%1\")").arg(QString::fromLatin1(magic())));
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const int lineNo = static_cast<int>(i + 1);
         const QString line = QString::fromLatin1(lines.at(i));

@@ -51,16 +51,15 @@ struct PtyFixture
     void insertAccounts(int n)
     {
         for (int i = 1; i <= n; ++i) {
-            t.db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
-                                        "AgreedAmount, OpeningDate, SNo, Txndate, FileName, AgentID) "
-                                        "VALUES (?,?,?,?,?,?,?,?,?,?,?)"),
-                         {QStringLiteral("2"), QStringLiteral("RD010"),
-                          QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
-                          QStringLiteral("HOLDER %1").arg(i, 3, 10, QLatin1Char('0')),
-                          QStringLiteral("%1").arg(i * 1000 + 7, 8, 10, QLatin1Char('0')), QStringLiteral("00100"),
-                          QStringLiteral("0102%1").arg(i % 100, 2, 10, QLatin1Char('0')), QStringLiteral("1"),
-                          QStringLiteral("      "), QStringLiteral("Bank/0051611d.txt"),
-                          QStringLiteral("AG0005         ")});
+            t.db.execute(
+                QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
+                               "AgreedAmount, OpeningDate, SNo, Txndate, FileName, AgentID) "
+                               "VALUES (?,?,?,?,?,?,?,?,?,?,?)"),
+                {QStringLiteral("2"), QStringLiteral("RD010"), QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
+                 QStringLiteral("HOLDER %1").arg(i, 3, 10, QLatin1Char('0')),
+                 QStringLiteral("%1").arg(i * 1000 + 7, 8, 10, QLatin1Char('0')), QStringLiteral("00100"),
+                 QStringLiteral("0102%1").arg(i % 100, 2, 10, QLatin1Char('0')), QStringLiteral("1"),
+                 QStringLiteral("      "), QStringLiteral("Bank/0051611d.txt"), QStringLiteral("AG0005         ")});
         }
     }
 

@@ -23,8 +23,14 @@ struct Account
 
 Account account(const QString& name, const QString& number = QStringLiteral("000000000012345"))
 {
-    return {QStringLiteral("1"), QStringLiteral("SB001"), number, name, QStringLiteral("00012345"),
-            QStringLiteral("00050"), QStringLiteral("150304"), QStringLiteral("010607")};
+    return {QStringLiteral("1"),
+            QStringLiteral("SB001"),
+            number,
+            name,
+            QStringLiteral("00012345"),
+            QStringLiteral("00050"),
+            QStringLiteral("150304"),
+            QStringLiteral("010607")};
 }
 
 QByteArray answer(int number, const QByteArray& word = QByteArrayLiteral("AACK"))
@@ -187,12 +193,12 @@ void TestDownloadSession::headerFrameByteExact()
     const QByteArray frame = f.channel->written.first();
 
     QByteArray expected = bytes({0x01, 0xFF, 0x10, 0xF0, 'D', 0x00, 0x82, 0x00, 0x00, 0x00, 0x03});
-    expected += "BR0001         ";                                   // 12-26
-    expected += "AG0005         ";                                   // 27-41
-    expected += "1";                                                 // 42 font size
-    expected += "TONVY BANK                                      ";  // 48
-    expected += "MAIN ROAD             ";                            // 22
-    expected += "5";                                                 // transactions
+    expected += "BR0001         ";                                  // 12-26
+    expected += "AG0005         ";                                  // 27-41
+    expected += "1";                                                // 42 font size
+    expected += "TONVY BANK                                      "; // 48
+    expected += "MAIN ROAD             ";                           // 22
+    expected += "5";                                                // transactions
     expected += "1234";
     expected += "1";
     expected += "5678";
@@ -230,9 +236,12 @@ void TestDownloadSession::headerPadsSettings_data()
 {
     QTest::addColumn<QString>("fontSize");
     QTest::addColumn<QString>("sentFont");
-    QTest::newRow("big") << "1" << "1";
-    QTest::newRow("small") << "0" << "0";
-    QTest::newRow("none chosen") << "-1" << "0";
+    QTest::newRow("big") << "1"
+                         << "1";
+    QTest::newRow("small") << "0"
+                           << "0";
+    QTest::newRow("none chosen") << "-1"
+                                 << "0";
 }
 
 void TestDownloadSession::headerPadsSettings()
@@ -319,21 +328,32 @@ void TestDownloadSession::recordFrameByteExact_data()
     QTest::addColumn<QByteArray>("sentName");
     QTest::addColumn<QByteArray>("packed");
 
-    QTest::newRow("long name cut")
-        << "RAMA KRISHNAN PILLAI SUBRAMANIAM" << "00012345" << "00050" << "150304" << "010607"
-        << QByteArray("RAMA KRISHNAN PILLAI SUBRAMA")
-        << bytes({0x00, 0x00, 0x01, 0x23, 0x45, 0x00, 0x00, 0x50, 0x15, 0x03, 0x04, 0x01, 0x06, 0x07});
+    QTest::newRow("long name cut") << "RAMA KRISHNAN PILLAI SUBRAMANIAM"
+                                   << "00012345"
+                                   << "00050"
+                                   << "150304"
+                                   << "010607" << QByteArray("RAMA KRISHNAN PILLAI SUBRAMA")
+                                   << bytes({0x00, 0x00, 0x01, 0x23, 0x45, 0x00, 0x00, 0x50, 0x15, 0x03, 0x04, 0x01,
+                                             0x06, 0x07});
     QTest::newRow("short name padded, six-space dates")
-        << "ANU" << "99999999" << "12345" << "      " << "      "
-        << QByteArray("ANU                         ")
+        << "ANU"
+        << "99999999"
+        << "12345"
+        << "      "
+        << "      " << QByteArray("ANU                         ")
         << bytes({0x00, 0x99, 0x99, 0x99, 0x99, 0x01, 0x23, 0x45, 0, 0, 0, 0, 0, 0});
-    QTest::newRow("name of exactly 28, zero amounts")
-        << "ABCDEFGHIJKLMNOPQRSTUVWXYZ12" << "00000000" << "00000" << "311299" << "      "
-        << QByteArray("ABCDEFGHIJKLMNOPQRSTUVWXYZ12")
-        << bytes({0, 0, 0, 0, 0, 0, 0, 0, 0x31, 0x12, 0x99, 0, 0, 0});
+    QTest::newRow("name of exactly 28, zero amounts") << "ABCDEFGHIJKLMNOPQRSTUVWXYZ12"
+                                                      << "00000000"
+                                                      << "00000"
+                                                      << "311299"
+                                                      << "      " << QByteArray("ABCDEFGHIJKLMNOPQRSTUVWXYZ12")
+                                                      << bytes({0, 0, 0, 0, 0, 0, 0, 0, 0x31, 0x12, 0x99, 0, 0, 0});
     QTest::newRow("amount with paise rounded")
-        << "B" << "1234.50" << "10.4" << "010100" << "020200"
-        << QByteArray("B                           ")
+        << "B"
+        << "1234.50"
+        << "10.4"
+        << "010100"
+        << "020200" << QByteArray("B                           ")
         << bytes({0x00, 0x00, 0x00, 0x12, 0x35, 0x00, 0x00, 0x10, 0x01, 0x01, 0x00, 0x02, 0x02, 0x00});
 }
 
@@ -413,8 +433,7 @@ void TestDownloadSession::recordFramesInNameOrder()
 
 void TestDownloadSession::endFrameFixed()
 {
-    const QByteArray expected =
-        bytes({0x01, 0xFF, 0x10, 0xF0, 'D', 0x00, 0x07, 0x00, 0x00, 'O', 'V', 'E', 'R', 0xC4});
+    const QByteArray expected = bytes({0x01, 0xFF, 0x10, 0xF0, 'D', 0x00, 0x07, 0x00, 0x00, 'O', 'V', 'E', 'R', 0xC4});
     QCOMPARE(DownloadSession::endFrame(), expected);
 
     Fixture f;
@@ -501,8 +520,7 @@ void TestDownloadSession::aackPosition_data()
     QTest::addColumn<int>("frameResent");
     QTest::newRow("position 1") << (QByteArray("AACK") + QByteArray(10, '\0')) << "3" << 3;
     QTest::newRow("position 2") << (QByteArray("\x05") + "AACK" + QByteArray(9, '\0')) << "3" << 3;
-    QTest::newRow("position 3 carries the number")
-        << (bytes({0x00, 0x05}) + "AACK" + QByteArray(8, '\0')) << "6" << 6;
+    QTest::newRow("position 3 carries the number") << (bytes({0x00, 0x05}) + "AACK" + QByteArray(8, '\0')) << "6" << 6;
 }
 
 void TestDownloadSession::aackPosition()

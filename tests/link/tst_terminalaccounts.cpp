@@ -77,10 +77,10 @@ void TestTerminalAccounts::fileIsLatin1Text()
     const QList<QByteArray> lines = bytes.split('\n');
     QCOMPARE(lines.first(), QByteArray("TONVY-TERMINAL-STATE 1"));
     QVERIFY(lines.contains(QByteArray("BANKNAME=TONVY BANK                                      ")));
-    QVERIFY(lines.contains("ACCOUNT=2|1|SB001|000000000000001|A|B \\\\ C\xe9" + QByteArray(20, ' ')
-                           + "|0000012345|000050|150304|000000"));
-    QVERIFY(lines.contains(QByteArray("ACCOUNT=3|2|RD010|000000000000002|LINE\\nBREAK") + QByteArray(18, ' ')
-                           + "|0099999999|123456|311299|010100"));
+    QVERIFY(lines.contains("ACCOUNT=2|1|SB001|000000000000001|A|B \\\\ C\xe9" + QByteArray(20, ' ') +
+                           "|0000012345|000050|150304|000000"));
+    QVERIFY(lines.contains(QByteArray("ACCOUNT=3|2|RD010|000000000000002|LINE\\nBREAK") + QByteArray(18, ' ') +
+                           "|0099999999|123456|311299|010100"));
 }
 
 void TestTerminalAccounts::damagedFile_data()
@@ -129,8 +129,8 @@ void TestTerminalAccounts::headerFrameWithLongerTransactions()
     settings.BranchName = QStringLiteral("MAIN ROAD");
     settings.FontSize = QStringLiteral("0");
     LinkCodec codec;
-    const QByteArray frame = DownloadSession::buildHeaderFrame(
-        job, settings, QDateTime(QDate(2007, 11, 16), QTime(10, 20, 30)), codec);
+    const QByteArray frame =
+        DownloadSession::buildHeaderFrame(job, settings, QDateTime(QDate(2007, 11, 16), QTime(10, 20, 30)), codec);
     QCOMPARE(frame.size(), 138);
     QCOMPARE(static_cast<unsigned char>(frame.at(6)), 0x82u); // not recomputed
     QVERIFY(DownloadTerminal::headerCheckOk(frame));
