@@ -3,6 +3,7 @@
 #include "AdminScreens.h"
 #include "ScreenRegistry.h"
 #include "frmReceive.h"
+#include "frmReport.h"
 #include "frmsend.h"
 
 void registerDesktopScreens(ScreenRegistry& registry)
@@ -11,4 +12,5 @@ void registerDesktopScreens(ScreenRegistry& registry)
     (void)registry;
     registry.add(Screen::Receive, [](AppContext& ctx) -> QWidget* { return new frmReceive(ctx); });
     registry.add(Screen::Send, [](AppContext& ctx) -> QWidget* { return new frmsend(ctx); });
+    registry.add(Screen::Report, [](AppContext& ctx) -> QWidget* { return new frmReport(ctx); });
 }

@@ -1,6 +1,7 @@
 #include "CliCommand.h"
 #include "PasswordCommand.h"
 #include "ReceiveCommand.h"
+#include "ReportCommand.h"
 #include "SendCommand.h"
 #include "SettingsCommand.h"
 
@@ -11,5 +12,6 @@ QList<CliCommand> allCliCommands()
         passwordCommand(),
         sendCommand(),
         receiveCommand(),
+        reportCommand(),
     };
 }

@@ -9,7 +9,9 @@
 #include "StoreError.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <cstdio>
+#include <memory>
 
 int cliUsageError(const QString& text)
 {
@@ -56,11 +58,27 @@ int commandIndex(const QStringList& args)
     return -1;
 }
 
+// Laying a report out for PDF needs fonts and so a GUI application; the
+// offscreen platform keeps it free of any display. Every other command stays
+// a console application.
+std::unique_ptr<QCoreApplication> makeApplication(int& argc, char* argv[])
+{
+    QStringList words;
+    for (int i = 0; i < argc; ++i)
+        words << QString::fromLocal8Bit(argv[i]);
+    const int at = commandIndex(words);
+    if (at > 0 && words.at(at) == QLatin1String("report")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        return std::make_unique<QGuiApplication>(argc, argv);
+    }
+    return std::make_unique<QCoreApplication>(argc, argv);
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    QCoreApplication app(argc, argv);
+    const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tonvy-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral("2.1"));
 

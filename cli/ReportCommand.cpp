@@ -1,0 +1,95 @@
+#include "ReportCommand.h"
+
+#include "AppContext.h"
+#include "Clock.h"
+#include "ConsoleMessenger.h"
+#include "ReportRenderer.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QGuiApplication>
+
+namespace {
+
+bool parseDay(const QCommandLineParser& p, const QString& option, const QDate& fallback, QDate* day)
+{
+    if (!p.isSet(option)) {
+        *day = fallback;
+        return true;
+    }
+    *day = QDate::fromString(p.value(option).trimmed(), QStringLiteral("yyyy-MM-dd"));
+    return day->isValid();
+}
+
+int run(CliRun& run)
+{
+    const QCommandLineParser& p = run.parser;
+    const QString which = run.arguments.value(0);
+    if (run.arguments.size() != 1 || (which != QLatin1String("daily") && which != QLatin1String("agent")))
+        return cliUsageError(QStringLiteral("Use 'report daily' or 'report agent' with --output FILE."));
+    const ReportKind kind = which == QLatin1String("daily") ? ReportKind::Daily : ReportKind::Agent;
+
+    const QString output = p.value(QStringLiteral("output"));
+    if (output.isEmpty())
+        return cliUsageError(QStringLiteral("--output FILE is required (a .pdf or .csv file)."));
+    const QString suffix = QFileInfo(output).suffix().toLower();
+    if (suffix != QLatin1String("pdf") && suffix != QLatin1String("csv"))
+        return cliUsageError(QStringLiteral("--output must name a .pdf or a .csv file."));
+
+    ReportLimits limits;
+    const QDate today = run.ctx.clock().now().date();
+    if (!parseDay(p, QStringLiteral("from"), today, &limits.from))
+        return cliUsageError(QStringLiteral("--from takes a date as YYYY-MM-DD."));
+    if (!parseDay(p, QStringLiteral("to"), today, &limits.to))
+        return cliUsageError(QStringLiteral("--to takes a date as YYYY-MM-DD."));
+    if (kind == ReportKind::Agent && (p.isSet(QStringLiteral("agent")) || p.isSet(QStringLiteral("account"))))
+        return cliUsageError(QStringLiteral("--agent and --account limit the daily report only."));
+    limits.agentId = p.value(QStringLiteral("agent")).trimmed();
+    limits.accountNo = p.value(QStringLiteral("account")).trimmed();
+
+    QString error;
+    if (!ReportData::checkLimits(limits, &error)) {
+        run.messenger.critical(error);
+        return CliExit::Failure;
+    }
+    if (suffix == QLatin1String("pdf") && !qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
+        run.messenger.critical(QStringLiteral("Writing a PDF needs the report command's GUI application."));
+        return CliExit::Failure;
+    }
+
+    const ReportHeader header{run.ctx.settings.BankName, run.ctx.settings.BranchName, today};
+    const RenderedReport report = ReportRenderer::render(run.ctx.db(), kind, limits, header);
+    const bool written = suffix == QLatin1String("pdf") ? ReportRenderer::writePdf(report, output, &error)
+                                                        : ReportRenderer::writeCsv(report, output, &error);
+    if (!written) {
+        run.messenger.critical(error);
+        return CliExit::Failure;
+    }
+    run.messenger.information(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(output)));
+    return CliExit::Success;
+}
+
+} // namespace
+
+CliCommand reportCommand()
+{
+    CliCommand c;
+    c.name = QStringLiteral("report");
+    c.synopsis = QStringLiteral(
+        "report daily|agent [--from YYYY-MM-DD] [--to YYYY-MM-DD] [--agent ID] [--account NO] --output FILE\n"
+        "             daily or agent collection summary as PDF or CSV (by FILE's extension);\n"
+        "             dates default to today, --agent and --account limit the daily report");
+    c.addOptions = [](QCommandLineParser& p) {
+        p.addOption({QStringLiteral("from"), QStringLiteral("First date, YYYY-MM-DD (default: today)."),
+                     QStringLiteral("YYYY-MM-DD")});
+        p.addOption({QStringLiteral("to"), QStringLiteral("Last date, YYYY-MM-DD (default: today)."),
+                     QStringLiteral("YYYY-MM-DD")});
+        p.addOption({QStringLiteral("agent"), QStringLiteral("Agent ID (daily report only)."), QStringLiteral("ID")});
+        p.addOption(
+            {QStringLiteral("account"), QStringLiteral("Account number (daily report only)."), QStringLiteral("NO")});
+        p.addOption(
+            {QStringLiteral("output"), QStringLiteral("The .pdf or .csv file to write."), QStringLiteral("FILE")});
+    };
+    c.run = run;
+    return c;
+}

@@ -1,0 +1,276 @@
+#include "frmReport.h"
+
+#include "AppContext.h"
+#include "Clock.h"
+#include "ColourButton.h"
+#include "KeyHook.h"
+#include "Messenger.h"
+#include "StoreError.h"
+
+#include <QDateEdit>
+#include <QDir>
+#include <QEvent>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QFrame>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPrintPreviewDialog>
+#include <QPrinter>
+#include <QRadioButton>
+#include <QTextDocument>
+#include <QVBoxLayout>
+
+namespace {
+
+QString chooseCsvPath(QWidget* parent, const QString& suggested)
+{
+    QFileDialog dialog(parent, QStringLiteral("Export CSV"), suggested, QStringLiteral("CSV files (*.csv)"));
+    dialog.setAcceptMode(QFileDialog::AcceptSave);
+    dialog.setDefaultSuffix(QStringLiteral("csv"));
+    dialog.selectFile(suggested);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+        return {};
+    return dialog.selectedFiles().constFirst();
+}
+
+QDateEdit* datePicker(const char* name, QWidget* parent)
+{
+    auto* picker = new QDateEdit(parent);
+    picker->setObjectName(QLatin1String(name));
+    picker->setCalendarPopup(true);
+    // English month abbreviations, as on the printed reports.
+    picker->setLocale(QLocale::c());
+    picker->setDisplayFormat(QStringLiteral("dd-MMM-yyyy"));
+    return picker;
+}
+
+QLabel* label(const char* name, const QString& caption, QWidget* parent)
+{
+    auto* l = new QLabel(caption, parent);
+    l->setObjectName(QLatin1String(name));
+    return l;
+}
+
+} // namespace
+
+frmReport::frmReport(AppContext& ctx, QWidget* parent)
+    : QWidget(parent, Qt::Window), m_ctx(ctx), m_choosePath(chooseCsvPath)
+{
+    setObjectName(QStringLiteral("frmReport"));
+    setWindowTitle(QStringLiteral("Report"));
+
+    auto* layout = new QVBoxLayout(this);
+
+    auto* options = new QFrame(this);
+    options->setObjectName(QStringLiteral("Frame1"));
+    options->setFrameShape(QFrame::StyledPanel);
+    auto* optionRow = new QHBoxLayout(options);
+    m_optReport1 = new QRadioButton(QStringLiteral("Report1"), options);
+    m_optReport1->setObjectName(QStringLiteral("OptReport1"));
+    m_optReport1->setToolTip(QStringLiteral("Daily collection summary"));
+    m_optReport2 = new QRadioButton(QStringLiteral("Report2"), options);
+    m_optReport2->setObjectName(QStringLiteral("OptReport2"));
+    m_optReport2->setToolTip(QStringLiteral("Agent collection summary"));
+    optionRow->addWidget(m_optReport1);
+    optionRow->addWidget(m_optReport2);
+    layout->addWidget(options);
+
+    auto* limits = new QFrame(this);
+    limits->setObjectName(QStringLiteral("Frame2"));
+    limits->setFrameShape(QFrame::StyledPanel);
+    auto* grid = new QGridLayout(limits);
+    m_from = datePicker("FromDTPicker", limits);
+    m_to = datePicker("ToDTPicker", limits);
+    m_lbAgentID = label("lbAgentID", QStringLiteral("Agent ID :"), limits);
+    m_lbAccountNo = label("lbAccountNo", QStringLiteral("Account No :"), limits);
+    m_agentID = new QLineEdit(limits);
+    m_agentID->setObjectName(QStringLiteral("txtAgentID"));
+    m_accountNo = new QLineEdit(limits);
+    m_accountNo->setObjectName(QStringLiteral("txtAccountNo"));
+    grid->addWidget(label("lbFromDate", QStringLiteral("From Date :"), limits), 0, 0);
+    grid->addWidget(m_from, 0, 1);
+    grid->addWidget(label("lbToDate", QStringLiteral("To Date :"), limits), 1, 0);
+    grid->addWidget(m_to, 1, 1);
+    grid->addWidget(m_lbAgentID, 2, 0);
+    grid->addWidget(m_agentID, 2, 1);
+    grid->addWidget(m_lbAccountNo, 3, 0);
+    grid->addWidget(m_accountNo, 3, 1);
+    layout->addWidget(limits);
+
+    auto* buttons = new QHBoxLayout;
+    m_view = new ColourButton(QStringLiteral("&View"), this);
+    m_view->setObjectName(QStringLiteral("cmdView"));
+    m_export = new ColourButton(QStringLiteral("Export &CSV"), this);
+    m_export->setObjectName(QStringLiteral("cmdExport"));
+    m_exit = new ColourButton(QStringLiteral("&Exit"), this);
+    m_exit->setObjectName(QStringLiteral("cmdExit"));
+    buttons->addWidget(m_view);
+    buttons->addWidget(m_export);
+    buttons->addStretch();
+    buttons->addWidget(m_exit);
+    layout->addLayout(buttons);
+
+    setTabOrder(m_optReport1, m_optReport2);
+    setTabOrder(m_optReport2, m_from);
+    setTabOrder(m_from, m_to);
+    setTabOrder(m_to, m_agentID);
+    setTabOrder(m_agentID, m_accountNo);
+    setTabOrder(m_accountNo, m_view);
+    setTabOrder(m_view, m_export);
+    setTabOrder(m_export, m_exit);
+
+    connect(m_optReport1, &QRadioButton::clicked, this, &frmReport::OptReport1_Click);
+    connect(m_optReport2, &QRadioButton::clicked, this, &frmReport::OptReport2_Click);
+    m_optReport1->installEventFilter(this);
+    m_optReport2->installEventFilter(this);
+    connect(m_view, &QPushButton::clicked, this, &frmReport::cmdView_Click);
+    connect(m_export, &QPushButton::clicked, this, &frmReport::cmdExport_Click);
+    connect(m_exit, &QPushButton::clicked, this, &QWidget::close);
+
+    // Enter in either limit moves on, as Tab would; other keys pass unchanged.
+    const auto enterMovesOn = [this](QKeyEvent* e) {
+        if (!KeyHook::isEnter(e))
+            return false;
+        focusNextChild();
+        return true;
+    };
+    KeyHook::install(m_agentID, enterMovesOn);
+    KeyHook::install(m_accountNo, enterMovesOn);
+
+    Form_Load();
+}
+
+void frmReport::Form_Load()
+{
+    const QDate today = m_ctx.clock().now().date();
+    m_from->setDate(today);
+    m_to->setDate(today);
+    // The daily summary is the one most asked for, so it is chosen at the
+    // start, with its agent and account inputs showing.
+    m_optReport1->setChecked(true);
+    OptReport1_Click();
+    m_optReport1->setFocus();
+}
+
+bool frmReport::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::FocusIn) {
+        if (watched == m_optReport1)
+            OptReport1_Click();
+        else if (watched == m_optReport2)
+            OptReport2_Click();
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void frmReport::OptReport1_Click()
+{
+    if (!m_optReport1->isChecked())
+        return;
+    m_agentID->setVisible(true);
+    m_accountNo->setVisible(true);
+    m_lbAgentID->setVisible(true);
+    m_lbAccountNo->setVisible(true);
+}
+
+void frmReport::OptReport2_Click()
+{
+    if (!m_optReport2->isChecked())
+        return;
+    m_agentID->setVisible(false);
+    m_accountNo->setVisible(false);
+    m_lbAgentID->setVisible(false);
+    m_lbAccountNo->setVisible(false);
+}
+
+ReportKind frmReport::selectedKind() const
+{
+    return m_optReport2->isChecked() ? ReportKind::Agent : ReportKind::Daily;
+}
+
+ReportLimits frmReport::limits() const
+{
+    ReportLimits l;
+    l.from = m_from->date();
+    l.to = m_to->date();
+    if (selectedKind() == ReportKind::Daily) {
+        l.agentId = m_agentID->text().trimmed();
+        l.accountNo = m_accountNo->text().trimmed();
+    }
+    return l;
+}
+
+bool frmReport::renderSelected(RenderedReport* report)
+{
+    const ReportLimits l = limits();
+    QString error;
+    if (!ReportData::checkLimits(l, &error)) {
+        m_ctx.messenger().critical(error);
+        return false;
+    }
+    const ReportHeader header{m_ctx.settings.BankName, m_ctx.settings.BranchName, m_ctx.clock().now().date()};
+    try {
+        *report = ReportRenderer::render(m_ctx.db(), selectedKind(), l, header);
+    } catch (const StoreError& e) {
+        m_ctx.messenger().critical(e.message());
+        return false;
+    }
+    return true;
+}
+
+void frmReport::cmdView_Click()
+{
+    RenderedReport report;
+    if (!renderSelected(&report))
+        return;
+    // One preview at a time: a new View replaces the one still open.
+    if (m_preview)
+        m_preview->close();
+
+    auto* dialog = new QPrintPreviewDialog(this);
+    dialog->setObjectName(QStringLiteral("reportPreview"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowTitle(report.title);
+    ReportRenderer::setUpPage(dialog->printer());
+    auto* document = new QTextDocument(dialog);
+    document->setObjectName(QStringLiteral("reportDocument"));
+    ReportRenderer::setUp(document, report.html);
+    connect(dialog, &QPrintPreviewDialog::paintRequested, document,
+            [document](QPrinter* printer) { ReportRenderer::print(document, printer); });
+    m_preview = dialog;
+    dialog->resize(900, 700);
+    dialog->open();
+}
+
+QString frmReport::suggestedCsvPath() const
+{
+    QString folder = m_ctx.settings.ReportPath;
+    if (folder.isEmpty() || !QFileInfo(folder).isDir())
+        folder = m_ctx.dataDir.isEmpty() ? QDir::homePath() : m_ctx.dataDir;
+    const ReportLimits l = limits();
+    const QString name =
+        QStringLiteral("%1_%2_%3.csv")
+            .arg(selectedKind() == ReportKind::Daily ? QStringLiteral("DailyCollection")
+                                                     : QStringLiteral("AgentCollection"),
+                 l.from.toString(QStringLiteral("yyyyMMdd")), l.to.toString(QStringLiteral("yyyyMMdd")));
+    return QDir(folder).filePath(name);
+}
+
+void frmReport::cmdExport_Click()
+{
+    RenderedReport report;
+    if (!renderSelected(&report))
+        return;
+    const QString path = m_choosePath(this, suggestedCsvPath());
+    if (path.isEmpty())
+        return;
+    QString error;
+    if (!ReportRenderer::writeCsv(report, path, &error)) {
+        m_ctx.messenger().critical(error);
+        return;
+    }
+    m_ctx.messenger().information(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(path)));
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "ReportRenderer.h"
+
+#include <QPointer>
+#include <QPrintPreviewDialog>
+#include <QWidget>
+#include <functional>
+
+class AppContext;
+class ColourButton;
+class QDateEdit;
+class QLabel;
+class QLineEdit;
+class QRadioButton;
+
+// The report screen: choose the daily or the agent collection summary and
+// its limits, then view it in a print preview (print or save as PDF there)
+// or export its rows as CSV.
+class frmReport : public QWidget
+{
+    Q_OBJECT
+public:
+    // Asked for the CSV file name; gets a suggested full path, returns the
+    // chosen one or an empty string to cancel.
+    using SavePathChooser = std::function<QString(QWidget* parent, const QString& suggested)>;
+
+    explicit frmReport(AppContext& ctx, QWidget* parent = nullptr);
+
+    void Form_Load();
+
+    // The limits as entered; the agent and account only for the daily summary.
+    ReportKind selectedKind() const;
+    ReportLimits limits() const;
+
+    // Replaces the file dialog of the CSV export (tests).
+    void setSavePathChooser(SavePathChooser chooser) { m_choosePath = std::move(chooser); }
+
+    // The preview opened by the last View, while it is open.
+    QPrintPreviewDialog* preview() const { return m_preview; }
+
+    void cmdView_Click();
+    void cmdExport_Click();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    // OptReport1/OptReport2 click and focus: show the agent and account
+    // inputs for the daily summary, hide them for the agent summary.
+    void OptReport1_Click();
+    void OptReport2_Click();
+    // Checks the limits and reads the chosen report afresh; false after
+    // telling the user why.
+    bool renderSelected(RenderedReport* report);
+    QString suggestedCsvPath() const;
+
+    AppContext& m_ctx;
+    QRadioButton* m_optReport1 = nullptr;
+    QRadioButton* m_optReport2 = nullptr;
+    QDateEdit* m_from = nullptr;
+    QDateEdit* m_to = nullptr;
+    QLabel* m_lbAgentID = nullptr;
+    QLabel* m_lbAccountNo = nullptr;
+    QLineEdit* m_agentID = nullptr;
+    QLineEdit* m_accountNo = nullptr;
+    ColourButton* m_view = nullptr;
+    ColourButton* m_export = nullptr;
+    ColourButton* m_exit = nullptr;
+    QPointer<QPrintPreviewDialog> m_preview;
+    SavePathChooser m_choosePath;
+};
