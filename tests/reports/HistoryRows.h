@@ -1,0 +1,44 @@
+#pragma once
+
+#include "SharedDatabase.h"
+
+#include <QList>
+#include <QString>
+#include <QVariant>
+
+// Collection history rows put straight into a test database, the way the
+// restore store leaves them after a receive.
+struct HistoryRow
+{
+    QString agentId;
+    QString date; // YYYY-MM-DD
+    QString accountNo;
+    QVariant closingAmt;
+    QVariant collectedAmt;
+};
+
+inline void addHistory(SharedDatabase& db, const HistoryRow& r)
+{
+    db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingAmt, "
+                              "CollectedAmt, DateTime, TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
+               {r.agentId, r.date, r.accountNo, r.closingAmt, r.collectedAmt, r.date + QStringLiteral(" 10:00"),
+                QStringLiteral("0001"), r.date + QStringLiteral("T18:00:00")});
+}
+
+inline void addHistory(SharedDatabase& db, const QList<HistoryRow>& rows)
+{
+    for (const HistoryRow& r : rows)
+        addHistory(db, r);
+}
+
+// Receiving the same agent and day again: the day's rows are deleted and the
+// new ones inserted in one transaction.
+inline void receiveDayAgain(SharedDatabase& db, const QString& agentId, const QString& date,
+                            const QList<HistoryRow>& rows)
+{
+    SharedDatabase::Transaction transaction(db);
+    db.execute(QStringLiteral("DELETE FROM CollectionHistory WHERE AgentID = ? AND CollectionDate = ?"),
+               {agentId, date});
+    addHistory(db, rows);
+    transaction.commit();
+}

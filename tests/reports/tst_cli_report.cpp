@@ -1,0 +1,220 @@
+#include "HistoryRows.h"
+#include "SharedDatabase.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtTest>
+
+// Runs tonvy-cli report as a user would, on a database filled beforehand.
+class tst_CliReport : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void usageErrors_data();
+    void usageErrors();
+    void refusals_data();
+    void refusals();
+    void dailyCsv();
+    void agentCsv();
+    void dailyPdf();
+    void datesDefaultToToday();
+    void helpListsTheCommand();
+
+private:
+    struct Result
+    {
+        int code;
+        QString out;
+        QString err;
+    };
+    Result run(const QStringList& args);
+    QString readAll(const QString& path);
+
+    QString m_cli;
+    std::unique_ptr<QTemporaryDir> m_dir;
+};
+
+void tst_CliReport::initTestCase()
+{
+    m_cli = qEnvironmentVariable("TONVY_BIN_DIR") + "/tonvy-cli";
+    QVERIFY2(QFile::exists(m_cli), qPrintable(m_cli));
+}
+
+void tst_CliReport::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    SharedDatabase db;
+    QString error;
+    QVERIFY2(db.open(QDir(m_dir->path()).filePath(SharedDatabase::fileName()), &error), qPrintable(error));
+    db.execute(
+        "INSERT INTO Path (SNo, BankName, BranchName) VALUES ('1', 'Sahyadri Co-operative Bank', 'Kothrud 014')");
+    addHistory(db, {{"001", "2007-11-14", "10010", 2400.25, 0.70},
+                    {"002", "2007-11-14", "20010", 800.00, 20.20},
+                    {"001", "2007-11-15", "10010", 2450.25, 50.00},
+                    {"001", "2007-11-20", "10010", 2500.25, 300.00}});
+}
+
+void tst_CliReport::cleanup()
+{
+    m_dir.reset();
+}
+
+tst_CliReport::Result tst_CliReport::run(const QStringList& args)
+{
+    QProcess p;
+    p.start(m_cli, QStringList{"--data-dir", m_dir->path()} + args);
+    p.closeWriteChannel();
+    if (!p.waitForFinished(30000))
+        return {-1, {}, "timeout"};
+    return {p.exitCode(), QString::fromLocal8Bit(p.readAllStandardOutput()),
+            QString::fromLocal8Bit(p.readAllStandardError())};
+}
+
+QString tst_CliReport::readAll(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+void tst_CliReport::usageErrors_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::newRow("no kind") << QStringList{"report", "--output", "x.csv"};
+    QTest::newRow("unknown kind") << QStringList{"report", "weekly", "--output", "x.csv"};
+    QTest::newRow("two kinds") << QStringList{"report", "daily", "agent", "--output", "x.csv"};
+    QTest::newRow("no output") << QStringList{"report", "daily"};
+    QTest::newRow("other extension") << QStringList{"report", "daily", "--output", "x.txt"};
+    QTest::newRow("no extension") << QStringList{"report", "daily", "--output", "x"};
+    QTest::newRow("bad from") << QStringList{"report", "daily", "--from", "16-11-2007", "--output", "x.csv"};
+    QTest::newRow("bad to") << QStringList{"report", "daily", "--to", "2007-02-30", "--output", "x.csv"};
+    QTest::newRow("agent limit on agent report")
+        << QStringList{"report", "agent", "--agent", "001", "--output", "x.csv"};
+    QTest::newRow("account limit on agent report")
+        << QStringList{"report", "agent", "--account", "1", "--output", "x.csv"};
+}
+
+void tst_CliReport::usageErrors()
+{
+    QFETCH(QStringList, args);
+    for (qsizetype i = 1; i < args.size(); ++i) {
+        if (args.at(i - 1) == "--output")
+            args[i] = QDir(m_dir->path()).filePath(args.at(i));
+    }
+    const Result r = run(args);
+    QCOMPARE(r.code, 2);
+    QVERIFY(!r.err.isEmpty());
+    QVERIFY(!QFile::exists(QDir(m_dir->path()).filePath("x.csv")));
+}
+
+void tst_CliReport::refusals_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("from after to") << QStringList{"--from", "2007-11-16", "--to", "2007-11-15"}
+                                   << "later than the To Date";
+    QTest::newRow("apostrophe in agent") << QStringList{"--agent", "0'1"} << "apostrophe";
+    QTest::newRow("apostrophe in account") << QStringList{"--account", "10'10"} << "apostrophe";
+}
+
+void tst_CliReport::refusals()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, message);
+    const QString out = QDir(m_dir->path()).filePath("r.csv");
+    const Result r = run(QStringList{"report", "daily"} + args + QStringList{"--output", out});
+    QCOMPARE(r.code, 1);
+    QVERIFY2(r.err.contains(message), qPrintable(r.err));
+    QVERIFY(!QFile::exists(out));
+}
+
+void tst_CliReport::dailyCsv()
+{
+    const QString out = QDir(m_dir->path()).filePath("daily.csv");
+    const Result r = run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-15", "--output", out});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(readAll(out), QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
+                                   "2007-11-14,001,10010,2400.25,0.70\r\n"
+                                   "2007-11-14,002,20010,800.00,20.20\r\n"
+                                   "2007-11-15,001,10010,2450.25,50.00\r\n"));
+
+    const Result limited = run({"report", "daily", "--from", "2007-11-01", "--to", "2007-11-30", "--agent", "001",
+                                "--account", "10010", "--output", out});
+    QCOMPARE(limited.code, 0);
+    QCOMPARE(readAll(out), QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
+                                   "2007-11-14,001,10010,2400.25,0.70\r\n"
+                                   "2007-11-15,001,10010,2450.25,50.00\r\n"
+                                   "2007-11-20,001,10010,2500.25,300.00\r\n"));
+}
+
+void tst_CliReport::agentCsv()
+{
+    const QString out = QDir(m_dir->path()).filePath("AGENT.CSV");
+    const Result r = run({"report", "agent", "--from", "2007-11-14", "--to", "2007-11-20", "--output", out});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(readAll(out), QString("AgentID,Collected Amount,Date\r\n"
+                                   "001,0.70,2007-11-14\r\n"
+                                   "002,20.20,2007-11-14\r\n"
+                                   "001,50.00,2007-11-15\r\n"
+                                   "001,300.00,2007-11-20\r\n"));
+}
+
+void tst_CliReport::dailyPdf()
+{
+    const QString pdftotext = QStandardPaths::findExecutable("pdftotext");
+    if (pdftotext.isEmpty())
+        QSKIP("pdftotext is not installed");
+    const QString out = QDir(m_dir->path()).filePath("daily.pdf");
+    const Result r = run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-15", "--output", out});
+    QCOMPARE(r.code, 0);
+    QVERIFY(r.out.contains(QDir::toNativeSeparators(out)));
+    QProcess p;
+    p.start(pdftotext, {"-layout", out, "-"});
+    QVERIFY(p.waitForFinished(30000));
+    QStringList lines;
+    for (const QString& line : QString::fromUtf8(p.readAllStandardOutput()).split('\n'))
+        lines << line.simplified();
+    const QString all = lines.join('\n');
+    QVERIFY(all.contains("TONVY DAILY COLLECTION SUMMARY"));
+    QVERIFY(all.contains("Bank Name : Sahyadri Co-operative Bank"));
+    QVERIFY(all.contains("Branch ID : Kothrud 014"));
+    // The date of printing is today's.
+    QVERIFY(all.contains("Date : " + QLocale::c().toString(QDate::currentDate(), "dd/MMM/yyyy")));
+    QVERIFY(lines.contains("001 10010 2400.25 0.70"));
+    QVERIFY(lines.contains("002 20010 800.00 20.20"));
+    QVERIFY(lines.contains("001 10010 2450.25 50.00"));
+    QVERIFY(lines.contains("Group Total : Rs. 20.90"));
+    QVERIFY(lines.contains("Group Total : Rs. 50.00"));
+    QVERIFY(lines.contains("Grand Total : Rs. 70.90"));
+}
+
+void tst_CliReport::datesDefaultToToday()
+{
+    const QString today = QDate::currentDate().toString(Qt::ISODate);
+    {
+        SharedDatabase db;
+        QVERIFY(db.open(QDir(m_dir->path()).filePath(SharedDatabase::fileName()), nullptr));
+        addHistory(db, {"007", today, "70070", 10.0, 7.0});
+    }
+    const QString out = QDir(m_dir->path()).filePath("today.csv");
+    const Result r = run({"report", "daily", "--output", out});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(readAll(out), QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n" + today +
+                                   ",007,70070,10.00,7.00\r\n"));
+}
+
+void tst_CliReport::helpListsTheCommand()
+{
+    const Result r = run({"--help"});
+    QCOMPARE(r.code, 0);
+    QVERIFY(r.out.contains("report daily|agent"));
+}
+
+QTEST_GUILESS_MAIN(tst_CliReport)
+#include "tst_cli_report.moc"

@@ -1,0 +1,540 @@
+#include "ColourButton.h"
+#include "HistoryRows.h"
+#include "ScreenRegistry.h"
+#include "TestContext.h"
+#include "frmMain.h"
+#include "frmReport.h"
+
+#include <QApplication>
+#include <QDateEdit>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QPrintPreviewDialog>
+#include <QPrintPreviewWidget>
+#include <QRadioButton>
+#include <QTextDocument>
+#include <QtTest>
+
+namespace {
+
+template <typename T> T* control(QWidget* form, const char* name)
+{
+    T* w = form->findChild<T*>(QLatin1String(name));
+    if (!w)
+        qFatal("control %s not found", name);
+    return w;
+}
+
+// The four controls the options show and hide.
+QList<QWidget*> limitInputs(QWidget* form)
+{
+    return {control<QLineEdit>(form, "txtAgentID"), control<QLineEdit>(form, "txtAccountNo"),
+            control<QLabel>(form, "lbAgentID"), control<QLabel>(form, "lbAccountNo")};
+}
+
+bool inputsShown(QWidget* form)
+{
+    for (QWidget* w : limitInputs(form)) {
+        if (!w->isVisible())
+            return false;
+    }
+    return true;
+}
+
+bool inputsHidden(QWidget* form)
+{
+    for (QWidget* w : limitInputs(form)) {
+        if (w->isVisible())
+            return false;
+    }
+    return true;
+}
+
+QPrintPreviewDialog* openPreview(QWidget* form)
+{
+    for (QPrintPreviewDialog* d : form->findChildren<QPrintPreviewDialog*>(QStringLiteral("reportPreview"))) {
+        if (d->isVisible())
+            return d;
+    }
+    return nullptr;
+}
+
+// The previewed document's text with every run of blanks folded to one.
+QString previewText(QPrintPreviewDialog* preview)
+{
+    auto* doc = preview->findChild<QTextDocument*>(QStringLiteral("reportDocument"));
+    return doc ? doc->toPlainText().simplified() : QString();
+}
+
+void fillSettings(TestContext& t)
+{
+    t.ctx->settings.BankName = QStringLiteral("Sahyadri Co-operative Bank");
+    t.ctx->settings.BranchName = QStringLiteral("Kothrud 014");
+}
+
+} // namespace
+
+class tst_frmReport : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void captionsAndNames();
+    void startsWithDailySummaryAndInputsShown();
+    void datePickersAtPinnedToday();
+    void optionsByClickRepeatedly();
+    void optionsByArrowKeysRepeatedly();
+    void optionFocusAloneShowsOrHides();
+    void enterMovesFocusToNextControl();
+    void viewShowsPreviewOfTheChosenReport();
+    void viewTwiceShowsCurrentDataBothTimes();
+    void viewLimitsToAgentAndAccount();
+    void viewAgentSummaryIgnoresHiddenInputs();
+    void viewEmptyRangeShowsHeadersAndZeroGrandTotal();
+    void fromAfterToIsRefused();
+    void apostropheIsRefused();
+    void exportWritesCsvToReportFolder();
+    void exportFallsBackToDataFolderAndCanBeCancelled();
+    void exitCloses();
+    void menuShowsItModal();
+};
+
+void tst_frmReport::captionsAndNames()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    QCOMPARE(w.objectName(), QString("frmReport"));
+    QCOMPARE(w.windowTitle(), QString("Report"));
+    QCOMPARE(control<QRadioButton>(&w, "OptReport1")->text(), QString("Report1"));
+    QCOMPARE(control<QRadioButton>(&w, "OptReport2")->text(), QString("Report2"));
+    QCOMPARE(control<QLabel>(&w, "lbFromDate")->text(), QString("From Date :"));
+    QCOMPARE(control<QLabel>(&w, "lbToDate")->text(), QString("To Date :"));
+    QCOMPARE(control<QLabel>(&w, "lbAgentID")->text(), QString("Agent ID :"));
+    QCOMPARE(control<QLabel>(&w, "lbAccountNo")->text(), QString("Account No :"));
+    QCOMPARE(control<ColourButton>(&w, "cmdView")->text(), QString("&View"));
+    QCOMPARE(control<ColourButton>(&w, "cmdExit")->text(), QString("&Exit"));
+    QCOMPARE(control<ColourButton>(&w, "cmdExport")->text().remove('&'), QString("Export CSV"));
+    for (const char* name : {"FromDTPicker", "ToDTPicker"}) {
+        auto* picker = control<QDateEdit>(&w, name);
+        QVERIFY(picker->calendarPopup());
+        QCOMPARE(picker->displayFormat(), QString("dd-MMM-yyyy"));
+    }
+}
+
+void tst_frmReport::startsWithDailySummaryAndInputsShown()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QVERIFY(control<QRadioButton>(&w, "OptReport1")->isChecked());
+    QVERIFY(!control<QRadioButton>(&w, "OptReport2")->isChecked());
+    QCOMPARE(w.selectedKind(), ReportKind::Daily);
+    QVERIFY(inputsShown(&w));
+}
+
+void tst_frmReport::datePickersAtPinnedToday()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    QCOMPARE(control<QDateEdit>(&w, "FromDTPicker")->date(), QDate(2007, 11, 16));
+    QCOMPARE(control<QDateEdit>(&w, "ToDTPicker")->date(), QDate(2007, 11, 16));
+    QCOMPARE(control<QDateEdit>(&w, "FromDTPicker")->text(), QString("16-Nov-2007"));
+    QCOMPARE(control<QDateEdit>(&w, "ToDTPicker")->text(), QString("16-Nov-2007"));
+
+    // Another day at the next opening.
+    t.clock.set(QDateTime(QDate(2008, 2, 29), QTime(9, 0)));
+    frmReport again(*t.ctx);
+    QCOMPARE(control<QDateEdit>(&again, "FromDTPicker")->text(), QString("29-Feb-2008"));
+    QCOMPARE(control<QDateEdit>(&again, "ToDTPicker")->date(), QDate(2008, 2, 29));
+}
+
+void tst_frmReport::optionsByClickRepeatedly()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    auto* opt1 = control<QRadioButton>(&w, "OptReport1");
+    auto* opt2 = control<QRadioButton>(&w, "OptReport2");
+    for (int i = 0; i < 3; ++i) {
+        QTest::mouseClick(opt2, Qt::LeftButton);
+        QVERIFY(opt2->isChecked());
+        QVERIFY(inputsHidden(&w));
+        QCOMPARE(w.selectedKind(), ReportKind::Agent);
+        QTest::mouseClick(opt1, Qt::LeftButton);
+        QVERIFY(opt1->isChecked());
+        QVERIFY(inputsShown(&w));
+        QCOMPARE(w.selectedKind(), ReportKind::Daily);
+    }
+    // Clicking the option already chosen changes nothing.
+    QTest::mouseClick(opt1, Qt::LeftButton);
+    QVERIFY(inputsShown(&w));
+}
+
+void tst_frmReport::optionsByArrowKeysRepeatedly()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    w.show();
+    w.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&w));
+    auto* opt1 = control<QRadioButton>(&w, "OptReport1");
+    auto* opt2 = control<QRadioButton>(&w, "OptReport2");
+    opt1->setFocus(Qt::TabFocusReason);
+    QTRY_COMPARE(QApplication::focusWidget(), opt1);
+    for (int i = 0; i < 3; ++i) {
+        QTest::keyClick(opt1, Qt::Key_Right);
+        QTRY_COMPARE(QApplication::focusWidget(), opt2);
+        QVERIFY(opt2->isChecked());
+        QVERIFY(inputsHidden(&w));
+        QTest::keyClick(opt2, Qt::Key_Left);
+        QTRY_COMPARE(QApplication::focusWidget(), opt1);
+        QVERIFY(opt1->isChecked());
+        QVERIFY(inputsShown(&w));
+    }
+    // Tabbing away and back onto the chosen option keeps its inputs.
+    QTest::keyClick(opt1, Qt::Key_Right);
+    QTRY_VERIFY(inputsHidden(&w));
+    QTest::keyClick(opt2, Qt::Key_Tab);
+    QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget*>(control<QDateEdit>(&w, "FromDTPicker")));
+    QVERIFY(inputsHidden(&w));
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab);
+    QTRY_COMPARE(QApplication::focusWidget(), opt2);
+    QVERIFY(inputsHidden(&w));
+}
+
+void tst_frmReport::optionFocusAloneShowsOrHides()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    w.show();
+    w.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&w));
+    auto* opt1 = control<QRadioButton>(&w, "OptReport1");
+    auto* opt2 = control<QRadioButton>(&w, "OptReport2");
+    auto* to = control<QDateEdit>(&w, "ToDTPicker");
+    for (int i = 0; i < 3; ++i) {
+        // Chosen without a click: nothing changes until the option gets the focus.
+        to->setFocus(Qt::TabFocusReason);
+        opt2->setChecked(true);
+        QVERIFY(inputsShown(&w));
+        opt2->setFocus(Qt::BacktabFocusReason);
+        QTRY_VERIFY(inputsHidden(&w));
+
+        to->setFocus(Qt::TabFocusReason);
+        opt1->setChecked(true);
+        QVERIFY(inputsHidden(&w));
+        opt1->setFocus(Qt::BacktabFocusReason);
+        QTRY_VERIFY(inputsShown(&w));
+    }
+    // Focus on the option that is not chosen leaves the inputs as they are.
+    to->setFocus(Qt::TabFocusReason);
+    opt2->setFocus(Qt::TabFocusReason);
+    QTRY_COMPARE(QApplication::focusWidget(), opt2);
+    QVERIFY(opt1->isChecked());
+    QVERIFY(inputsShown(&w));
+}
+
+void tst_frmReport::enterMovesFocusToNextControl()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    w.show();
+    w.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&w));
+    auto* agent = control<QLineEdit>(&w, "txtAgentID");
+    auto* account = control<QLineEdit>(&w, "txtAccountNo");
+    auto* view = control<ColourButton>(&w, "cmdView");
+
+    agent->setFocus(Qt::TabFocusReason);
+    QTRY_COMPARE(QApplication::focusWidget(), agent);
+    QTest::keyClicks(agent, "A1");
+    QCOMPARE(agent->text(), QString("A1"));
+    QTest::keyClick(agent, Qt::Key_Return);
+    QTRY_COMPARE(QApplication::focusWidget(), account);
+    QCOMPARE(agent->text(), QString("A1"));
+    QTest::keyClicks(account, "42");
+    QTest::keyClick(account, Qt::Key_Enter); // the keypad's Enter too
+    QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget*>(view));
+    QCOMPARE(account->text(), QString("42"));
+    // Enter moved the focus only: no report was opened.
+    QVERIFY(!openPreview(&w));
+    QVERIFY(t.messenger.entries().isEmpty());
+}
+
+void tst_frmReport::viewShowsPreviewOfTheChosenReport()
+{
+    TestContext t;
+    fillSettings(t);
+    addHistory(t.db, {{"001", "2007-11-16", "10010", 2400.25, 50.00}, {"002", "2007-11-16", "20010", 800.0, 20.5}});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    QPrintPreviewDialog* preview = openPreview(&w);
+    QCOMPARE(preview->windowTitle(), QString("TONVY DAILY COLLECTION SUMMARY"));
+    const QString text = previewText(preview);
+    QVERIFY(text.contains("TONVY DAILY COLLECTION SUMMARY"));
+    QVERIFY(text.contains("Bank Name : Sahyadri Co-operative Bank"));
+    QVERIFY(text.contains("Branch ID : Kothrud 014"));
+    QVERIFY(text.contains("Date : 16/Nov/2007"));
+    QVERIFY(text.contains("001 10010 2400.25 50.00"));
+    QVERIFY(text.contains("002 20010 800.00 20.50"));
+    QVERIFY(text.contains("Group Total : Rs. 70.50"));
+    QVERIFY(text.contains("Grand Total : Rs. 70.50"));
+    // The preview really laid out pages from the document.
+    auto* pages = preview->findChild<QPrintPreviewWidget*>();
+    QVERIFY(pages);
+    QTRY_VERIFY(pages->pageCount() >= 1);
+    QVERIFY(t.messenger.entries().isEmpty());
+    preview->close();
+}
+
+void tst_frmReport::viewTwiceShowsCurrentDataBothTimes()
+{
+    TestContext t;
+    fillSettings(t);
+    addHistory(t.db, {"001", "2007-11-16", "10010", 100.0, 10.0});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    auto* view = control<ColourButton>(&w, "cmdView");
+
+    QTest::mouseClick(view, Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    QPointer<QPrintPreviewDialog> first = openPreview(&w);
+    QVERIFY(previewText(first).contains("Grand Total : Rs. 10.00"));
+    QVERIFY(!previewText(first).contains("20010"));
+    first->close();
+    QTRY_VERIFY(first.isNull());
+
+    // New collections arrive between the two showings.
+    addHistory(t.db, {"002", "2007-11-16", "20010", 200.0, 5.0});
+    QTest::mouseClick(view, Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    QPointer<QPrintPreviewDialog> second = openPreview(&w);
+    QVERIFY(second != first);
+    QVERIFY(previewText(second).contains("002 20010 200.00 5.00"));
+    QVERIFY(previewText(second).contains("Grand Total : Rs. 15.00"));
+
+    // The day received again replaces it; a View with the preview still open
+    // replaces that preview with the current data.
+    receiveDayAgain(t.db, "001", "2007-11-16", {{"001", "2007-11-16", "10010", 100.0, 30.0}});
+    QTest::mouseClick(view, Qt::LeftButton);
+    QTRY_VERIFY(second.isNull());
+    QTRY_VERIFY(openPreview(&w));
+    QCOMPARE(w.findChildren<QPrintPreviewDialog*>("reportPreview").size(), 1);
+    QVERIFY(previewText(openPreview(&w)).contains("001 10010 100.00 30.00"));
+    QVERIFY(previewText(openPreview(&w)).contains("Grand Total : Rs. 35.00"));
+    openPreview(&w)->close();
+}
+
+void tst_frmReport::viewLimitsToAgentAndAccount()
+{
+    TestContext t;
+    addHistory(t.db, {{"001", "2007-11-14", "10010", 100.0, 1.0},
+                      {"001", "2007-11-15", "10020", 100.0, 2.0},
+                      {"002", "2007-11-15", "10010", 100.0, 4.0},
+                      {"001", "2007-11-16", "10010", 100.0, 8.0},
+                      {"001", "2007-11-17", "10010", 100.0, 16.0}});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    control<QDateEdit>(&w, "FromDTPicker")->setDate(QDate(2007, 11, 14));
+    QTest::keyClicks(control<QLineEdit>(&w, "txtAgentID"), "001");
+    QTest::keyClicks(control<QLineEdit>(&w, "txtAccountNo"), "10010");
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    const QString text = previewText(openPreview(&w));
+    QVERIFY(text.contains("14/Nov/2007"));
+    QVERIFY(text.contains("16/Nov/2007"));
+    QVERIFY(!text.contains("15/Nov/2007"));
+    QVERIFY(!text.contains("17/Nov/2007"));
+    QVERIFY(text.contains("Grand Total : Rs. 9.00"));
+    openPreview(&w)->close();
+}
+
+void tst_frmReport::viewAgentSummaryIgnoresHiddenInputs()
+{
+    TestContext t;
+    fillSettings(t);
+    addHistory(t.db, {{"001", "2007-11-16", "10010", 100.0, 1.5},
+                      {"001", "2007-11-16", "10020", 100.0, 2.0},
+                      {"002", "2007-11-16", "20010", 100.0, 4.0}});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::keyClicks(control<QLineEdit>(&w, "txtAgentID"), "001");
+    QTest::mouseClick(control<QRadioButton>(&w, "OptReport2"), Qt::LeftButton);
+    QCOMPARE(w.limits().agentId, QString());
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    QCOMPARE(openPreview(&w)->windowTitle(), QString("TONVY AGENT COLLECTION SUMMARY"));
+    const QString text = previewText(openPreview(&w));
+    QVERIFY(text.contains("Bank Name : Sahyadri Co-operative Bank"));
+    QVERIFY(text.contains("AgentID Collected Amount Date"));
+    QVERIFY(text.contains("001 3.50 16/Nov/2007"));
+    QVERIFY(text.contains("002 4.00 16/Nov/2007"));
+    openPreview(&w)->close();
+}
+
+void tst_frmReport::viewEmptyRangeShowsHeadersAndZeroGrandTotal()
+{
+    TestContext t;
+    fillSettings(t);
+    addHistory(t.db, {"001", "2007-11-15", "10010", 100.0, 1.0});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    const QString text = previewText(openPreview(&w));
+    QVERIFY(text.contains("TONVY DAILY COLLECTION SUMMARY"));
+    QVERIFY(text.contains("Bank Name : Sahyadri Co-operative Bank"));
+    QVERIFY(text.contains("Date : 16/Nov/2007"));
+    QVERIFY(text.contains("Grand Total : Rs. 0.00"));
+    QVERIFY(!text.contains("Group Total"));
+    auto* pages = openPreview(&w)->findChild<QPrintPreviewWidget*>();
+    QTRY_COMPARE(pages->pageCount(), 1);
+    QVERIFY(t.messenger.entries().isEmpty());
+    openPreview(&w)->close();
+}
+
+void tst_frmReport::fromAfterToIsRefused()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    control<QDateEdit>(&w, "FromDTPicker")->setDate(QDate(2007, 11, 17));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QCOMPARE(t.messenger.entries().size(), 1);
+    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY(t.messenger.last().contains("17-Nov-2007"));
+    QVERIFY(t.messenger.last().contains("later than the To Date"));
+    QVERIFY(!openPreview(&w));
+
+    bool asked = false;
+    w.setSavePathChooser([&](QWidget*, const QString&) {
+        asked = true;
+        return t.path("never.csv");
+    });
+    QTest::mouseClick(control<ColourButton>(&w, "cmdExport"), Qt::LeftButton);
+    QCOMPARE(t.messenger.entries().size(), 2);
+    QVERIFY(!asked);
+    QVERIFY(!QFile::exists(t.path("never.csv")));
+}
+
+void tst_frmReport::apostropheIsRefused()
+{
+    TestContext t;
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::keyClicks(control<QLineEdit>(&w, "txtAgentID"), "0'1");
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QCOMPARE(t.messenger.entries().size(), 1);
+    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY(t.messenger.last().contains("0'1"));
+    QVERIFY(t.messenger.last().contains("apostrophe"));
+    QVERIFY(!openPreview(&w));
+}
+
+void tst_frmReport::exportWritesCsvToReportFolder()
+{
+    TestContext t;
+    QVERIFY(QDir(t.dir.path()).mkpath("reports"));
+    t.ctx->settings.ReportPath = t.path("reports");
+    addHistory(t.db, {{"001", "2007-11-16", "10010", 2400.25, 50.0}, {"002", "2007-11-16", "20010", 800.0, 20.5}});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QString suggested;
+    const QString chosen = t.path("reports/chosen.csv");
+    w.setSavePathChooser([&](QWidget*, const QString& s) {
+        suggested = s;
+        return chosen;
+    });
+    QTest::mouseClick(control<ColourButton>(&w, "cmdExport"), Qt::LeftButton);
+    QCOMPARE(suggested, QDir(t.path("reports")).filePath("DailyCollection_20071116_20071116.csv"));
+    QFile f(chosen);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), QByteArray("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
+                                     "2007-11-16,001,10010,2400.25,50.00\r\n"
+                                     "2007-11-16,002,20010,800.00,20.50\r\n"));
+    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Information);
+    QVERIFY(t.messenger.last().contains(QDir::toNativeSeparators(chosen)));
+
+    // The agent summary, with data added since: read afresh.
+    addHistory(t.db, {"002", "2007-11-16", "20020", 10.0, 1.0});
+    QTest::mouseClick(control<QRadioButton>(&w, "OptReport2"), Qt::LeftButton);
+    QTest::mouseClick(control<ColourButton>(&w, "cmdExport"), Qt::LeftButton);
+    QCOMPARE(suggested, QDir(t.path("reports")).filePath("AgentCollection_20071116_20071116.csv"));
+    QFile g(chosen);
+    QVERIFY(g.open(QIODevice::ReadOnly));
+    QCOMPARE(g.readAll(), QByteArray("AgentID,Collected Amount,Date\r\n"
+                                     "001,50.00,2007-11-16\r\n"
+                                     "002,21.50,2007-11-16\r\n"));
+}
+
+void tst_frmReport::exportFallsBackToDataFolderAndCanBeCancelled()
+{
+    TestContext t;
+    t.ctx->settings.ReportPath = t.path("missing-folder");
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QString suggested;
+    w.setSavePathChooser([&](QWidget*, const QString& s) {
+        suggested = s;
+        return QString();
+    });
+    QTest::mouseClick(control<ColourButton>(&w, "cmdExport"), Qt::LeftButton);
+    QCOMPARE(suggested, QDir(t.dir.path()).filePath("DailyCollection_20071116_20071116.csv"));
+    QVERIFY(!QFile::exists(suggested));
+    QVERIFY(t.messenger.entries().isEmpty());
+
+    // A file that cannot be written is reported.
+    w.setSavePathChooser([&](QWidget*, const QString&) { return t.path("missing-folder/x.csv"); });
+    QTest::mouseClick(control<ColourButton>(&w, "cmdExport"), Qt::LeftButton);
+    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY(t.messenger.last().contains("x.csv"));
+}
+
+void tst_frmReport::exitCloses()
+{
+    TestContext t;
+    QPointer<frmReport> w = new frmReport(*t.ctx);
+    w->setAttribute(Qt::WA_DeleteOnClose);
+    w->show();
+    QVERIFY(QTest::qWaitForWindowExposed(w));
+    QTest::mouseClick(control<ColourButton>(w, "cmdExit"), Qt::LeftButton);
+    QTRY_VERIFY(w.isNull());
+    QVERIFY(t.messenger.entries().isEmpty());
+}
+
+void tst_frmReport::menuShowsItModal()
+{
+    TestContext t;
+    ScreenRegistry screens;
+    screens.add(Screen::Report, [](AppContext& ctx) -> QWidget* { return new frmReport(ctx); });
+    frmMain menu(*t.ctx, screens);
+    menu.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&menu));
+    QTest::mouseClick(control<ColourButton>(&menu, "cmdReport"), Qt::LeftButton);
+    QPointer<QWidget> report = menu.openScreen(Screen::Report);
+    QVERIFY(report);
+    QCOMPARE(report->objectName(), QString("frmReport"));
+    QTRY_VERIFY(report->isVisible());
+    QCOMPARE(report->windowModality(), Qt::ApplicationModal);
+    QCOMPARE(QApplication::activeModalWidget(), report.data());
+    QTest::mouseClick(control<ColourButton>(report, "cmdExit"), Qt::LeftButton);
+    QTRY_VERIFY(report.isNull());
+    QVERIFY(!QApplication::activeModalWidget());
+}
+
+QTEST_MAIN(tst_frmReport)
+#include "tst_frmreport.moc"

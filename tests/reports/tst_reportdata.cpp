@@ -1,0 +1,355 @@
+#include "HistoryRows.h"
+#include "ReportData.h"
+#include "SharedRecordset.h"
+#include "StoreError.h"
+#include "TestContext.h"
+
+#include <QtTest>
+
+namespace {
+
+ReportLimits range(const QDate& from, const QDate& to, const QString& agent = {}, const QString& account = {})
+{
+    return ReportLimits{from, to, agent, account};
+}
+
+const QDate d14(2007, 11, 14);
+const QDate d15(2007, 11, 15);
+const QDate d16(2007, 11, 16);
+const QDate d17(2007, 11, 17);
+
+// Three days, two agents; collected amounts chosen so that binary sums of
+// the stored doubles would drift (10.10 + 20.20 + 0.70).
+QList<HistoryRow> threeDays()
+{
+    return {
+        {"001", "2007-11-14", "10020", 1500.50, 10.10},  {"002", "2007-11-14", "20010", 800.00, 20.20},
+        {"001", "2007-11-14", "10010", 2400.25, 0.70},   {"001", "2007-11-15", "10010", 2450.25, 50.00},
+        {"002", "2007-11-15", "20010", 900.00, 100.00},  {"002", "2007-11-16", "20020", 1200.00, 25.50},
+        {"001", "2007-11-17", "10010", 2500.25, 300.00},
+    };
+}
+
+QStringList keys(const DailyGroup& g)
+{
+    QStringList k;
+    for (const DailyRow& r : g.rows)
+        k << r.agentId + "/" + r.accountNo;
+    return k;
+}
+
+} // namespace
+
+class tst_ReportData : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void groupsByDateWithGroupAndGrandTotals();
+    void rowValuesAreRead();
+    void dateLimitsAreInclusive();
+    void agentAndAccountLimits_data();
+    void agentAndAccountLimits();
+    void limitsAreBoundNotPasted();
+    void emptyRange();
+    void missingAmountCountsAsNothing();
+    void sameDayReceivedTwiceIsNotDoubled();
+    void agentSummaryOneRowPerAgentAndDay();
+    void agentSummaryIgnoresAgentAndAccount();
+    void eachCallReadsAfresh();
+    void sharedRecordsetIsLeftAlone();
+    void checkLimits_data();
+    void checkLimits();
+    void toPaise_data();
+    void toPaise();
+};
+
+void tst_ReportData::groupsByDateWithGroupAndGrandTotals()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+
+    const DailySummary s = ReportData::daily(t.db, range(d14, d17));
+    QCOMPARE(s.groups.size(), 4);
+    QCOMPARE(s.groups[0].date, QString("2007-11-14"));
+    QCOMPARE(s.groups[1].date, QString("2007-11-15"));
+    QCOMPARE(s.groups[2].date, QString("2007-11-16"));
+    QCOMPARE(s.groups[3].date, QString("2007-11-17"));
+    // Within a date: by agent, then account.
+    QCOMPARE(keys(s.groups[0]), QStringList({"001/10010", "001/10020", "002/20010"}));
+    QCOMPARE(keys(s.groups[1]), QStringList({"001/10010", "002/20010"}));
+    QCOMPARE(s.groups[0].total, Paise(3100));
+    QCOMPARE(s.groups[1].total, Paise(15000));
+    QCOMPARE(s.groups[2].total, Paise(2550));
+    QCOMPARE(s.groups[3].total, Paise(30000));
+    QCOMPARE(s.grandTotal, Paise(3100 + 15000 + 2550 + 30000));
+    QCOMPARE(s.rowCount(), 7);
+}
+
+void tst_ReportData::rowValuesAreRead()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+    const DailySummary s = ReportData::daily(t.db, range(d16, d16));
+    QCOMPARE(s.groups.size(), 1);
+    const DailyRow& r = s.groups[0].rows.at(0);
+    QCOMPARE(r.agentId, QString("002"));
+    QCOMPARE(r.accountNo, QString("20020"));
+    QCOMPARE(r.closingAmt, std::optional<Paise>(120000));
+    QCOMPARE(r.collectedAmt, std::optional<Paise>(2550));
+}
+
+void tst_ReportData::dateLimitsAreInclusive()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+
+    DailySummary s = ReportData::daily(t.db, range(d15, d16));
+    QCOMPARE(s.groups.size(), 2);
+    QCOMPARE(s.groups[0].date, QString("2007-11-15"));
+    QCOMPARE(s.groups[1].date, QString("2007-11-16"));
+    QCOMPARE(s.grandTotal, Paise(15000 + 2550));
+
+    s = ReportData::daily(t.db, range(d17, d17));
+    QCOMPARE(s.groups.size(), 1);
+    QCOMPARE(s.grandTotal, Paise(30000));
+
+    s = ReportData::daily(t.db, range(QDate(2007, 11, 1), d14));
+    QCOMPARE(s.groups.size(), 1);
+    QCOMPARE(s.groups[0].date, QString("2007-11-14"));
+}
+
+void tst_ReportData::agentAndAccountLimits_data()
+{
+    QTest::addColumn<QString>("agent");
+    QTest::addColumn<QString>("account");
+    QTest::addColumn<QStringList>("expected"); // date/agent/account
+    QTest::addColumn<qint64>("total");
+
+    QTest::newRow("agent") << "001"
+                           << ""
+                           << QStringList{"2007-11-14/001/10010", "2007-11-14/001/10020", "2007-11-15/001/10010",
+                                          "2007-11-17/001/10010"}
+                           << qint64(70 + 1010 + 5000 + 30000);
+    QTest::newRow("account") << ""
+                             << "20010" << QStringList{"2007-11-14/002/20010", "2007-11-15/002/20010"}
+                             << qint64(2020 + 10000);
+    QTest::newRow("agent and account") << "001"
+                                       << "10010"
+                                       << QStringList{"2007-11-14/001/10010", "2007-11-15/001/10010",
+                                                      "2007-11-17/001/10010"}
+                                       << qint64(70 + 5000 + 30000);
+    QTest::newRow("blanks around are ignored") << " 002 "
+                                               << " 20020 " << QStringList{"2007-11-16/002/20020"} << qint64(2550);
+    QTest::newRow("agent of another's account") << "001"
+                                                << "20010" << QStringList{} << qint64(0);
+    QTest::newRow("unknown agent") << "999"
+                                   << "" << QStringList{} << qint64(0);
+}
+
+void tst_ReportData::agentAndAccountLimits()
+{
+    QFETCH(QString, agent);
+    QFETCH(QString, account);
+    QFETCH(QStringList, expected);
+    QFETCH(qint64, total);
+
+    TestContext t;
+    addHistory(t.db, threeDays());
+    const DailySummary s = ReportData::daily(t.db, range(d14, d17, agent, account));
+    QStringList got;
+    Paise groupSum = 0;
+    for (const DailyGroup& g : s.groups) {
+        for (const DailyRow& r : g.rows)
+            got << g.date + "/" + r.agentId + "/" + r.accountNo;
+        groupSum += g.total;
+    }
+    QCOMPARE(got, expected);
+    QCOMPARE(s.grandTotal, Paise(total));
+    QCOMPARE(groupSum, Paise(total));
+}
+
+void tst_ReportData::limitsAreBoundNotPasted()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+    // Text that would widen a pasted WHERE clause matches nothing when bound.
+    const DailySummary s = ReportData::daily(t.db, range(d14, d17, "001 OR 1=1", "x\" OR \"1\"=\"1"));
+    QCOMPARE(s.rowCount(), 0);
+    QCOMPARE(s.grandTotal, Paise(0));
+}
+
+void tst_ReportData::emptyRange()
+{
+    TestContext t;
+    DailySummary s = ReportData::daily(t.db, range(d14, d17));
+    QVERIFY(s.groups.isEmpty());
+    QCOMPARE(s.grandTotal, Paise(0));
+
+    addHistory(t.db, threeDays());
+    s = ReportData::daily(t.db, range(QDate(2008, 1, 1), QDate(2008, 1, 31)));
+    QVERIFY(s.groups.isEmpty());
+    QCOMPARE(s.grandTotal, Paise(0));
+    QVERIFY(ReportData::agent(t.db, range(QDate(2008, 1, 1), QDate(2008, 1, 31))).rows.isEmpty());
+}
+
+void tst_ReportData::missingAmountCountsAsNothing()
+{
+    TestContext t;
+    addHistory(t.db,
+               {{"001", "2007-11-16", "10010", QVariant(), QVariant()}, {"001", "2007-11-16", "10020", 100.0, 40.0}});
+    const DailySummary s = ReportData::daily(t.db, range(d16, d16));
+    QCOMPARE(s.groups.size(), 1);
+    QCOMPARE(s.groups[0].rows.size(), 2);
+    QVERIFY(!s.groups[0].rows[0].closingAmt.has_value());
+    QVERIFY(!s.groups[0].rows[0].collectedAmt.has_value());
+    QCOMPARE(s.groups[0].total, Paise(4000));
+    QCOMPARE(s.grandTotal, Paise(4000));
+}
+
+void tst_ReportData::sameDayReceivedTwiceIsNotDoubled()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+    // Agent 001's 14th comes in again with one changed amount and one more account.
+    receiveDayAgain(t.db, "001", "2007-11-14",
+                    {{"001", "2007-11-14", "10010", 2400.25, 0.70},
+                     {"001", "2007-11-14", "10020", 1500.50, 15.00},
+                     {"001", "2007-11-14", "10030", 600.00, 5.00}});
+
+    const DailySummary s = ReportData::daily(t.db, range(d14, d14));
+    QCOMPARE(s.groups.size(), 1);
+    QCOMPARE(keys(s.groups[0]), QStringList({"001/10010", "001/10020", "001/10030", "002/20010"}));
+    QCOMPARE(s.groups[0].total, Paise(70 + 1500 + 500 + 2020));
+    QCOMPARE(s.grandTotal, Paise(70 + 1500 + 500 + 2020));
+
+    const AgentSummary a = ReportData::agent(t.db, range(d14, d14));
+    QCOMPARE(a.rows.size(), 2);
+    QCOMPARE(a.rows[0].agentId, QString("001"));
+    QCOMPARE(a.rows[0].collectedAmt, Paise(70 + 1500 + 500));
+    QCOMPARE(a.rows[1].agentId, QString("002"));
+    QCOMPARE(a.rows[1].collectedAmt, Paise(2020));
+
+    // The same receive a third time, unchanged: still the same totals.
+    receiveDayAgain(t.db, "001", "2007-11-14",
+                    {{"001", "2007-11-14", "10010", 2400.25, 0.70},
+                     {"001", "2007-11-14", "10020", 1500.50, 15.00},
+                     {"001", "2007-11-14", "10030", 600.00, 5.00}});
+    QCOMPARE(ReportData::daily(t.db, range(d14, d14)).grandTotal, Paise(70 + 1500 + 500 + 2020));
+    // The other days are untouched.
+    QCOMPARE(ReportData::daily(t.db, range(d15, d17)).grandTotal, Paise(15000 + 2550 + 30000));
+}
+
+void tst_ReportData::agentSummaryOneRowPerAgentAndDay()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+    const AgentSummary a = ReportData::agent(t.db, range(d14, d16));
+    QCOMPARE(a.rows.size(), 5);
+    QStringList got;
+    for (const AgentRow& r : a.rows)
+        got << r.date + "/" + r.agentId + "/" + QString::number(r.collectedAmt);
+    QCOMPARE(got, QStringList({"2007-11-14/001/1080", "2007-11-14/002/2020", "2007-11-15/001/5000",
+                               "2007-11-15/002/10000", "2007-11-16/002/2550"}));
+}
+
+void tst_ReportData::agentSummaryIgnoresAgentAndAccount()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+    // The agent summary is limited by dates only.
+    QCOMPARE(ReportData::agent(t.db, range(d14, d17, "001", "10010")).rows.size(),
+             ReportData::agent(t.db, range(d14, d17)).rows.size());
+    QCOMPARE(ReportData::agent(t.db, range(d14, d17)).rows.size(), 6);
+}
+
+void tst_ReportData::eachCallReadsAfresh()
+{
+    TestContext t;
+    addHistory(t.db, {{"001", "2007-11-16", "10010", 100.0, 10.0}});
+    QCOMPARE(ReportData::daily(t.db, range(d16, d16)).grandTotal, Paise(1000));
+    QCOMPARE(ReportData::agent(t.db, range(d16, d16)).rows.at(0).collectedAmt, Paise(1000));
+    addHistory(t.db, {{"002", "2007-11-16", "20010", 100.0, 5.0}});
+    QCOMPARE(ReportData::daily(t.db, range(d16, d16)).grandTotal, Paise(1500));
+    QCOMPARE(ReportData::agent(t.db, range(d16, d16)).rows.size(), 2);
+}
+
+void tst_ReportData::sharedRecordsetIsLeftAlone()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+    t.db.execute("INSERT INTO Path (SNo, BankName) VALUES ('1', 'Bank')");
+    SharedRecordset& rs = t.db.openSharedRecordset("select * from path where SNo='1'");
+    ReportData::daily(t.db, range(d14, d17));
+    ReportData::agent(t.db, range(d14, d17));
+    QVERIFY(rs.isOpen());
+    QCOMPARE(rs.table().toLower(), QString("path"));
+    QCOMPARE(rs.text("BankName"), QString("Bank"));
+}
+
+void tst_ReportData::checkLimits_data()
+{
+    QTest::addColumn<QDate>("from");
+    QTest::addColumn<QDate>("to");
+    QTest::addColumn<QString>("agent");
+    QTest::addColumn<QString>("account");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<QString>("errorPart");
+
+    QTest::newRow("one day") << d16 << d16 << ""
+                             << "" << true << "";
+    QTest::newRow("range") << d14 << d17 << "001"
+                           << "10010" << true << "";
+    QTest::newRow("from after to") << d17 << d16 << ""
+                                   << "" << false << "later than the To Date";
+    QTest::newRow("apostrophe in agent") << d16 << d16 << "0'1"
+                                         << "" << false << "apostrophe";
+    QTest::newRow("apostrophe in account") << d16 << d16 << "001"
+                                           << "10'10" << false << "apostrophe";
+    QTest::newRow("no date") << QDate() << d16 << ""
+                             << "" << false << "From Date";
+}
+
+void tst_ReportData::checkLimits()
+{
+    QFETCH(QDate, from);
+    QFETCH(QDate, to);
+    QFETCH(QString, agent);
+    QFETCH(QString, account);
+    QFETCH(bool, ok);
+    QFETCH(QString, errorPart);
+
+    QString error;
+    QCOMPARE(ReportData::checkLimits(range(from, to, agent, account), &error), ok);
+    if (ok)
+        QVERIFY(error.isEmpty());
+    else
+        QVERIFY2(error.contains(errorPart), qPrintable(error));
+}
+
+void tst_ReportData::toPaise_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("present");
+    QTest::addColumn<qint64>("paise");
+    QTest::newRow("real") << QVariant(12.34) << true << qint64(1234);
+    QTest::newRow("binary drift") << QVariant(0.1 + 0.2) << true << qint64(30);
+    QTest::newRow("text") << QVariant("0000150.00") << true << qint64(15000);
+    QTest::newRow("zero") << QVariant(0) << true << qint64(0);
+    QTest::newRow("null") << QVariant() << false << qint64(0);
+    QTest::newRow("empty text") << QVariant("") << false << qint64(0);
+}
+
+void tst_ReportData::toPaise()
+{
+    QFETCH(QVariant, value);
+    QFETCH(bool, present);
+    QFETCH(qint64, paise);
+    const std::optional<Paise> got = ReportData::toPaise(value);
+    QCOMPARE(got.has_value(), present);
+    if (present)
+        QCOMPARE(*got, Paise(paise));
+}
+
+QTEST_GUILESS_MAIN(tst_ReportData)
+#include "tst_reportdata.moc"
