@@ -15,8 +15,8 @@ namespace {
 const char* const reportStyle = "body { font-family: Arial; font-size: 10pt; }"
                                 "h2 { font-size: 14pt; font-weight: bold; }"
                                 "td, th { padding: 2px; }"
-                                "th { font-weight: bold; text-align: left; background-color: #E0E0E0; }"
-                                "td.amount, th.amount { text-align: right; }"
+                                "th { font-weight: bold; background-color: #E0E0E0; }"
+                                "td.amount { text-align: right; }"
                                 "td.pagehead { background-color: #F4F4F4; }"
                                 "td.group { font-weight: bold; padding-top: 10px; }"
                                 "td.total { font-weight: bold; text-align: right; white-space: pre; }";
@@ -38,10 +38,11 @@ QString cell(const QString& text, const char* cls = nullptr, int colspan = 1)
     return td + QLatin1Char('>') + text + QStringLiteral("</td>");
 }
 
-QString head(const QString& text, bool amount = false)
+// A column head; its width fixes the column's share of the page.
+QString head(const QString& text, int widthPercent, const char* align = "left")
 {
-    return amount ? QStringLiteral("<th class=\"amount\" align=\"right\">%1</th>").arg(esc(text))
-                  : QStringLiteral("<th>%1</th>").arg(esc(text));
+    return QStringLiteral("<th width=\"%1%\" align=\"%2\">%3</th>")
+        .arg(QString::number(widthPercent), QLatin1String(align), esc(text));
 }
 
 // The page header: "Bank Name :" lbBankName, "Branch ID :" lbBranchID,
@@ -132,9 +133,9 @@ QString ReportRenderer::dailyHtml(const DailySummary& summary, const ReportHeade
     html += QStringLiteral("<thead>") + pageHeaderRow(header, 4) + QStringLiteral("</thead><tbody>");
     for (const DailyGroup& group : summary.groups) {
         html += QStringLiteral("<tr>") + cell(esc(formatDate(group.date)), "group", 4) + QStringLiteral("</tr>");
-        html += QStringLiteral("<tr>") + head(QStringLiteral("AgentID")) + head(QStringLiteral("Account No")) +
-                head(QStringLiteral("Closing Amount"), true) + head(QStringLiteral("Collected Amount"), true) +
-                QStringLiteral("</tr>");
+        html += QStringLiteral("<tr>") + head(QStringLiteral("AgentID"), 20) + head(QStringLiteral("Account No"), 30) +
+                head(QStringLiteral("Closing Amount"), 25, "right") +
+                head(QStringLiteral("Collected Amount"), 25, "right") + QStringLiteral("</tr>");
         for (const DailyRow& row : group.rows) {
             html += QStringLiteral("<tr>") + cell(esc(row.agentId)) + cell(esc(row.accountNo)) +
                     cell(formatAmount(row.closingAmt), "amount") + cell(formatAmount(row.collectedAmt), "amount") +
@@ -153,11 +154,11 @@ QString ReportRenderer::agentHtml(const AgentSummary& summary, const ReportHeade
     QString html = documentStart(agentTitle()) + tableStart();
     // This report's column heads belong to the page header and repeat with it.
     html += QStringLiteral("<thead>") + pageHeaderRow(header, 3) + QStringLiteral("<tr>") +
-            head(QStringLiteral("AgentID")) + head(QStringLiteral("Collected Amount"), true) +
-            head(QStringLiteral("Date")) + QStringLiteral("</tr></thead><tbody>");
+            head(QStringLiteral("AgentID"), 30) + head(QStringLiteral("Collected Amount"), 35, "right") +
+            head(QStringLiteral("Date"), 35, "center") + QStringLiteral("</tr></thead><tbody>");
     for (const AgentRow& row : summary.rows) {
         html += QStringLiteral("<tr>") + cell(esc(row.agentId)) + cell(formatAmount(row.collectedAmt), "amount") +
-                cell(esc(formatDate(row.date))) + QStringLiteral("</tr>");
+                QStringLiteral("<td align=\"center\">%1</td>").arg(esc(formatDate(row.date))) + QStringLiteral("</tr>");
     }
     // An empty table body would drop the column heads from the layout.
     if (summary.rows.isEmpty())
