@@ -246,9 +246,23 @@ QString expandMyDate(const QString& ddmmyy)
     return mid(ddmmyy, 1, 2) + QLatin1Char('/') + mid(ddmmyy, 3, 2) + QStringLiteral("/20") + mid(ddmmyy, 5, 2);
 }
 
-QString collectionDay(const QString& dateTime)
+// The history's day of a collection as YYYY-MM-DD. The terminal sends only
+// the last digit of the year (the text reads "20" and that digit), so the
+// year is the latest one ending in that digit that is not after the day of
+// the receive: a collection of 2026 received in 2026 or early 2027 files
+// under 2026, not 2006.
+QString collectionDay(const QString& dateTime, const QDate& receivedOn)
 {
-    return mid(dateTime, 7, 4) + QLatin1Char('-') + mid(dateTime, 4, 2) + QLatin1Char('-') + mid(dateTime, 1, 2);
+    const QString day = mid(dateTime, 1, 2);
+    const QString month = mid(dateTime, 4, 2);
+    const QString yearText = mid(dateTime, 7, 4);
+    bool digitOk = false;
+    const int digit = mid(dateTime, 10, 1).toInt(&digitOk);
+    if (!digitOk || !receivedOn.isValid())
+        return yearText + QLatin1Char('-') + month + QLatin1Char('-') + day;
+    const int receivedYear = receivedOn.year();
+    const int year = receivedYear - (((receivedYear - digit) % 10) + 10) % 10;
+    return QStringLiteral("%1-%2-%3").arg(year, 4, 10, QLatin1Char('0')).arg(month, day);
 }
 
 bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Entry>* entries, QString* error)
@@ -266,7 +280,9 @@ bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Ent
 void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<Entry>& entries)
 {
     SharedDatabase& db = ctx.db();
-    const QString receivedAt = ctx.clock().now().toString(Qt::ISODate);
+    const QDateTime now = ctx.clock().now();
+    const QString receivedAt = now.toString(Qt::ISODate);
+    const QDate receivedOn = now.date();
 
     SharedDatabase::Transaction transaction(db);
     db.execute(QStringLiteral("DELETE FROM RestoreData WHERE AgentID = ?"), {bankAgentId});
@@ -308,7 +324,7 @@ void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<E
     // replaces that day instead of counting it twice.
     QStringList days;
     for (const Entry& e : entries) {
-        const QString day = collectionDay(e.dateTime);
+        const QString day = collectionDay(e.dateTime, receivedOn);
         if (!e.amount.isEmpty() && !days.contains(day))
             days << day;
     }
@@ -323,7 +339,7 @@ void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<E
         db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingAmt, "
                                   "CollectedAmt, DateTime, TransactionNumber, ReceivedAt) "
                                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
-                   {bankAgentId, collectionDay(e.dateTime), e.accountNo, ok ? QVariant(closing) : QVariant(),
+                   {bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, ok ? QVariant(closing) : QVariant(),
                     e.amount.toDouble(), e.dateTime, e.transactionNumber, receivedAt});
     }
     transaction.commit();

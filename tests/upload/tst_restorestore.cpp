@@ -59,6 +59,8 @@ private slots:
     void uploadReplacesEveryEarlierRowOfTheAgent();
     void receivingTwiceLeavesOnlyTheSecond();
     void historySameDayReplacedOtherDaysKept();
+    void historyYearFromOneDigit_data();
+    void historyYearFromOneDigit();
     void failedStoreChangesNothing();
     void apostropheAgentRefused();
     void recordBeyondReplyArrayReported();
@@ -598,4 +600,39 @@ void tst_RestoreStore::yieldsOnceAtTransaction394()
 }
 
 QTEST_GUILESS_MAIN(tst_RestoreStore)
+void tst_RestoreStore::historyYearFromOneDigit_data()
+{
+    QTest::addColumn<QDate>("receivedOn");
+    QTest::addColumn<QString>("dayMonthYear"); // day byte, month/year-digit byte
+    QTest::addColumn<QString>("dateTime");
+    QTest::addColumn<QString>("collectionDate");
+    QTest::newRow("same year") << QDate(2026, 11, 22) << "16B6" << "16/11/2006 09:00" << "2026-11-16";
+    QTest::newRow("last year, received in January") << QDate(2027, 1, 2) << "31C6" << "31/12/2006 09:00"
+                                                    << "2026-12-31";
+    QTest::newRow("digit ahead of the receive year") << QDate(2026, 3, 1) << "0117" << "01/01/2007 09:00"
+                                                     << "2017-01-01";
+    QTest::newRow("2007") << QDate(2007, 11, 16) << "16B7" << "16/11/2007 09:00" << "2007-11-16";
+}
+
+void tst_RestoreStore::historyYearFromOneDigit()
+{
+    QFETCH(QDate, receivedOn);
+    QFETCH(QString, dayMonthYear);
+    QFETCH(QString, dateTime);
+    QFETCH(QString, collectionDate);
+    addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
+    t->clock.set(QDateTime(receivedOn, QTime(18, 0, 0)));
+    setRecords({UploadRecords::transactionRecord(
+        "S", "DD001", acct1, {entryBytes(QStringLiteral("000005 %1 0900 0001").arg(dayMonthYear).toLatin1().constData())},
+        '\x01')});
+    QVERIFY(receive(1, 5));
+    QSqlQuery q(t->db.connection());
+    QVERIFY(q.exec(QStringLiteral("SELECT CollectionDate, DateTime FROM CollectionHistory")));
+    QVERIFY(q.next());
+    // The stored text keeps the terminal's own form; only the history's day
+    // gets its decade from the receive.
+    QCOMPARE(q.value(1).toString(), dateTime);
+    QCOMPARE(q.value(0).toString(), collectionDate);
+}
+
 #include "tst_restorestore.moc"
