@@ -43,6 +43,21 @@ bool AppContext::openCommPort(QString* error)
     return link.open(error);
 }
 
+bool AppContext::openCommPort(QString* error, QObject* owner)
+{
+    m_linkOwner = owner;
+    return openCommPort(error);
+}
+
+void AppContext::releaseLink(const QObject* who)
+{
+    if (!m_linkOwner || m_linkOwner != who)
+        return;
+    m_linkOwner.clear();
+    if (m_channel && m_channel->isOpen())
+        m_channel->close();
+}
+
 void AppContext::setChannelFactory(std::function<std::unique_ptr<LinkChannel>()> factory)
 {
     m_channel.reset();

@@ -4,6 +4,7 @@
 #include "LinkState.h"
 #include "LinkTrace.h"
 
+#include <QPointer>
 #include <QString>
 #include <functional>
 #include <memory>
@@ -52,6 +53,13 @@ public:
     // device; false with a message naming the device and the reason.
     LinkChannel& channel();
     bool openCommPort(QString* error);
+    // The same, recording which session now talks to the terminal. Only one
+    // screen talks to it at a time: the last to open the port. The others
+    // must neither read, write nor close it.
+    bool openCommPort(QString* error, QObject* owner);
+    bool ownsLink(const QObject* who) const { return !m_linkOwner || m_linkOwner == who; }
+    // Closes the port if `who` is the session that opened it last.
+    void releaseLink(const QObject* who);
     void setChannelFactory(std::function<std::unique_ptr<LinkChannel>()> factory);
 
     // A path inside the data folder ("DownLoadData", "BackupData", ...).
@@ -63,5 +71,6 @@ private:
     Clock& m_clock;
     LinkTrace m_trace;
     std::unique_ptr<LinkChannel> m_channel;
+    QPointer<QObject> m_linkOwner;
     std::function<std::unique_ptr<LinkChannel>()> m_channelFactory;
 };

@@ -116,6 +116,11 @@ void DownloadSession::fail(const QString& why)
 
 void DownloadSession::onLinkFailed(const QString& message)
 {
+    if (!m_ctx.ownsLink(this)) {
+        // Another screen has opened the port since: it is not ours to use.
+        stopTimers();
+        return;
+    }
     stopTimers();
     m_ctx.link.RxBuffer.clear();
     m_ctx.messenger().critical(message);
@@ -157,7 +162,7 @@ bool DownloadSession::OpenCommPort()
     QObject::disconnect(m_dataConnection);
     QObject::disconnect(m_failConnection);
     QString error;
-    if (!m_ctx.openCommPort(&error)) {
+    if (!m_ctx.openCommPort(&error, this)) {
         stopTimers();
         m_ctx.messenger().critical(error);
         emit stopped();
@@ -174,9 +179,7 @@ void DownloadSession::closePort()
     stopTimers();
     QObject::disconnect(m_dataConnection);
     QObject::disconnect(m_failConnection);
-    LinkChannel& link = m_ctx.channel();
-    if (link.isOpen())
-        link.close();
+    m_ctx.releaseLink(this);
 }
 
 QByteArray DownloadSession::endFrame()
@@ -366,6 +369,11 @@ void DownloadSession::doSendOneByOne()
 
 void DownloadSession::MSComm1_OnComm()
 {
+    if (!m_ctx.ownsLink(this)) {
+        // Another screen has opened the port since: it is not ours to use.
+        stopTimers();
+        return;
+    }
     guarded([this] { doOnComm(); });
 }
 
@@ -458,12 +466,22 @@ void DownloadSession::stepBackSendCounter()
 
 void DownloadSession::Timer1_Timer()
 {
+    if (!m_ctx.ownsLink(this)) {
+        // Another screen has opened the port since: it is not ours to use.
+        stopTimers();
+        return;
+    }
     m_timer1.stop();
     SecondProtocol();
 }
 
 void DownloadSession::Timer2_Timer()
 {
+    if (!m_ctx.ownsLink(this)) {
+        // Another screen has opened the port since: it is not ours to use.
+        stopTimers();
+        return;
+    }
     LinkState& link = m_ctx.link;
     if (link.UploadDone)
         return;
@@ -484,6 +502,11 @@ void DownloadSession::Timer2_Timer()
 
 void DownloadSession::Timer3_Timer()
 {
+    if (!m_ctx.ownsLink(this)) {
+        // Another screen has opened the port since: it is not ours to use.
+        stopTimers();
+        return;
+    }
     guarded([this] {
         m_ctx.channel().write(QByteArray());
         m_ctx.link.RxBuffer.clear();

@@ -99,13 +99,16 @@ bool UploadSession::OpenCommPort()
     disconnect(m_dataConnection);
     disconnect(m_failConnection);
     QString error;
-    if (!m_ctx.openCommPort(&error)) {
+    if (!m_ctx.openCommPort(&error, this)) {
         report(error);
         return false;
     }
     LinkChannel& channel = m_ctx.channel();
     m_dataConnection = connect(&channel, &LinkChannel::dataArrived, this, &UploadSession::MSComm1_OnComm);
-    m_failConnection = connect(&channel, &LinkChannel::failed, this, &UploadSession::report);
+    m_failConnection = connect(&channel, &LinkChannel::failed, this, [this](const QString& message) {
+        if (m_ctx.ownsLink(this))
+            report(message);
+    });
     return true;
 }
 
@@ -115,7 +118,7 @@ void UploadSession::closePort()
     m_timer3.stop();
     disconnect(m_dataConnection);
     disconnect(m_failConnection);
-    m_ctx.channel().close();
+    m_ctx.releaseLink(this);
 }
 
 QByteArray UploadSession::requestFrame(int recHi, int recLo)
@@ -232,6 +235,12 @@ void UploadSession::flushInput()
 
 void UploadSession::MSComm1_OnComm()
 {
+    if (!m_ctx.ownsLink(this)) {
+        // Another screen has opened the port since: it is not ours to use.
+        m_timer1.stop();
+        m_timer3.stop();
+        return;
+    }
     try {
         onComm();
     } catch (const LinkError& e) {
@@ -351,6 +360,12 @@ void UploadSession::stepBackAfterTimeout()
 
 void UploadSession::Timer1_Timer()
 {
+    if (!m_ctx.ownsLink(this)) {
+        // Another screen has opened the port since: it is not ours to use.
+        m_timer1.stop();
+        m_timer3.stop();
+        return;
+    }
     try {
         onTimer1();
     } catch (const LinkError& e) {
@@ -382,6 +397,12 @@ void UploadSession::onTimer1()
 
 void UploadSession::Timer3_Timer()
 {
+    if (!m_ctx.ownsLink(this)) {
+        // Another screen has opened the port since: it is not ours to use.
+        m_timer1.stop();
+        m_timer3.stop();
+        return;
+    }
     try {
         onTimer3();
     } catch (const LinkError& e) {

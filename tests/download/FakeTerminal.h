@@ -1,19 +1,19 @@
 #pragma once
 
-#include "FakeLinkChannel.h"
+#include "FakeChannel.h"
 
 #include <QTimer>
 
 // A terminal in download mode that acknowledges every frame with the frame's
 // own record number (bytes 8 and 9; the header and "OVER" carry 00 00), or
 // one that answers every frame with a fixed reply.
-class FakeTerminal : public FakeLinkChannel
+class FakeTerminal : public FakeChannel
 {
     Q_OBJECT
 public:
     void write(const QByteArray& bytes) override
     {
-        FakeLinkChannel::write(bytes);
+        FakeChannel::write(bytes);
         if (bytes.isEmpty() || silent)
             return;
         QByteArray answer = fixedReply;
@@ -22,7 +22,7 @@ public:
         }
         QTimer::singleShot(0, this, [this, answer] {
             if (isOpen())
-                reply(answer);
+                feed(answer);
         });
     }
 

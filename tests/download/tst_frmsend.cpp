@@ -260,7 +260,7 @@ void tst_frmsend::terminalRefusalReEnablesButtons()
     f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("1"));
     QTest::mouseClick(f.send(), Qt::LeftButton);
     QVERIFY(!f.buttonsEnabled());
-    f.terminal->reply("BACKBACKBACKBA");
+    f.terminal->feed("BACKBACKBACKBA");
     QVERIFY(f.buttonsEnabled());
     QCOMPARE(f.t.messenger.last(),
              QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!"));

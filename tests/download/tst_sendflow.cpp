@@ -270,7 +270,7 @@ void tst_SendFlow::terminalNotInDownloadModeReEnablesButtons()
     QString transactions = QStringLiteral("2");
     QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
     QCOMPARE(buttons.last().at(0).toBool(), false);
-    f.terminal->reply("CLOSCLOSCLOSCL");
+    f.terminal->feed("CLOSCLOSCLOSCL");
     QCOMPARE(stopped.count(), 1);
     QCOMPARE(buttons.last().at(0).toBool(), true);
     QCOMPARE(f.t.messenger.last(),

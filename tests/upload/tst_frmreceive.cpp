@@ -1,5 +1,6 @@
 #include "ColourButton.h"
 #include "LinkChannel.h"
+#include "FakeChannel.h"
 #include "TestContext.h"
 #include "UploadRecords.h"
 #include "UploadSession.h"
@@ -14,53 +15,6 @@
 namespace {
 
 const QByteArray agent = "AG0000000000005";
-
-// The terminal's end of the link: keeps every frame written and hands the
-// screen whatever the test feeds, raising the receive event.
-class FakeLink : public LinkChannel
-{
-    Q_OBJECT
-public:
-    explicit FakeLink(bool opens = true) : m_opens(opens) {}
-
-    bool open(QString* error) override
-    {
-        if (!m_opens) {
-            if (error)
-                *error = QStringLiteral("Cannot open /dev/ttyS0: no such device");
-            return false;
-        }
-        m_open = true;
-        return true;
-    }
-    void close() override { m_open = false; }
-    bool isOpen() const override { return m_open; }
-    void write(const QByteArray& bytes) override
-    {
-        if (!bytes.isEmpty())
-            written << bytes;
-    }
-    QByteArray readAll() override
-    {
-        QByteArray out;
-        out.swap(m_pending);
-        return out;
-    }
-    QString deviceName() const override { return QStringLiteral("fake"); }
-
-    void feed(const QByteArray& bytes)
-    {
-        m_pending += bytes;
-        emit dataArrived();
-    }
-
-    QList<QByteArray> written;
-
-private:
-    bool m_opens;
-    bool m_open = false;
-    QByteArray m_pending;
-};
 
 QByteArray request(int record)
 {
@@ -99,7 +53,7 @@ private:
 
     std::unique_ptr<TestContext> t;
     std::unique_ptr<frmReceive> m_form;
-    FakeLink* m_link = nullptr;
+    FakeChannel* m_link = nullptr;
 };
 
 void tst_frmReceive::init()
@@ -119,7 +73,9 @@ void tst_frmReceive::cleanup()
 void tst_frmReceive::open(bool portOpens)
 {
     t->ctx->setChannelFactory([this, portOpens] {
-        auto link = std::make_unique<FakeLink>(portOpens);
+        auto link = std::make_unique<FakeChannel>();
+        if (!portOpens)
+            link->openError = QStringLiteral("Cannot open /dev/ttyS0: no such device");
         m_link = link.get();
         return link;
     });

@@ -4,17 +4,23 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QString>
 
 // A link the test talks through: every frame written is kept, bytes fed in
 // wait until the session reads them, and each feed raises the receive event.
 class FakeChannel : public LinkChannel
 {
-    Q_OBJECT
 public:
     using LinkChannel::LinkChannel;
 
-    bool open(QString*) override
+    bool open(QString* error) override
     {
+        ++opens;
+        if (!openError.isEmpty()) {
+            if (error)
+                *error = openError;
+            return false;
+        }
         m_open = true;
         return true;
     }
@@ -22,6 +28,7 @@ public:
     bool isOpen() const override { return m_open; }
     void write(const QByteArray& bytes) override
     {
+        ++writeCalls;
         if (!bytes.isEmpty())
             written.append(bytes);
     }
@@ -34,16 +41,21 @@ public:
     }
     QString deviceName() const override { return QStringLiteral("fake"); }
 
+    // Bytes from the terminal, then the receive event.
     void feed(const QByteArray& bytes)
     {
-        pending.append(bytes);
+        pending += bytes;
         emit dataArrived();
     }
+    void fail(const QString& message) { emit failed(message); }
     QByteArray lastWritten() const { return written.isEmpty() ? QByteArray() : written.last(); }
 
-    QList<QByteArray> written;
-    QByteArray pending;
+    QString openError;           // when set, open() fails with it
+    int opens = 0;
+    int writeCalls = 0;          // empty writes included
     int reads = 0;
+    QList<QByteArray> written;   // non-empty writes in order
+    QByteArray pending;          // fed, not yet read
 
 private:
     bool m_open = false;

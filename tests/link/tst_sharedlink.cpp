@@ -1,0 +1,71 @@
+#include "DownloadSession.h"
+#include "FakeChannel.h"
+#include "TestContext.h"
+#include "UploadSession.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+// The send and the receive screen share one link to the terminal; only the
+// one that opened the port last may use it.
+class tst_SharedLink : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void onlyTheLastOpenerReadsWritesAndCloses();
+    void sessionsWithoutAnOpenerStillWork();
+};
+
+void tst_SharedLink::onlyTheLastOpenerReadsWritesAndCloses()
+{
+    TestContext t;
+    FakeChannel* channel = nullptr;
+    t.ctx->setChannelFactory([&channel] {
+        auto c = std::make_unique<FakeChannel>();
+        channel = c.get();
+        return c;
+    });
+
+    DownloadSession send(*t.ctx);
+    send.Form_Load();
+    QVERIFY(send.OpenCommPort());
+    // A download that has sent its end frame and waits for the last answer.
+    t.ctx->link.HeaderPending = false;
+    t.ctx->link.EndFrameSent = true;
+    QSignalSpy completed(&send, &DownloadSession::completed);
+
+    UploadSession receive(*t.ctx);
+    QVERIFY(receive.Form_Load());
+    QCOMPARE(channel->opens, 2);
+
+    // An answer meant for the receive screen is not taken by the send screen.
+    channel->feed(QByteArray(8, '\0') + QByteArray("\x00\x00" "AACK", 6));
+    QCOMPARE(completed.count(), 0);
+    QVERIFY(channel->pending.isEmpty());
+    QCOMPARE(t.ctx->link.RxBuffer.size(), 14); // kept by the receive side, waiting for 137
+
+    // The send screen's time-out writes nothing and stops itself.
+    const int writes = channel->writeCalls;
+    send.timer2().start();
+    send.Timer2_Timer();
+    QCOMPARE(channel->writeCalls, writes);
+    QVERIFY(!send.timer2().isActive());
+
+    // Closing the send screen leaves the receive screen's port open.
+    send.closePort();
+    QVERIFY(channel->isOpen());
+    receive.closePort();
+    QVERIFY(!channel->isOpen());
+}
+
+void tst_SharedLink::sessionsWithoutAnOpenerStillWork()
+{
+    TestContext t;
+    QVERIFY(t.ctx->ownsLink(nullptr));
+    QObject anyone;
+    QVERIFY(t.ctx->ownsLink(&anyone));
+}
+
+QTEST_GUILESS_MAIN(tst_SharedLink)
+#include "tst_sharedlink.moc"
