@@ -1,7 +1,9 @@
 #include "Startup.h"
 
 #include "Messenger.h"
+#include "PasswordStore.h"
 #include "SharedDatabase.h"
+#include "StoreError.h"
 
 #include <QDir>
 
@@ -16,6 +18,14 @@ bool openDatabase(SharedDatabase& db, const QString& dataDir, Messenger& messeng
     QString error;
     if (!db.open(QDir(dataDir).filePath(SharedDatabase::fileName()), &error)) {
         messenger.critical(error);
+        return false;
+    }
+    // Reading the password row turns plain software passwords (a new
+    // database, or one from an older version) into hashes at once.
+    try {
+        PasswordStore::load(db);
+    } catch (const StoreError& e) {
+        messenger.critical(e.message());
         return false;
     }
     return true;

@@ -1,4 +1,5 @@
 #include "PathUtil.h"
+#include "PasswordStore.h"
 #include "PortResolver.h"
 #include "RecordingMessenger.h"
 #include "SharedDatabase.h"
@@ -30,6 +31,12 @@ void tst_Startup::createsDataFolderAndDatabase()
     QVERIFY(Startup::openDatabase(db, data, m));
     QVERIFY(QFile::exists(data + "/HandHeldData.db"));
     QVERIFY(m.entries().isEmpty());
+    // The initial software passwords are not kept in plain text, and still work.
+    SharedRecordset& rs = db.openSharedRecordset("select * from Password");
+    QVERIFY(rs.text("admin") != QStringLiteral("admin"));
+    QVERIFY(rs.text("user") != QStringLiteral("user"));
+    QCOMPARE(rs.text("setup"), QStringLiteral("1234"));
+    QVERIFY(PasswordStore::load(db).admin.matches("admin"));
 }
 
 void tst_Startup::unopenableDatabaseIsReported()
