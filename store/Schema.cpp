@@ -55,10 +55,22 @@ const QStringList version1 = {
     QStringLiteral(R"(CREATE VIEW Report2 AS
         SELECT AgentID, SUM(CollectedAmt) AS CollectedAmt, CollectionDate AS "Date"
         FROM CollectionHistory GROUP BY AgentID, CollectionDate)"),
-    QStringLiteral("INSERT INTO Password (SNo, admin, user, setup, download) VALUES ('1', '%1', '%2', '%3', '%4')")
-        .arg(QLatin1String(initialAdminPassword), QLatin1String(initialUserPassword),
-             QLatin1String(initialSetupPassword), QLatin1String(initialDownloadPassword)),
 };
+
+bool insertPasswordRow(QSqlDatabase& db, QString* error)
+{
+    QSqlQuery q(db);
+    q.prepare(QStringLiteral("INSERT INTO Password (SNo, admin, user, setup, download) VALUES (?, ?, ?, ?, ?)"));
+    for (const char* value : {"1", initialAdminPassword, initialUserPassword, initialSetupPassword,
+                              initialDownloadPassword})
+        q.addBindValue(QString::fromLatin1(value));
+    if (!q.exec()) {
+        if (error)
+            *error = q.lastError().text();
+        return false;
+    }
+    return true;
+}
 
 } // namespace
 
@@ -82,7 +94,7 @@ bool ensure(QSqlDatabase db, QString* error)
     }
     bool ok = true;
     if (version < 1)
-        ok = run(db, version1, error);
+        ok = run(db, version1, error) && insertPasswordRow(db, error);
     if (ok)
         ok = run(db, {QStringLiteral("PRAGMA user_version = %1").arg(currentVersion)}, error);
     if (!ok) {
