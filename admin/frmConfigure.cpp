@@ -4,6 +4,7 @@
 #include "ColourButton.h"
 #include "Configuration.h"
 #include "KeyHook.h"
+#include "ScreenParts.h"
 #include "Messenger.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
@@ -17,17 +18,6 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
-namespace {
-
-QLabel* label(const char* name, const QString& text, QWidget* parent)
-{
-    auto* l = new QLabel(text, parent);
-    l->setObjectName(QLatin1String(name));
-    return l;
-}
-
-} // namespace
-
 frmConfigure::frmConfigure(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window), m_ctx(ctx)
 {
     setObjectName(QStringLiteral("frmConfigure"));
@@ -35,7 +25,7 @@ frmConfigure::frmConfigure(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
     setFont(QFont(QStringLiteral("Arial"), 10));
 
     auto* layout = new QVBoxLayout(this);
-    auto* heading = label("Label2", QStringLiteral("Configuration"), this);
+    auto* heading = namedLabel("Label2", QStringLiteral("Configuration"), this);
     heading->setFont(QFont(QStringLiteral("Arial"), 14, QFont::Bold));
     heading->setAlignment(Qt::AlignCenter);
     layout->addWidget(heading);
@@ -50,20 +40,20 @@ frmConfigure::frmConfigure(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
     m_branchName->setObjectName(QStringLiteral("txtBranchName"));
     m_comPort = new QComboBox(frame);
     m_comPort->setObjectName(QStringLiteral("cmbComPort"));
-    m_device = label("lblDevice", QString(), frame);
+    m_device = namedLabel("lblDevice", QString(), frame);
     m_fontSize = new QComboBox(frame);
     m_fontSize->setObjectName(QStringLiteral("cmbFontSize"));
     m_fontSize->addItems({QStringLiteral("Small"), QStringLiteral("Big")});
     m_fontSize->setCurrentIndex(0);
 
-    grid->addWidget(label("Label3", QStringLiteral("Bank Name :"), frame), 0, 0);
+    grid->addWidget(namedLabel("Label3", QStringLiteral("Bank Name :"), frame), 0, 0);
     grid->addWidget(m_bankName, 0, 1, 1, 2);
-    grid->addWidget(label("Label1", QStringLiteral("Branch Name :"), frame), 1, 0);
+    grid->addWidget(namedLabel("Label1", QStringLiteral("Branch Name :"), frame), 1, 0);
     grid->addWidget(m_branchName, 1, 1, 1, 2);
-    grid->addWidget(label("Label4", QStringLiteral("Select Com. Port :"), frame), 2, 0);
+    grid->addWidget(namedLabel("Label4", QStringLiteral("Select Com. Port :"), frame), 2, 0);
     grid->addWidget(m_comPort, 2, 1);
     grid->addWidget(m_device, 2, 2);
-    grid->addWidget(label("Label5", QStringLiteral("Select Font Size :"), frame), 3, 0);
+    grid->addWidget(namedLabel("Label5", QStringLiteral("Select Font Size :"), frame), 3, 0);
     grid->addWidget(m_fontSize, 3, 1);
     layout->addWidget(frame);
 

@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
+#include "ScreenParts.h"
 #include "FocusInHook.h"
 #include "Messenger.h"
 #include "StoreError.h"
@@ -18,17 +19,6 @@
 #include <QTreeView>
 #include <QVBoxLayout>
 
-namespace {
-
-QLabel* label(const char* name, const QString& text, QWidget* parent)
-{
-    auto* l = new QLabel(text, parent);
-    l->setObjectName(QLatin1String(name));
-    return l;
-}
-
-} // namespace
-
 frmDrive::frmDrive(AppContext& ctx, QWidget* parent) : frmDrive(ctx, DriveList::system(), parent) {}
 
 frmDrive::frmDrive(AppContext& ctx, DriveList drives, QWidget* parent)
@@ -39,7 +29,7 @@ frmDrive::frmDrive(AppContext& ctx, DriveList drives, QWidget* parent)
     setFont(QFont(QStringLiteral("Arial"), 10));
 
     auto* layout = new QVBoxLayout(this);
-    auto* heading = label("Label2", QStringLiteral("Drive Selection"), this);
+    auto* heading = namedLabel("Label2", QStringLiteral("Drive Selection"), this);
     heading->setFont(QFont(QStringLiteral("Arial"), 14, QFont::Bold));
     heading->setAlignment(Qt::AlignCenter);
     layout->addWidget(heading);
@@ -66,13 +56,13 @@ frmDrive::frmDrive(AppContext& ctx, DriveList drives, QWidget* parent)
     m_dir->setHeaderHidden(true);
     for (int column = 1; column < m_model->columnCount(); ++column)
         m_dir->hideColumn(column);
-    m_filePath = label("lbFilePath", QString(), this);
+    m_filePath = namedLabel("lbFilePath", QString(), this);
     m_filePath->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    grid->addWidget(label("Label3", QStringLiteral("Select Drive :"), this), 0, 0);
+    grid->addWidget(namedLabel("Label3", QStringLiteral("Select Drive :"), this), 0, 0);
     grid->addWidget(m_drive, 0, 1);
-    grid->addWidget(label("Label4", QStringLiteral("Select Folder :"), this), 1, 0, Qt::AlignTop);
+    grid->addWidget(namedLabel("Label4", QStringLiteral("Select Folder :"), this), 1, 0, Qt::AlignTop);
     grid->addWidget(m_dir, 1, 1);
-    grid->addWidget(label("Label1", QStringLiteral("Report Path :"), this), 2, 0);
+    grid->addWidget(namedLabel("Label1", QStringLiteral("Report Path :"), this), 2, 0);
     grid->addWidget(m_filePath, 2, 1);
     layout->addLayout(grid);
 

@@ -3,9 +3,9 @@
 #include "AppContext.h"
 #include "ConsoleMessenger.h"
 #include "RestoreStore.h"
+#include "TransferWait.h"
 #include "UploadSession.h"
 
-#include <QEventLoop>
 #include <QTimer>
 
 namespace {
@@ -26,31 +26,21 @@ int run(CliRun& run)
             return cliUsageError(QStringLiteral("--on-crc-failure takes retry or quit."));
     }
     int giveUpAfter = 0;
-    if (p.isSet(QStringLiteral("give-up-after"))) {
-        bool ok = false;
-        giveUpAfter = p.value(QStringLiteral("give-up-after")).toInt(&ok);
-        if (!ok || giveUpAfter < 1)
-            return cliUsageError(QStringLiteral("--give-up-after takes a number of seconds, 1 or more."));
-    }
+    if (!TransferWait::readOption(p, &giveUpAfter))
+        return cliUsageError(QStringLiteral("--give-up-after takes a number of seconds, 1 or more."));
     run.messenger.setAnswer([retryOnCrcFailure](const QString&) { return retryOnCrcFailure; });
 
     UploadSession session(run.ctx);
-    QEventLoop loop;
-    int outcome = -1;
-    auto finish = [&](int code) {
-        if (outcome < 0) {
-            outcome = code;
-            loop.exit(code);
-        }
-    };
+    TransferWait transfer(run.messenger, giveUpAfter, QStringLiteral("upload"));
+    QObject* loop = transfer.context();
 
     bool restored = false;
     session.setRestoreHandler(
         [&run, &restored](UploadSession& s) { restored = RestoreStore::RestoreData(run.ctx, s.summary()); });
-    QObject::connect(&session, &UploadSession::progress, &loop, [](int received, int total) {
+    QObject::connect(&session, &UploadSession::progress, loop, [](int received, int total) {
         ConsoleMessenger::line(QStringLiteral("Records Received : %1 / %2").arg(received).arg(total));
     });
-    QObject::connect(&session, &UploadSession::summaryDecoded, &loop, [&session] {
+    QObject::connect(&session, &UploadSession::summaryDecoded, loop, [&session] {
         const UploadSummary& s = session.summary();
         ConsoleMessenger::line(QStringLiteral("Agent ID : %1").arg(s.AgentId));
         ConsoleMessenger::line(QStringLiteral("Date (ddmm) : %1").arg(s.CollectionDate));
@@ -62,32 +52,20 @@ int run(CliRun& run)
     // The end frame is still in the port's write buffer at this point; the
     // loop runs a little longer so that it reaches the terminal before the
     // port is closed.
-    QObject::connect(&session, &UploadSession::finished, &loop, [&] {
+    QObject::connect(&session, &UploadSession::finished, loop, [&] {
         session.timer3().stop();
         const int code = restored ? CliExit::Success : CliExit::Failure;
-        QTimer::singleShot(200, &loop, [&finish, code] { finish(code); });
+        QTimer::singleShot(200, loop, [&transfer, code] { transfer.finish(code); });
     });
-    QObject::connect(&session, &UploadSession::failed, &loop, [&] { finish(CliExit::Failure); });
-    QObject::connect(&session, &UploadSession::closeRequested, &loop, [&] { finish(CliExit::Failure); });
-
-    QTimer giveUp;
-    giveUp.setSingleShot(true);
-    QObject::connect(&giveUp, &QTimer::timeout, &loop, [&] {
-        run.messenger.critical(
-            QStringLiteral("Gave up after %1 seconds: the terminal did not finish the upload.").arg(giveUpAfter));
-        finish(CliExit::GaveUp);
-    });
+    QObject::connect(&session, &UploadSession::failed, loop, [&] { transfer.finish(CliExit::Failure); });
+    QObject::connect(&session, &UploadSession::closeRequested, loop, [&] { transfer.finish(CliExit::Failure); });
 
     if (!session.Form_Load()) {
         session.closePort();
         return CliExit::Failure;
     }
     session.cmdSend_Click();
-    if (outcome < 0) {
-        if (giveUpAfter > 0)
-            giveUp.start(giveUpAfter * 1000);
-        loop.exec();
-    }
+    const int outcome = transfer.wait();
     session.closePort();
     return outcome;
 }
@@ -107,9 +85,7 @@ CliCommand receiveCommand()
                      QStringLiteral("Answer to \"Error in CRC\" after 15 failures in a row: retry (OK) or quit "
                                     "(Cancel, the default)."),
                      QStringLiteral("retry|quit")});
-        p.addOption({QStringLiteral("give-up-after"),
-                     QStringLiteral("Stop waiting for the terminal after this many seconds (exit status 3)."),
-                     QStringLiteral("SECONDS")});
+        TransferWait::addOption(p);
     };
     c.run = [](CliRun& r) { return run(r); };
     return c;

@@ -3,9 +3,7 @@
 #include "AppContext.h"
 #include "ConsoleMessenger.h"
 #include "SendFlow.h"
-
-#include <QEventLoop>
-#include <QTimer>
+#include "TransferWait.h"
 
 namespace {
 
@@ -37,48 +35,25 @@ int run(CliRun& run)
         return cliUsageError(QStringLiteral("--transactions takes the digits 0 to 7 only."));
 
     int giveUpAfter = 0;
-    if (p.isSet(QStringLiteral("give-up-after"))) {
-        bool ok = false;
-        giveUpAfter = p.value(QStringLiteral("give-up-after")).toInt(&ok);
-        if (!ok || giveUpAfter < 1)
-            return cliUsageError(QStringLiteral("--give-up-after takes a number of seconds, 1 or more."));
-    }
+    if (!TransferWait::readOption(p, &giveUpAfter))
+        return cliUsageError(QStringLiteral("--give-up-after takes a number of seconds, 1 or more."));
 
     SendFlow flow(run.ctx);
     flow.Form_Load();
 
-    QEventLoop loop;
-    int outcome = -1;
-    auto finish = [&](int code) {
-        if (outcome < 0) {
-            outcome = code;
-            loop.exit(code);
-        }
-    };
-    QObject::connect(&flow, &SendFlow::progress, &loop, [](int acknowledged, int total) {
+    TransferWait transfer(run.messenger, giveUpAfter, QStringLiteral("download"));
+    QObject::connect(&flow, &SendFlow::progress, transfer.context(), [](int acknowledged, int total) {
         ConsoleMessenger::line(QStringLiteral("Record Sent : %1 / %2").arg(acknowledged).arg(total));
     });
-    QObject::connect(&flow, &SendFlow::completed, &loop, [&] { finish(CliExit::Success); });
-    QObject::connect(&flow, &SendFlow::stopped, &loop, [&] { finish(CliExit::Failure); });
-
-    QTimer giveUp;
-    giveUp.setSingleShot(true);
-    QObject::connect(&giveUp, &QTimer::timeout, &loop, [&] {
-        run.messenger.critical(
-            QStringLiteral("Gave up after %1 seconds: the terminal did not finish the download.").arg(giveUpAfter));
-        finish(CliExit::GaveUp);
-    });
+    QObject::connect(&flow, &SendFlow::completed, transfer.context(), [&] { transfer.finish(CliExit::Success); });
+    QObject::connect(&flow, &SendFlow::stopped, transfer.context(), [&] { transfer.finish(CliExit::Failure); });
 
     const SendFlow::Result result = flow.cmdSend(agent, date, transactions);
     if (result != SendFlow::Result::Started) {
         flow.Form_Unload();
         return CliExit::Failure;
     }
-    if (outcome < 0) {
-        if (giveUpAfter > 0)
-            giveUp.start(giveUpAfter * 1000);
-        loop.exec();
-    }
+    const int outcome = transfer.wait();
     flow.Form_Unload();
     return outcome;
 }
@@ -98,9 +73,7 @@ CliCommand sendCommand()
             {QStringLiteral("date"), QStringLiteral("Date of the download file, ddmm."), QStringLiteral("DDMM")});
         p.addOption({QStringLiteral("transactions"),
                      QStringLiteral("Number of transactions (digits 0 to 7; default 1)."), QStringLiteral("N")});
-        p.addOption({QStringLiteral("give-up-after"),
-                     QStringLiteral("Stop waiting for the terminal after this many seconds (exit status 3)."),
-                     QStringLiteral("SECONDS")});
+        TransferWait::addOption(p);
     };
     c.run = [](CliRun& r) { return run(r); };
     return c;

@@ -4,6 +4,7 @@
 #include "Clock.h"
 #include "ColourButton.h"
 #include "KeyHook.h"
+#include "ScreenParts.h"
 #include "Messenger.h"
 #include "StoreError.h"
 
@@ -47,12 +48,6 @@ QDateEdit* datePicker(const char* name, QWidget* parent)
     return picker;
 }
 
-QLabel* label(const char* name, const QString& caption, QWidget* parent)
-{
-    auto* l = new QLabel(caption, parent);
-    l->setObjectName(QLatin1String(name));
-    return l;
-}
 
 } // namespace
 
@@ -84,15 +79,15 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     auto* grid = new QGridLayout(limits);
     m_from = datePicker("FromDTPicker", limits);
     m_to = datePicker("ToDTPicker", limits);
-    m_lbAgentID = label("lbAgentID", QStringLiteral("Agent ID :"), limits);
-    m_lbAccountNo = label("lbAccountNo", QStringLiteral("Account No :"), limits);
+    m_lbAgentID = namedLabel("lbAgentID", QStringLiteral("Agent ID :"), limits);
+    m_lbAccountNo = namedLabel("lbAccountNo", QStringLiteral("Account No :"), limits);
     m_agentID = new QLineEdit(limits);
     m_agentID->setObjectName(QStringLiteral("txtAgentID"));
     m_accountNo = new QLineEdit(limits);
     m_accountNo->setObjectName(QStringLiteral("txtAccountNo"));
-    grid->addWidget(label("lbFromDate", QStringLiteral("From Date :"), limits), 0, 0);
+    grid->addWidget(namedLabel("lbFromDate", QStringLiteral("From Date :"), limits), 0, 0);
     grid->addWidget(m_from, 0, 1);
-    grid->addWidget(label("lbToDate", QStringLiteral("To Date :"), limits), 1, 0);
+    grid->addWidget(namedLabel("lbToDate", QStringLiteral("To Date :"), limits), 1, 0);
     grid->addWidget(m_to, 1, 1);
     grid->addWidget(m_lbAgentID, 2, 0);
     grid->addWidget(m_agentID, 2, 1);
