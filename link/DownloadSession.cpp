@@ -291,6 +291,10 @@ void DownloadSession::doFirstProtocol()
     m_lastFrameSent = 0; // the header carries record number 0
     link.TxFrame = m_header;
     m_ctx.channel().write(m_header);
+    // The header is timed like every other frame: a terminal that is off or
+    // a loose cable then gets the header again and, after five tries, the
+    // cable message, instead of a screen that waits without a word.
+    m_timer2.start();
 }
 
 void DownloadSession::SecondProtocol()

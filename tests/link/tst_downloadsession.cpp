@@ -176,6 +176,7 @@ private slots:
     void notInDownloadMode_data();
     void notInDownloadMode();
     void fiveTimeoutsCableMessage();
+    void unansweredHeaderIsResent();
     void firstTimeoutStepsBackOne();
     void secondDownloadNeverResends();
     void portOpenFailure();
@@ -653,6 +654,27 @@ void TestDownloadSession::fiveTimeoutsCableMessage()
     // The download is not abandoned: an acknowledgement carries on.
     f.ackLast();
     QCOMPARE(numberOf(f.channel->written.last()), 3);
+}
+
+void TestDownloadSession::unansweredHeaderIsResent()
+{
+    Fixture f;
+    f.insertNumbered(2);
+    f.start(2);
+    QVERIFY(f.session->timer2().isActive());
+    const QString cable = QStringLiteral("Please Check the Communication Cable");
+    for (int i = 1; i <= 5; ++i) {
+        f.session->Timer2_Timer();
+        QCOMPARE(f.channel->written.size(), i + 1);
+        QCOMPARE(f.channel->written.last(), f.session->headerFrame());
+        QVERIFY(f.link().HeaderPending);
+    }
+    QCOMPARE(f.t.messenger.count(cable), 1);
+    // When the terminal answers at last, the accounts follow as usual.
+    f.channel->feed(answer(0));
+    QVERIFY(f.session->timer1().isActive());
+    f.session->Timer1_Timer();
+    QCOMPARE(numberOf(f.channel->written.last()), 2);
 }
 
 void TestDownloadSession::firstTimeoutStepsBackOne()
