@@ -200,6 +200,11 @@ QByteArray DownloadSession::buildHeaderFrame(const DownloadJob& job, AppSettings
         settings.BankName = settings.BankName.leftJustified(48, QLatin1Char(' '));
     if (settings.BranchName.size() < 22)
         settings.BranchName = settings.BranchName.leftJustified(22, QLatin1Char(' '));
+    // The terminal expects the font size in the header; without a saved
+    // configuration there is none and the frame would come out short.
+    if (settings.FontSize.trimmed().isEmpty())
+        throw LinkError(LinkError::Kind::TypeMismatch,
+                        QStringLiteral("the terminal font size is not set; choose it in CONFIGURE"));
     bool numeric = false;
     if (settings.FontSize.trimmed().toDouble(&numeric) < 0 && numeric)
         settings.FontSize = QStringLiteral("0");

@@ -158,6 +158,7 @@ private slots:
     void headerPadsSettings();
     void headerTooShortIsReported();
     void headerChecksumOverflowIsReported();
+    void headerWithoutFontSizeIsReported();
     void formLoadReadsTerminalPasswords();
     void formLoadClearsDownloadComplete();
     void recordFrameByteExact_data();
@@ -284,6 +285,18 @@ void TestDownloadSession::headerChecksumOverflowIsReported()
     QCOMPARE(f.stopped->count(), 1);
     QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
     QVERIFY(f.t.messenger.last().contains(QStringLiteral("Overflow")));
+    QVERIFY(f.channel->written.isEmpty());
+}
+
+void TestDownloadSession::headerWithoutFontSizeIsReported()
+{
+    Fixture f;
+    f.t.ctx->settings.FontSize.clear(); // settings saved by the folder screen only
+    f.start(1);
+    QCOMPARE(f.stopped->count(), 1);
+    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY2(f.t.messenger.last().contains(QStringLiteral("font size is not set; choose it in CONFIGURE")),
+             qPrintable(f.t.messenger.last()));
     QVERIFY(f.channel->written.isEmpty());
 }
 
