@@ -57,15 +57,9 @@ frmConfigure::frmConfigure(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
     grid->addWidget(m_fontSize, 3, 1);
     layout->addWidget(frame);
 
-    auto* buttons = new QHBoxLayout;
-    auto* update = new ColourButton(QStringLiteral("&Update"), this);
-    update->setObjectName(QStringLiteral("cmdUpdate"));
-    auto* exit = new ColourButton(QStringLiteral("&Exit"), this);
-    exit->setObjectName(QStringLiteral("cmdExit"));
-    buttons->addStretch();
-    buttons->addWidget(update);
-    buttons->addWidget(exit);
-    layout->addLayout(buttons);
+    auto* update = namedButton("cmdUpdate", QStringLiteral("&Update"), this);
+    auto* exit = namedButton("cmdExit", QStringLiteral("&Exit"), this);
+    addButtonRow(layout, {update, exit});
 
     connect(update, &QPushButton::clicked, this, &frmConfigure::cmdUpdate_Click);
     connect(exit, &QPushButton::clicked, this, &QWidget::close);

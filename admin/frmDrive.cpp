@@ -66,15 +66,9 @@ frmDrive::frmDrive(AppContext& ctx, DriveList drives, QWidget* parent)
     grid->addWidget(m_filePath, 2, 1);
     layout->addLayout(grid);
 
-    auto* buttons = new QHBoxLayout;
-    auto* update = new ColourButton(QStringLiteral("&Update"), this);
-    update->setObjectName(QStringLiteral("cmdSend"));
-    auto* exit = new ColourButton(QStringLiteral("&Exit"), this);
-    exit->setObjectName(QStringLiteral("cmdexit"));
-    buttons->addStretch();
-    buttons->addWidget(update);
-    buttons->addWidget(exit);
-    layout->addLayout(buttons);
+    auto* update = namedButton("cmdSend", QStringLiteral("&Update"), this);
+    auto* exit = namedButton("cmdexit", QStringLiteral("&Exit"), this);
+    addButtonRow(layout, {update, exit});
 
     // The screen opens on the bank information folder, the one it shows at
     // load, so the option and the list agree from the start.

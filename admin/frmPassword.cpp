@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
+#include "ScreenParts.h"
 #include "FocusInHook.h"
 #include "KeyHook.h"
 #include "Messenger.h"
@@ -86,10 +87,8 @@ frmPassword::frmPassword(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt:
     QFrame* boxes = frame("Frame3", outer);
     auto* grid = new QGridLayout(boxes);
     auto addBox = [grid, boxes](int row, const char* labelName, const QString& caption, const char* name) {
-        auto* l = new QLabel(caption, boxes);
-        l->setObjectName(QLatin1String(labelName));
         QLineEdit* box = passwordBox(name, boxes);
-        grid->addWidget(l, row, 0);
+        grid->addWidget(namedLabel(labelName, caption, boxes), row, 0);
         grid->addWidget(box, row, 1);
         return box;
     };
@@ -98,15 +97,9 @@ frmPassword::frmPassword(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt:
     m_confirm = addBox(2, "Label1", QStringLiteral("Confirm New Password :"), "txtConfirmPass");
     outerLayout->addWidget(boxes);
 
-    auto* buttons = new QHBoxLayout;
-    auto* update = new ColourButton(QStringLiteral("&Update"), this);
-    update->setObjectName(QStringLiteral("cmdSend"));
-    auto* exit = new ColourButton(QStringLiteral("&Exit"), this);
-    exit->setObjectName(QStringLiteral("cmdExit"));
-    buttons->addStretch();
-    buttons->addWidget(update);
-    buttons->addWidget(exit);
-    layout->addLayout(buttons);
+    auto* update = namedButton("cmdSend", QStringLiteral("&Update"), this);
+    auto* exit = namedButton("cmdExit", QStringLiteral("&Exit"), this);
+    addButtonRow(layout, {update, exit});
 
     // The screen opens on the administrator's password, the one asked most
     // often: Software and Admin chosen, the Software frame shown.

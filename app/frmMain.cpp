@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
+#include "ScreenParts.h"
 #include "Messenger.h"
 #include "StoreError.h"
 #include "frmPassEntry.h"
@@ -86,8 +87,7 @@ frmMain::~frmMain()
 
 ColourButton* frmMain::addButton(const char* name, const QString& caption)
 {
-    auto* b = new ColourButton(caption, this);
-    b->setObjectName(QLatin1String(name));
+    auto* b = namedButton(name, caption, this);
     b->setMinimumHeight(36);
     b->setFont(QFont(QStringLiteral("Arial"), 10, QFont::Bold));
     return b;

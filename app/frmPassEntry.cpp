@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
+#include "ScreenParts.h"
 #include "KeyHook.h"
 #include "Messenger.h"
 #include "StoreError.h"
@@ -42,15 +43,9 @@ frmPassEntry::frmPassEntry(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
     grid->addWidget(m_password, 1, 1);
     layout->addWidget(frame);
 
-    auto* buttons = new QHBoxLayout;
-    auto* ok = new ColourButton(QStringLiteral("&OK"), this);
-    ok->setObjectName(QStringLiteral("cmdOK"));
-    auto* cancel = new ColourButton(QStringLiteral("&Cancel"), this);
-    cancel->setObjectName(QStringLiteral("cmdCancel"));
-    buttons->addStretch();
-    buttons->addWidget(ok);
-    buttons->addWidget(cancel);
-    layout->addLayout(buttons);
+    auto* ok = namedButton("cmdOK", QStringLiteral("&OK"), this);
+    auto* cancel = namedButton("cmdCancel", QStringLiteral("&Cancel"), this);
+    addButtonRow(layout, {ok, cancel});
 
     connect(ok, &QPushButton::clicked, this, &frmPassEntry::checkPassword);
     connect(cancel, &QPushButton::clicked, this, &QWidget::close);

@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
+#include "ScreenParts.h"
 #include "KeyHook.h"
 #include "SendFlow.h"
 
@@ -101,18 +102,10 @@ frmsend::frmsend(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window)
     m_progress->setTextVisible(false);
     layout->addWidget(m_progress);
 
-    auto* buttons = new QHBoxLayout;
-    m_send = new ColourButton(QStringLiteral("&Send"), this);
-    m_send->setObjectName(QStringLiteral("cmdSend"));
-    m_clear = new ColourButton(QStringLiteral("&Clear"), this);
-    m_clear->setObjectName(QStringLiteral("cmdClear"));
-    m_exit = new ColourButton(QStringLiteral("&Exit"), this);
-    m_exit->setObjectName(QStringLiteral("cmdExit"));
-    buttons->addStretch();
-    buttons->addWidget(m_send);
-    buttons->addWidget(m_clear);
-    buttons->addWidget(m_exit);
-    layout->addLayout(buttons);
+    m_send = namedButton("cmdSend", QStringLiteral("&Send"), this);
+    m_clear = namedButton("cmdClear", QStringLiteral("&Clear"), this);
+    m_exit = namedButton("cmdExit", QStringLiteral("&Exit"), this);
+    addButtonRow(layout, {m_send, m_clear, m_exit});
 
     setTabOrder(m_agent, m_date);
     setTabOrder(m_date, m_transact);

@@ -96,12 +96,9 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     layout->addWidget(limits);
 
     auto* buttons = new QHBoxLayout;
-    m_view = new ColourButton(QStringLiteral("&View"), this);
-    m_view->setObjectName(QStringLiteral("cmdView"));
-    m_export = new ColourButton(QStringLiteral("Export &CSV"), this);
-    m_export->setObjectName(QStringLiteral("cmdExport"));
-    m_exit = new ColourButton(QStringLiteral("&Exit"), this);
-    m_exit->setObjectName(QStringLiteral("cmdExit"));
+    m_view = namedButton("cmdView", QStringLiteral("&View"), this);
+    m_export = namedButton("cmdExport", QStringLiteral("Export &CSV"), this);
+    m_exit = namedButton("cmdExit", QStringLiteral("&Exit"), this);
     buttons->addWidget(m_view);
     buttons->addWidget(m_export);
     buttons->addStretch();

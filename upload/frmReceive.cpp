@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
+#include "ScreenParts.h"
 #include "KeyHook.h"
 #include "RestoreStore.h"
 #include "UploadSession.h"
@@ -55,15 +56,9 @@ frmReceive::frmReceive(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::W
     m_progress->setValue(0);
     layout->addWidget(m_progress);
 
-    auto* buttons = new QHBoxLayout;
-    m_cmdSend = new ColourButton(QStringLiteral("&Receive"), this);
-    m_cmdSend->setObjectName(QStringLiteral("cmdSend"));
-    auto* cmdexit = new ColourButton(QStringLiteral("&Exit"), this);
-    cmdexit->setObjectName(QStringLiteral("cmdexit"));
-    buttons->addStretch();
-    buttons->addWidget(m_cmdSend);
-    buttons->addWidget(cmdexit);
-    layout->addLayout(buttons);
+    m_cmdSend = namedButton("cmdSend", QStringLiteral("&Receive"), this);
+    auto* cmdexit = namedButton("cmdexit", QStringLiteral("&Exit"), this);
+    addButtonRow(layout, {m_cmdSend, cmdexit});
 
     m_session = new UploadSession(ctx, this);
     m_session->setRestoreHandler([this](UploadSession& s) { RestoreStore::RestoreData(m_ctx, s.summary()); });
