@@ -1,7 +1,9 @@
 #pragma once
 
 #include "FakeChannel.h"
+#include "TestContext.h"
 
+#include <QDir>
 #include <QTimer>
 
 // A terminal in download mode that acknowledges every frame with the frame's
@@ -29,3 +31,21 @@ public:
     bool silent = false;
     QByteArray fixedReply;
 };
+
+// Settings a download needs, and a fake terminal behind the context's link.
+// *terminal is set when the link is made; *silent is read then, so a test
+// may change it until the first send.
+inline void prepareSendContext(TestContext& t, FakeTerminal** terminal, const bool* silent)
+{
+    t.ctx->settings.BankInfoPath = t.path(QStringLiteral("bank"));
+    t.ctx->settings.BankName = QStringLiteral("STATE BANK");
+    t.ctx->settings.BranchName = QStringLiteral("MAIN ROAD");
+    t.ctx->settings.FontSize = QStringLiteral("0");
+    QDir().mkpath(t.ctx->settings.BankInfoPath);
+    t.ctx->setChannelFactory([terminal, silent] {
+        auto fake = std::make_unique<FakeTerminal>();
+        *terminal = fake.get();
+        fake->silent = *silent;
+        return std::unique_ptr<LinkChannel>(std::move(fake));
+    });
+}

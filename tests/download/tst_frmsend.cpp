@@ -22,17 +22,7 @@ struct ScreenFixture
 
     ScreenFixture()
     {
-        t.ctx->settings.BankInfoPath = t.path(QStringLiteral("bank"));
-        t.ctx->settings.BankName = QStringLiteral("STATE BANK");
-        t.ctx->settings.BranchName = QStringLiteral("MAIN ROAD");
-        t.ctx->settings.FontSize = QStringLiteral("0");
-        QDir().mkpath(t.ctx->settings.BankInfoPath);
-        t.ctx->setChannelFactory([this] {
-            auto fake = std::make_unique<FakeTerminal>();
-            terminal = fake.get();
-            terminal->silent = silent;
-            return std::unique_ptr<LinkChannel>(std::move(fake));
-        });
+        prepareSendContext(t, &terminal, &silent);
         form = std::make_unique<frmsend>(*t.ctx);
         form->show();
         QApplication::setActiveWindow(form.get());

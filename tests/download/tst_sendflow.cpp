@@ -17,17 +17,7 @@ struct FlowFixture
 
     explicit FlowFixture(bool silentTerminal = false) : silent(silentTerminal)
     {
-        t.ctx->settings.BankInfoPath = t.path(QStringLiteral("bank"));
-        t.ctx->settings.BankName = QStringLiteral("STATE BANK");
-        t.ctx->settings.BranchName = QStringLiteral("MAIN ROAD");
-        t.ctx->settings.FontSize = QStringLiteral("0");
-        QDir().mkpath(t.ctx->settings.BankInfoPath);
-        t.ctx->setChannelFactory([this] {
-            auto fake = std::make_unique<FakeTerminal>();
-            terminal = fake.get();
-            terminal->silent = silent;
-            return std::unique_ptr<LinkChannel>(std::move(fake));
-        });
+        prepareSendContext(t, &terminal, &silent);
         flow = std::make_unique<SendFlow>(*t.ctx);
         flow->Form_Load();
     }

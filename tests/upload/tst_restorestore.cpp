@@ -1,6 +1,7 @@
 #include "RestoreStore.h"
 #include "StoreError.h"
 #include "TestContext.h"
+#include "UploadTestSetup.h"
 #include "UploadRecords.h"
 #include "UploadSession.h"
 
@@ -12,7 +13,6 @@ using RestoreStore::Entry;
 
 namespace {
 
-const QString agent = QStringLiteral("AG0000000000005");
 
 // Account keys as the terminal sends them (15-character account number).
 const QByteArray acct1 = "000000000000101";
@@ -84,13 +84,7 @@ private:
 void tst_RestoreStore::init()
 {
     t = std::make_unique<TestContext>();
-    t->ctx->settings.BankInfoPath = t->path(QStringLiteral("bank"));
-    QDir().mkpath(t->ctx->settings.BankInfoPath);
-    summary = UploadSummary();
-    summary.BankAgentId = agent;
-    summary.UploadBaseName = QStringLiteral("0051611");
-    summary.AgentId = QStringLiteral("005");
-    summary.CollectionDate = QStringLiteral("1611");
+    summary = prepareUploadContext(*t);
 }
 
 void tst_RestoreStore::cleanup()

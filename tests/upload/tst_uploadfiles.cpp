@@ -1,5 +1,6 @@
 #include "RestoreStore.h"
 #include "TestContext.h"
+#include "UploadTestSetup.h"
 #include "UploadFiles.h"
 #include "UploadRecords.h"
 #include "UploadSession.h"
@@ -10,7 +11,6 @@
 
 namespace {
 
-const QString agent = QStringLiteral("AG0000000000005");
 
 // A stored collection, field by field as StoreRestoreData leaves it.
 struct Stored
@@ -88,13 +88,7 @@ private:
 void tst_UploadFiles::init()
 {
     t = std::make_unique<TestContext>();
-    t->ctx->settings.BankInfoPath = t->path(QStringLiteral("bank"));
-    QDir().mkpath(t->ctx->settings.BankInfoPath);
-    summary = UploadSummary();
-    summary.BankAgentId = agent;
-    summary.UploadBaseName = QStringLiteral("0051611");
-    summary.AgentId = QStringLiteral("005");
-    summary.CollectionDate = QStringLiteral("1611");
+    summary = prepareUploadContext(*t);
 }
 
 void tst_UploadFiles::cleanup()
