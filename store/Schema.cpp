@@ -57,6 +57,43 @@ const QStringList version1 = {
         FROM CollectionHistory GROUP BY AgentID, CollectionDate)"),
 };
 
+// Version 2: history amounts as whole paise (INTEGER), so that sums are
+// exact, and an index led by the day for reports over a range of dates with
+// or without an agent. The report views keep their field names; their
+// amounts are now in paise. Older REAL rupee values are rounded to the
+// nearest paisa; anything that is not a number becomes NULL (no amount).
+const QStringList version2 = {
+    QStringLiteral("DROP VIEW IF EXISTS Report1"),
+    QStringLiteral("DROP VIEW IF EXISTS Report2"),
+    QStringLiteral(R"(CREATE TABLE CollectionHistoryPaise (
+        AgentID TEXT NOT NULL, CollectionDate TEXT NOT NULL, AccountNo TEXT,
+        ClosingPaise INTEGER, CollectedPaise INTEGER, DateTime TEXT,
+        TransactionNumber TEXT, ReceivedAt TEXT))"),
+    QStringLiteral(R"(INSERT INTO CollectionHistoryPaise
+        SELECT AgentID, CollectionDate, AccountNo,
+            CASE WHEN typeof(ClosingAmt) IN ('integer', 'real')
+                 THEN CAST(ROUND(ClosingAmt * 100) AS INTEGER) END,
+            CASE WHEN typeof(CollectedAmt) IN ('integer', 'real')
+                 THEN CAST(ROUND(CollectedAmt * 100) AS INTEGER) END,
+            DateTime, TransactionNumber, ReceivedAt
+        FROM CollectionHistory ORDER BY rowid)"),
+    QStringLiteral("DROP TABLE CollectionHistory"),
+    QStringLiteral("ALTER TABLE CollectionHistoryPaise RENAME TO CollectionHistory"),
+    // Receiving a day again deletes that agent's day: keyed by agent first.
+    QStringLiteral("CREATE INDEX CollectionHistoryDay ON CollectionHistory (AgentID, CollectionDate)"),
+    // The reports: a range of days, in the order they print, read from the
+    // index alone.
+    QStringLiteral(R"(CREATE INDEX CollectionHistoryByDate ON CollectionHistory
+        (CollectionDate, AgentID, AccountNo, ClosingPaise, CollectedPaise))"),
+    QStringLiteral(R"(CREATE VIEW Report1 AS
+        SELECT CollectionDate AS "Date", AgentID, AccountNo,
+            ClosingPaise AS ClosingAmt, CollectedPaise AS CollectedAmt
+        FROM CollectionHistory)"),
+    QStringLiteral(R"(CREATE VIEW Report2 AS
+        SELECT AgentID, SUM(CollectedPaise) AS CollectedAmt, CollectionDate AS "Date"
+        FROM CollectionHistory GROUP BY CollectionDate, AgentID)"),
+};
+
 bool insertPasswordRow(QSqlDatabase& db, QString* error)
 {
     QSqlQuery q(db);
@@ -95,6 +132,8 @@ bool ensure(QSqlDatabase db, QString* error)
     bool ok = true;
     if (version < 1)
         ok = run(db, version1, error) && insertPasswordRow(db, error);
+    if (ok && version < 2)
+        ok = run(db, version2, error);
     if (ok)
         ok = run(db, {QStringLiteral("PRAGMA user_version = %1").arg(currentVersion)}, error);
     if (!ok) {

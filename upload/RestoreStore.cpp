@@ -12,6 +12,7 @@
 
 #include <QCoreApplication>
 #include <QStringList>
+#include <cmath>
 
 namespace RestoreStore {
 
@@ -334,13 +335,17 @@ void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<E
     for (const Entry& e : entries) {
         if (e.amount.isEmpty())
             continue;
-        bool ok = false;
-        const double closing = e.balance.toDouble(&ok);
-        db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingAmt, "
-                                  "CollectedAmt, DateTime, TransactionNumber, ReceivedAt) "
+        // The history keeps whole paise, so report totals add up exactly.
+        const auto paise = [](const QString& rupees) {
+            bool ok = false;
+            const double value = rupees.trimmed().toDouble(&ok);
+            return ok ? QVariant(static_cast<qint64>(std::llround(value * 100.0))) : QVariant();
+        };
+        db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingPaise, "
+                                  "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) "
                                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
-                   {bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, ok ? QVariant(closing) : QVariant(),
-                    e.amount.toDouble(), e.dateTime, e.transactionNumber, receivedAt});
+                   {bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance),
+                    paise(e.amount), e.dateTime, e.transactionNumber, receivedAt});
     }
     transaction.commit();
 }

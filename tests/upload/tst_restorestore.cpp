@@ -450,24 +450,25 @@ void tst_RestoreStore::historySameDayReplacedOtherDaysKept()
 
     QCOMPARE(count(QStringLiteral("SELECT count(*) FROM CollectionHistory")), 3);
     QSqlQuery q(t->db.connection());
-    QVERIFY(q.exec(QStringLiteral("SELECT AgentID, CollectionDate, AccountNo, ClosingAmt, CollectedAmt, DateTime, "
+    QVERIFY(q.exec(QStringLiteral("SELECT AgentID, CollectionDate, AccountNo, ClosingPaise, CollectedPaise, DateTime, "
                                   "TransactionNumber, ReceivedAt FROM CollectionHistory "
                                   "ORDER BY CollectionDate, TransactionNumber")));
     QVERIFY(q.next());
     QCOMPARE(q.value(0).toString(), agent);
     QCOMPARE(q.value(1).toString(), QStringLiteral("2007-11-15"));
     QCOMPARE(q.value(2).toString(), QString::fromLatin1(acct1));
-    QCOMPARE(q.value(3).toDouble(), 1234.5);
-    QCOMPARE(q.value(4).toDouble(), 5.0);
+    // Amounts are kept in whole paise.
+    QCOMPARE(q.value(3).toLongLong(), 123450);
+    QCOMPARE(q.value(4).toLongLong(), 500);
     QCOMPARE(q.value(5).toString(), QStringLiteral("15/11/2007 09:00"));
     QCOMPARE(q.value(6).toString(), QStringLiteral("0001"));
     QCOMPARE(q.value(7).toString(), QStringLiteral("2007-11-16T10:20:30"));
     QVERIFY(q.next());
     QCOMPARE(q.value(1).toString(), QStringLiteral("2007-11-16"));
-    QCOMPARE(q.value(4).toDouble(), 7.0);
+    QCOMPARE(q.value(4).toLongLong(), 700);
     QCOMPARE(q.value(7).toString(), QStringLiteral("2007-11-16T18:00:00"));
     QVERIFY(q.next());
-    QCOMPARE(q.value(4).toDouble(), 8.0);
+    QCOMPARE(q.value(4).toLongLong(), 800);
     QVERIFY(!q.next());
 }
 
