@@ -58,9 +58,10 @@ int run(CliRun& run)
     }
 
     const ReportHeader header{run.ctx.settings.BankName, run.ctx.settings.BranchName, today};
-    const RenderedReport report = ReportRenderer::render(run.ctx.db(), kind, limits, header);
-    const bool written = suffix == QLatin1String("pdf") ? ReportRenderer::writePdf(report, output, &error)
-                                                        : ReportRenderer::writeCsv(report, output, &error);
+    // Both formats are written as they are read, page by page or row by row.
+    const bool written = suffix == QLatin1String("pdf")
+                             ? ReportRenderer::writePdf(run.ctx.db(), kind, limits, header, output, &error)
+                             : ReportRenderer::writeCsv(run.ctx.db(), kind, limits, output, &error);
     if (!written) {
         run.messenger.critical(error);
         return CliExit::Failure;

@@ -3,9 +3,13 @@
 #include <QDate>
 #include <QList>
 #include <QString>
+#include <QStringList>
+#include <QVariant>
+#include <functional>
 #include <optional>
 
 class SharedDatabase;
+
 
 // What a report is limited to. The agent and account limits apply to the
 // daily summary only; empty means "every agent" / "every account".
@@ -26,8 +30,8 @@ struct ReportHeader
     QDate printed;
 };
 
-// Amounts are kept in paise so that group and grand totals add up exactly
-// whatever the binary form of the stored values.
+// Amounts are whole paise from the history table up, so that group and grand
+// totals add up exactly.
 using Paise = qint64;
 
 struct DailyRow
@@ -43,6 +47,15 @@ struct DailyGroup
 {
     QString date; // as stored, YYYY-MM-DD
     QList<DailyRow> rows;
+    Paise total = 0;
+};
+
+// One date of the daily summary counted before its rows are read: enough to
+// lay the pages out.
+struct DailyGroupInfo
+{
+    QString date; // YYYY-MM-DD
+    int rows = 0;
     Paise total = 0;
 };
 
@@ -66,9 +79,9 @@ struct AgentSummary
 };
 
 // Reads the two report row sources, Report1 (one row per collection) and
-// Report2 (one row per agent and day), for a range of dates. Each call runs
-// its query afresh on its own statement, so the screens' shared result set
-// is left alone and every showing sees the current rows.
+// Report2 (one row per agent and day), for a range of dates. Every query is
+// bound, runs afresh on its own statement (the screens' shared result set is
+// left alone) and is served by an index led by the day.
 class ReportData
 {
 public:
@@ -77,15 +90,58 @@ public:
     // apostrophe.
     static bool checkLimits(const ReportLimits& limits, QString* error);
 
-    // Report1 rows from limits.from to limits.to (and of the agent and
-    // account when given), grouped by date in date order, with the group
-    // totals and the grand total of the collected amounts. Throws StoreError.
+    // Whether a stored agent identifier is the agent as the clerk typed it:
+    // the same identifier (blanks around and letter case aside), or, when
+    // only digits were typed, an identifier ending in a number of that value
+    // ("1" and "001" both stand for AG0000000000001 and for 001).
+    static bool agentMatches(const QString& stored, const QString& typed);
+    // The stored agent identifiers that `typed` stands for. Throws StoreError.
+    static QStringList matchingAgents(SharedDatabase& db, const QString& typed);
+
+    // The whole daily summary in memory: for small ranges and tests. The
+    // printed report reads it through DailyQuery. Throws StoreError.
     static DailySummary daily(SharedDatabase& db, const ReportLimits& limits);
 
-    // Report2 rows from limits.from to limits.to, by date and agent. Throws
-    // StoreError.
+    // Report2 rows from limits.from to limits.to, by date and agent (one row
+    // per agent and day, so small even for years). Throws StoreError.
     static AgentSummary agent(SharedDatabase& db, const ReportLimits& limits);
 
-    // A stored amount in paise (rounded to the nearest paisa); empty for NULL.
+    // A stored history amount (whole paise); empty for NULL or a value that
+    // is not a number.
+    static std::optional<Paise> storedPaise(const QVariant& value);
+    // An amount in rupees (number or text such as "0000150.00") in paise,
+    // rounded to the nearest paisa; empty for NULL or text that is no number.
     static std::optional<Paise> toPaise(const QVariant& value);
+};
+
+// The daily summary's rows for one set of limits, read in pieces: the dates
+// with their row counts and totals first (one query), then the rows of any
+// date from any offset, or every row in print order, one at a time. The agent
+// limit is resolved to stored identifiers once, when the query is made.
+class DailyQuery
+{
+public:
+    // Throws StoreError.
+    DailyQuery(SharedDatabase& db, const ReportLimits& limits);
+
+    // Each date in range with its number of rows and its total, in date order.
+    QList<DailyGroupInfo> groups() const;
+    // Up to `count` rows of one date from `offset`, in print order.
+    QList<DailyRow> rows(const QString& date, int offset, int count) const;
+    // Every row in range in print order; `row` returns false to stop.
+    void forEach(const std::function<bool(const QString& date, const DailyRow& row)>& row) const;
+
+    // The statements, for checking how the database runs them.
+    QString groupsSql() const;
+    QString rowsSql() const;
+    QString allRowsSql() const;
+    QVariantList rangeValues() const;
+
+private:
+    QString where() const;
+
+    SharedDatabase& m_db;
+    ReportLimits m_limits;
+    QStringList m_agents; // stored identifiers when an agent is given
+    bool m_noAgentMatches = false;
 };

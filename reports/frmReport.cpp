@@ -18,10 +18,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPrintPreviewDialog>
-#include <QPrinter>
 #include <QRadioButton>
-#include <QTextDocument>
 #include <QVBoxLayout>
 
 namespace {
@@ -195,72 +192,68 @@ ReportLimits frmReport::limits() const
     return l;
 }
 
-bool frmReport::renderSelected(RenderedReport* report)
+bool frmReport::limitsAccepted()
 {
-    const ReportLimits l = limits();
     QString error;
-    if (!ReportData::checkLimits(l, &error)) {
+    if (!ReportData::checkLimits(limits(), &error)) {
         m_ctx.messenger().critical(error);
-        return false;
-    }
-    const ReportHeader header{m_ctx.settings.BankName, m_ctx.settings.BranchName, m_ctx.clock().now().date()};
-    try {
-        *report = ReportRenderer::render(m_ctx.db(), selectedKind(), l, header);
-    } catch (const StoreError& e) {
-        m_ctx.messenger().critical(e.message());
         return false;
     }
     return true;
 }
 
+ReportHeader frmReport::header() const
+{
+    return ReportHeader{m_ctx.settings.BankName, m_ctx.settings.BranchName, m_ctx.clock().now().date()};
+}
+
 void frmReport::cmdView_Click()
 {
-    RenderedReport report;
-    if (!renderSelected(&report))
+    if (!limitsAccepted())
         return;
     // One preview at a time: a new View replaces the one still open.
     if (m_preview)
         m_preview->close();
 
-    auto* dialog = new QPrintPreviewDialog(this);
-    dialog->setObjectName(QStringLiteral("reportPreview"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setWindowTitle(report.title);
-    ReportRenderer::setUpPage(dialog->printer());
-    auto* document = new QTextDocument(dialog);
-    document->setObjectName(QStringLiteral("reportDocument"));
-    ReportRenderer::setUp(document, report.html);
-    connect(dialog, &QPrintPreviewDialog::paintRequested, document,
-            [document](QPrinter* printer) { ReportRenderer::print(document, printer); });
-    m_preview = dialog;
-    dialog->resize(900, 700);
-    dialog->open();
+    ReportPreview* preview = nullptr;
+    try {
+        // Only the page breaks are read here; each page reads its rows when
+        // it is shown.
+        preview = new ReportPreview(m_ctx, selectedKind(), limits(), header(), this);
+    } catch (const StoreError& e) {
+        m_ctx.messenger().critical(e.message());
+        return;
+    }
+    preview->setAttribute(Qt::WA_DeleteOnClose);
+    preview->setSuggestedPdfPath(suggestedPath(QStringLiteral("pdf")));
+    m_preview = preview;
+    preview->resize(900, 700);
+    preview->show();
 }
 
-QString frmReport::suggestedCsvPath() const
+QString frmReport::suggestedPath(const QString& suffix) const
 {
     QString folder = m_ctx.settings.ReportPath;
     if (folder.isEmpty() || !QFileInfo(folder).isDir())
         folder = m_ctx.dataDir.isEmpty() ? QDir::homePath() : m_ctx.dataDir;
     const ReportLimits l = limits();
     const QString name =
-        QStringLiteral("%1_%2_%3.csv")
+        QStringLiteral("%1_%2_%3.%4")
             .arg(selectedKind() == ReportKind::Daily ? QStringLiteral("DailyCollection")
                                                      : QStringLiteral("AgentCollection"),
-                 l.from.toString(QStringLiteral("yyyyMMdd")), l.to.toString(QStringLiteral("yyyyMMdd")));
+                 l.from.toString(QStringLiteral("yyyyMMdd")), l.to.toString(QStringLiteral("yyyyMMdd")), suffix);
     return QDir(folder).filePath(name);
 }
 
 void frmReport::cmdExport_Click()
 {
-    RenderedReport report;
-    if (!renderSelected(&report))
+    if (!limitsAccepted())
         return;
-    const QString path = m_choosePath(this, suggestedCsvPath());
+    const QString path = m_choosePath(this, suggestedPath(QStringLiteral("csv")));
     if (path.isEmpty())
         return;
     QString error;
-    if (!ReportRenderer::writeCsv(report, path, &error)) {
+    if (!ReportRenderer::writeCsv(m_ctx.db(), selectedKind(), limits(), path, &error)) {
         m_ctx.messenger().critical(error);
         return;
     }

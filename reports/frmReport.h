@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ReportPreview.h"
 #include "ReportRenderer.h"
 
 #include <QPointer>
-#include <QPrintPreviewDialog>
 #include <QWidget>
 #include <functional>
 
@@ -15,8 +15,8 @@ class QLineEdit;
 class QRadioButton;
 
 // The report screen: choose the daily or the agent collection summary and
-// its limits, then view it in a print preview (print or save as PDF there)
-// or export its rows as CSV.
+// its limits, then view its pages (print or save as PDF there) or export its
+// rows as CSV.
 class frmReport : public QWidget
 {
     Q_OBJECT
@@ -37,7 +37,7 @@ public:
     void setSavePathChooser(SavePathChooser chooser) { m_choosePath = std::move(chooser); }
 
     // The preview opened by the last View, while it is open.
-    QPrintPreviewDialog* preview() const { return m_preview; }
+    ReportPreview* preview() const { return m_preview; }
 
     void cmdView_Click();
     void cmdExport_Click();
@@ -50,10 +50,10 @@ private:
     // inputs for the daily summary, hide them for the agent summary.
     void OptReport1_Click();
     void OptReport2_Click();
-    // Checks the limits and reads the chosen report afresh; false after
-    // telling the user why.
-    bool renderSelected(RenderedReport* report);
-    QString suggestedCsvPath() const;
+    // Checks the limits; false after telling the user why.
+    bool limitsAccepted();
+    ReportHeader header() const;
+    QString suggestedPath(const QString& suffix) const;
 
     AppContext& m_ctx;
     QRadioButton* m_optReport1 = nullptr;
@@ -67,6 +67,6 @@ private:
     ColourButton* m_view = nullptr;
     ColourButton* m_export = nullptr;
     ColourButton* m_exit = nullptr;
-    QPointer<QPrintPreviewDialog> m_preview;
+    QPointer<ReportPreview> m_preview;
     SavePathChooser m_choosePath;
 };
