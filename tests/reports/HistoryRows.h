@@ -5,9 +5,11 @@
 #include <QList>
 #include <QString>
 #include <QVariant>
+#include <cmath>
 
 // Collection history rows put straight into a test database, the way the
-// restore store leaves them after a receive.
+// restore store leaves them after a receive. Amounts are given in rupees
+// (a double, or an invalid QVariant for none) and stored as whole paise.
 struct HistoryRow
 {
     QString agentId;
@@ -17,11 +19,18 @@ struct HistoryRow
     QVariant collectedAmt;
 };
 
+inline QVariant historyPaise(const QVariant& rupees)
+{
+    if (!rupees.isValid() || rupees.isNull())
+        return QVariant();
+    return QVariant(static_cast<qint64>(std::llround(rupees.toDouble() * 100.0)));
+}
+
 inline void addHistory(SharedDatabase& db, const HistoryRow& r)
 {
-    db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingAmt, "
-                              "CollectedAmt, DateTime, TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
-               {r.agentId, r.date, r.accountNo, r.closingAmt, r.collectedAmt, r.date + QStringLiteral(" 10:00"),
+    db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingPaise, "
+                              "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
+               {r.agentId, r.date, r.accountNo, historyPaise(r.closingAmt), historyPaise(r.collectedAmt), r.date + QStringLiteral(" 10:00"),
                 QStringLiteral("0001"), r.date + QStringLiteral("T18:00:00")});
 }
 

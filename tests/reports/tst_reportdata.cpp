@@ -4,6 +4,8 @@
 #include "StoreError.h"
 #include "TestContext.h"
 
+#include <QSqlError>
+#include <QSqlQuery>
 #include <QtTest>
 
 namespace {
@@ -62,6 +64,15 @@ private slots:
     void checkLimits();
     void toPaise_data();
     void toPaise();
+    void storedPaise();
+    void agentMatches_data();
+    void agentMatches();
+    void agentAsTypedOnTheSendScreen_data();
+    void agentAsTypedOnTheSendScreen();
+    void groupCountsAndRowsInPieces();
+    void queriesUseTheDayIndex_data();
+    void queriesUseTheDayIndex();
+    void totalsAreExactOverManyRows();
 };
 
 void tst_ReportData::groupsByDateWithGroupAndGrandTotals()
@@ -349,6 +360,170 @@ void tst_ReportData::toPaise()
     QCOMPARE(got.has_value(), present);
     if (present)
         QCOMPARE(*got, Paise(paise));
+}
+
+void tst_ReportData::storedPaise()
+{
+    QCOMPARE(*ReportData::storedPaise(QVariant(qint64(1234))), Paise(1234));
+    QCOMPARE(*ReportData::storedPaise(QVariant(qint64(-5))), Paise(-5));
+    QVERIFY(!ReportData::storedPaise(QVariant()).has_value());
+    QVERIFY(!ReportData::storedPaise(QVariant("abc")).has_value());
+}
+
+void tst_ReportData::agentMatches_data()
+{
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<bool>("match");
+    QTest::newRow("full id") << "AG0000000000001" << "AG0000000000001" << true;
+    QTest::newRow("full id, other case, blanks") << "AG0000000000001" << " ag0000000000001 " << true;
+    QTest::newRow("stored with padding") << "AG0005         " << "AG0005" << true;
+    QTest::newRow("one digit") << "AG0000000000001" << "1" << true;
+    QTest::newRow("three digits") << "AG0000000000001" << "001" << true;
+    QTest::newRow("padded id, number") << "AG0005         " << "5" << true;
+    QTest::newRow("short stored id") << "001" << "1" << true;
+    QTest::newRow("other number") << "AG0000000000011" << "1" << false;
+    QTest::newRow("number is not a prefix") << "AG0000000000010" << "1" << false;
+    QTest::newRow("ten") << "AG0000000000010" << "010" << true;
+    QTest::newRow("zero") << "AG0000000000000" << "000" << true;
+    QTest::newRow("no trailing digits") << "AGENTX" << "1" << false;
+    QTest::newRow("letters are not a number") << "AG0000000000001" << "G1" << false;
+    QTest::newRow("part of an id") << "AG0000000000001" << "AG00" << false;
+}
+
+void tst_ReportData::agentMatches()
+{
+    QFETCH(QString, stored);
+    QFETCH(QString, typed);
+    QFETCH(bool, match);
+    QCOMPARE(ReportData::agentMatches(stored, typed), match);
+}
+
+void tst_ReportData::agentAsTypedOnTheSendScreen_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QStringList>("accounts");
+    QTest::newRow("1") << "1" << QStringList{"10010", "10020"};
+    QTest::newRow("001") << "001" << QStringList{"10010", "10020"};
+    QTest::newRow("full") << "AG0000000000001" << QStringList{"10010", "10020"};
+    QTest::newRow("11") << "11" << QStringList{"11010"};
+    QTest::newRow("padded id as typed") << "AG0005" << QStringList{"50010"};
+    QTest::newRow("5") << "005" << QStringList{"50010"};
+    QTest::newRow("nobody") << "7" << QStringList{};
+}
+
+void tst_ReportData::agentAsTypedOnTheSendScreen()
+{
+    QFETCH(QString, typed);
+    QFETCH(QStringList, accounts);
+    TestContext t;
+    addHistory(t.db, {{"AG0000000000001", "2007-11-16", "10010", 1.0, 1.0},
+                      {"AG0000000000001", "2007-11-17", "10020", 1.0, 2.0},
+                      {"AG0000000000011", "2007-11-16", "11010", 1.0, 4.0},
+                      {"AG0005         ", "2007-11-16", "50010", 1.0, 8.0}});
+    const DailySummary s = ReportData::daily(t.db, range(d14, d17, typed));
+    QStringList got;
+    for (const DailyGroup& g : s.groups)
+        for (const DailyRow& r : g.rows)
+            got << r.accountNo;
+    QCOMPARE(got, accounts);
+    DailyQuery query(t.db, range(d14, d17, typed));
+    int counted = 0;
+    for (const DailyGroupInfo& g : query.groups())
+        counted += g.rows;
+    QCOMPARE(counted, accounts.size());
+}
+
+void tst_ReportData::groupCountsAndRowsInPieces()
+{
+    TestContext t;
+    addHistory(t.db, threeDays());
+    DailyQuery query(t.db, range(d14, d17));
+    const QList<DailyGroupInfo> groups = query.groups();
+    QCOMPARE(groups.size(), 4);
+    QCOMPARE(groups[0].date, QString("2007-11-14"));
+    QCOMPARE(groups[0].rows, 3);
+    QCOMPARE(groups[0].total, Paise(70 + 1010 + 2020));
+    // Any piece of a date, in print order.
+    const QList<DailyRow> middle = query.rows("2007-11-14", 1, 1);
+    QCOMPARE(middle.size(), 1);
+    QCOMPARE(middle[0].accountNo, QString("10020"));
+    QCOMPARE(query.rows("2007-11-14", 1, 10).size(), 2);
+    QCOMPARE(query.rows("2007-11-14", 3, 10).size(), 0);
+    QStringList order;
+    query.forEach([&order](const QString& date, const DailyRow& row) {
+        order << date + "/" + row.accountNo;
+        return order.size() < 3; // stops when asked
+    });
+    QCOMPARE(order, QStringList({"2007-11-14/10010", "2007-11-14/10020", "2007-11-14/20010"}));
+}
+
+void tst_ReportData::queriesUseTheDayIndex_data()
+{
+    QTest::addColumn<QString>("agent");
+    QTest::addColumn<QString>("account");
+    QTest::newRow("range only") << "" << "";
+    QTest::newRow("agent") << "1" << "";
+    QTest::newRow("agent and account") << "001" << "10010";
+    QTest::newRow("account") << "" << "10010";
+}
+
+void tst_ReportData::queriesUseTheDayIndex()
+{
+    QFETCH(QString, agent);
+    QFETCH(QString, account);
+    TestContext t;
+    QList<HistoryRow> rows;
+    for (int day = 1; day <= 28; ++day)
+        for (int a = 1; a <= 3; ++a)
+            rows.append({QString("AG000000000000%1").arg(a), QDate(2007, 2, day).toString(Qt::ISODate),
+                         QString::number(10000 + a), 1.0, 1.0});
+    addHistory(t.db, rows);
+    const DailyQuery query(t.db, range(QDate(2007, 2, 3), QDate(2007, 2, 9), agent, account));
+    QVariantList rowValues = query.rangeValues();
+    rowValues << "2007-02-04" << 10 << 0;
+    const QList<QPair<QString, QVariantList>> statements = {
+        {query.groupsSql(), query.rangeValues()},
+        {query.rowsSql(), rowValues},
+        {query.allRowsSql(), query.rangeValues()},
+        {R"(SELECT AgentID, CollectedAmt, "Date" FROM Report2 WHERE "Date" >= ? AND "Date" <= ? ORDER BY "Date", AgentID)",
+         {"2007-02-03", "2007-02-09"}},
+    };
+    for (const auto& [sql, values] : statements) {
+        QSqlQuery q(t.db.connection());
+        QVERIFY(q.prepare("EXPLAIN QUERY PLAN " + sql));
+        for (const QVariant& v : values)
+            q.addBindValue(v);
+        QVERIFY2(q.exec(), qPrintable(q.lastError().text()));
+        QStringList plan;
+        while (q.next())
+            plan << q.value(3).toString();
+        const QString text = plan.join(" | ");
+        // The history is searched through an index, never read whole.
+        QVERIFY2(text.contains("SEARCH CollectionHistory USING"), qPrintable(sql + "\n" + text));
+        QVERIFY2(!text.contains("SCAN CollectionHistory"), qPrintable(sql + "\n" + text));
+    }
+}
+
+void tst_ReportData::totalsAreExactOverManyRows()
+{
+    TestContext t;
+    QList<HistoryRow> rows;
+    // 0.10 a thousand times: a sum of doubles would not come to 100.00 exactly.
+    for (int i = 0; i < 1000; ++i)
+        rows.append({"001", "2007-11-16", QString::number(i), 0.0, 0.10});
+    {
+        SharedDatabase::Transaction transaction(t.db);
+        addHistory(t.db, rows);
+        transaction.commit();
+    }
+    QCOMPARE(ReportData::daily(t.db, range(d16, d16)).grandTotal, Paise(10000));
+    QCOMPARE(DailyQuery(t.db, range(d16, d16)).groups().at(0).total, Paise(10000));
+    QCOMPARE(ReportData::agent(t.db, range(d16, d16)).rows.at(0).collectedAmt, Paise(10000));
+    QSqlQuery q(t.db.connection());
+    QVERIFY(q.exec("SELECT typeof(CollectedAmt) FROM Report2"));
+    QVERIFY(q.next());
+    QCOMPARE(q.value(0).toString(), QString("integer"));
 }
 
 QTEST_GUILESS_MAIN(tst_ReportData)
