@@ -7,6 +7,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <algorithm>
 
 // Runs tonvy-cli report as a user would, on a database filled beforehand.
 class tst_CliReport : public QObject
@@ -26,6 +27,8 @@ private slots:
     void dailyPdf();
     void datesDefaultToToday();
     void helpListsTheCommand();
+    void agentAsTypedOnTheSendScreen();
+    void sameLayoutWithOnlyAnUnrelatedFont();
 
 private:
     struct Result
@@ -34,7 +37,8 @@ private:
         QString out;
         QString err;
     };
-    Result run(const QStringList& args);
+    Result run(const QStringList& args, const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment());
+    QString pdfText(const QStringList& options, const QString& pdf);
     QString readAll(const QString& path);
 
     QString m_cli;
@@ -45,6 +49,18 @@ void tst_CliReport::initTestCase()
 {
     m_cli = qEnvironmentVariable("TONVY_BIN_DIR") + "/tonvy-cli";
     QVERIFY2(QFile::exists(m_cli), qPrintable(m_cli));
+    // The PDF checks need pdftotext: without it they fail, not skip.
+    QVERIFY2(!QStandardPaths::findExecutable("pdftotext").isEmpty(),
+             "pdftotext is missing: install poppler-utils (scripts/setup does)");
+}
+
+QString tst_CliReport::pdfText(const QStringList& options, const QString& pdf)
+{
+    QProcess p;
+    p.start(QStandardPaths::findExecutable("pdftotext"), options + QStringList{pdf, "-"});
+    if (!p.waitForFinished(30000) || p.exitCode() != 0)
+        return {};
+    return QString::fromUtf8(p.readAllStandardOutput());
 }
 
 void tst_CliReport::init()
@@ -66,9 +82,10 @@ void tst_CliReport::cleanup()
     m_dir.reset();
 }
 
-tst_CliReport::Result tst_CliReport::run(const QStringList& args)
+tst_CliReport::Result tst_CliReport::run(const QStringList& args, const QProcessEnvironment& env)
 {
     QProcess p;
+    p.setProcessEnvironment(env);
     p.start(m_cli, QStringList{"--data-dir", m_dir->path()} + args);
     p.closeWriteChannel();
     if (!p.waitForFinished(30000))
@@ -168,8 +185,6 @@ void tst_CliReport::agentCsv()
 void tst_CliReport::dailyPdf()
 {
     const QString pdftotext = QStandardPaths::findExecutable("pdftotext");
-    if (pdftotext.isEmpty())
-        QSKIP("pdftotext is not installed");
     const QString out = QDir(m_dir->path()).filePath("daily.pdf");
     const Result r = run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-15", "--output", out});
     QCOMPARE(r.code, 0);
@@ -214,6 +229,85 @@ void tst_CliReport::helpListsTheCommand()
     const Result r = run({"--help"});
     QCOMPARE(r.code, 0);
     QVERIFY(r.out.contains("report daily|agent"));
+}
+
+void tst_CliReport::agentAsTypedOnTheSendScreen()
+{
+    {
+        SharedDatabase db;
+        QVERIFY(db.open(QDir(m_dir->path()).filePath(SharedDatabase::fileName()), nullptr));
+        addHistory(db, {{"AG0000000000007", "2007-11-14", "70010", 10.0, 7.0},
+                        {"AG0000000000017", "2007-11-14", "70020", 10.0, 1.0}});
+    }
+    const QString out = QDir(m_dir->path()).filePath("seven.csv");
+    for (const QString& typed : {QString("7"), QString("007"), QString("AG0000000000007")}) {
+        const Result r = run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-14", "--agent", typed,
+                              "--output", out});
+        QCOMPARE(r.code, 0);
+        QCOMPARE(readAll(out), QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
+                                       "2007-11-14,AG0000000000007,70010,10.00,7.00\r\n"));
+    }
+}
+
+void tst_CliReport::sameLayoutWithOnlyAnUnrelatedFont()
+{
+    // A machine whose only font is an unrelated one: a font configuration
+    // that lists one folder holding DejaVu Sans Mono (when this machine has
+    // it) or nothing at all.
+    const QString fontDir = QDir(m_dir->path()).filePath("onefont");
+    QVERIFY(QDir().mkpath(fontDir));
+    const QString mono = "/usr/share/fonts/truetype/dejavu/DejaVuSansMono.ttf";
+    if (QFile::exists(mono))
+        QVERIFY(QFile::copy(mono, QDir(fontDir).filePath("DejaVuSansMono.ttf")));
+    const QString conf = QDir(m_dir->path()).filePath("fonts.conf");
+    {
+        QFile f(conf);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(QString("<?xml version=\"1.0\"?>\n<!DOCTYPE fontconfig SYSTEM \"fonts.dtd\">\n<fontconfig>\n"
+                        "  <dir>%1</dir>\n  <cachedir>%2</cachedir>\n</fontconfig>\n")
+                    .arg(fontDir, QDir(m_dir->path()).filePath("fontcache"))
+                    .toUtf8());
+    }
+    {
+        SharedDatabase db;
+        QVERIFY(db.open(QDir(m_dir->path()).filePath(SharedDatabase::fileName()), nullptr));
+        db.execute("UPDATE Path SET BankName = ?, BranchName = ?",
+                   {"Shree Sahyadri Urban Co-operative Bank Ltd Pune", "Kothrud West Extension"});
+        addHistory(db, {{"AG0000000000001", "2007-11-16", "123456789012345", 9999999999.99, 99999.99},
+                        {"WWWWWWWWWWWWWWW", "2007-11-16", "999999999999999", 0.5, 0.25}});
+    }
+    QProcessEnvironment restricted = QProcessEnvironment::systemEnvironment();
+    restricted.insert("FONTCONFIG_FILE", conf);
+    const QStringList args = {"report", "daily", "--from", "2007-11-14", "--to", "2007-11-16", "--output"};
+    const QString here = QDir(m_dir->path()).filePath("here.pdf");
+    const QString there = QDir(m_dir->path()).filePath("there.pdf");
+    QCOMPARE(run(args + QStringList{here}).code, 0);
+    const Result r = run(args + QStringList{there}, restricted);
+    QCOMPARE(r.code, 0);
+
+    // Every word at the same place on both.
+    auto boxes = [this](const QString& pdf) {
+        QStringList lines = pdfText({"-bbox"}, pdf).split('\n');
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [](const QString& l) { return l.contains("CreationDate"); }),
+                    lines.end());
+        return lines;
+    };
+    const QStringList hereBoxes = boxes(here);
+    QVERIFY(hereBoxes.size() > 20);
+    QCOMPARE(boxes(there), hereBoxes);
+
+    QStringList lines;
+    for (const QString& line : pdfText({"-layout"}, there).split('\n'))
+        lines << line.simplified();
+    const QString today = QLocale::c().toString(QDate::currentDate(), "dd/MMM/yyyy");
+    QVERIFY2(lines.contains("Bank Name : Shree Sahyadri Urban Co-operative Bank Ltd Pune"), qPrintable(lines.join('\n')));
+    QVERIFY(lines.contains("Branch ID : Kothrud West Extension Date : " + today));
+    QVERIFY(lines.contains("AG0000000000001 123456789012345 9999999999.99 99999.99"));
+    QVERIFY(lines.contains("WWWWWWWWWWWWWWW 999999999999999 0.50 0.25"));
+    // With the rows of the 14th and 15th made for every test.
+    QVERIFY(lines.contains("Group Total : Rs. 100000.24"));
+    QVERIFY(lines.contains("Grand Total : Rs. 100071.14"));
 }
 
 QTEST_GUILESS_MAIN(tst_CliReport)

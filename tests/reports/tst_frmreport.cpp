@@ -10,10 +10,11 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
-#include <QPrintPreviewDialog>
-#include <QPrintPreviewWidget>
+#include <QPrinter>
+#include <QProcess>
+#include <QProgressBar>
 #include <QRadioButton>
-#include <QTextDocument>
+#include <QStandardPaths>
 #include <QtTest>
 
 namespace {
@@ -51,20 +52,49 @@ bool inputsHidden(QWidget* form)
     return true;
 }
 
-QPrintPreviewDialog* openPreview(QWidget* form)
+ReportPreview* openPreview(QWidget* form)
 {
-    for (QPrintPreviewDialog* d : form->findChildren<QPrintPreviewDialog*>(QStringLiteral("reportPreview"))) {
+    for (ReportPreview* d : form->findChildren<ReportPreview*>(QStringLiteral("reportPreview"))) {
         if (d->isVisible())
             return d;
     }
     return nullptr;
 }
 
-// The previewed document's text with every run of blanks folded to one.
-QString previewText(QPrintPreviewDialog* preview)
+// The previewed pages' text with every run of blanks folded to one.
+QString previewText(ReportPreview* preview)
 {
-    auto* doc = preview->findChild<QTextDocument*>(QStringLiteral("reportDocument"));
-    return doc ? doc->toPlainText().simplified() : QString();
+    if (!preview)
+        return {};
+    QStringList text;
+    for (int i = 0; i < preview->pages().pageCount(); ++i)
+        text << preview->pages().pageText(i);
+    return text.join(' ').simplified();
+}
+
+int pdfPageCount(const QString& pdf)
+{
+    QProcess p;
+    p.start(QStandardPaths::findExecutable("pdftotext"), {"-layout", pdf, "-"});
+    if (!p.waitForFinished(60000) || p.exitCode() != 0)
+        return -1;
+    QStringList pages = QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\f'));
+    if (!pages.isEmpty() && pages.last().trimmed().isEmpty())
+        pages.removeLast();
+    return static_cast<int>(pages.size());
+}
+
+// A month of collections: enough pages that saving them takes a while.
+void addMonth(SharedDatabase& db, int rowsPerDay)
+{
+    SharedDatabase::Transaction transaction(db);
+    for (int day = 1; day <= 30; ++day) {
+        const QString date = QDate(2007, 11, day).toString(Qt::ISODate);
+        for (int i = 0; i < rowsPerDay; ++i)
+            addHistory(db, {QString("AG00000000000%1").arg(i % 10, 2, 10, QLatin1Char('0')), date,
+                            QString::number(100000 + i), 1000.0, 10.0});
+    }
+    transaction.commit();
 }
 
 void fillSettings(TestContext& t)
@@ -98,6 +128,11 @@ private slots:
     void exportFallsBackToDataFolderAndCanBeCancelled();
     void exitCloses();
     void menuShowsItModal();
+    void viewAgentAsTypedOnTheSendScreen();
+    void viewOfAMonthShowsItsFirstPageAtOnce();
+    void savePdfFromThePreview();
+    void printFromThePreview();
+    void cancelWhilePagesAreMadeKeepsTheWindowResponsive();
 };
 
 void tst_frmReport::captionsAndNames()
@@ -274,7 +309,7 @@ void tst_frmReport::viewShowsPreviewOfTheChosenReport()
     QVERIFY(QTest::qWaitForWindowExposed(&w));
     QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
     QTRY_VERIFY(openPreview(&w));
-    QPrintPreviewDialog* preview = openPreview(&w);
+    ReportPreview* preview = openPreview(&w);
     QCOMPARE(preview->windowTitle(), QString("TONVY DAILY COLLECTION SUMMARY"));
     const QString text = previewText(preview);
     QVERIFY(text.contains("TONVY DAILY COLLECTION SUMMARY"));
@@ -285,10 +320,9 @@ void tst_frmReport::viewShowsPreviewOfTheChosenReport()
     QVERIFY(text.contains("002 20010 800.00 20.50"));
     QVERIFY(text.contains("Group Total : Rs. 70.50"));
     QVERIFY(text.contains("Grand Total : Rs. 70.50"));
-    // The preview really laid out pages from the document.
-    auto* pages = preview->findChild<QPrintPreviewWidget*>();
-    QVERIFY(pages);
-    QTRY_VERIFY(pages->pageCount() >= 1);
+    // The preview really painted its page.
+    QCOMPARE(preview->pages().pageCount(), 1);
+    QTRY_VERIFY(preview->pageView()->pagesPainted() >= 1);
     QVERIFY(t.messenger.entries().isEmpty());
     preview->close();
 }
@@ -305,7 +339,7 @@ void tst_frmReport::viewTwiceShowsCurrentDataBothTimes()
 
     QTest::mouseClick(view, Qt::LeftButton);
     QTRY_VERIFY(openPreview(&w));
-    QPointer<QPrintPreviewDialog> first = openPreview(&w);
+    QPointer<ReportPreview> first = openPreview(&w);
     QVERIFY(previewText(first).contains("Grand Total : Rs. 10.00"));
     QVERIFY(!previewText(first).contains("20010"));
     first->close();
@@ -315,7 +349,7 @@ void tst_frmReport::viewTwiceShowsCurrentDataBothTimes()
     addHistory(t.db, {"002", "2007-11-16", "20010", 200.0, 5.0});
     QTest::mouseClick(view, Qt::LeftButton);
     QTRY_VERIFY(openPreview(&w));
-    QPointer<QPrintPreviewDialog> second = openPreview(&w);
+    QPointer<ReportPreview> second = openPreview(&w);
     QVERIFY(second != first);
     QVERIFY(previewText(second).contains("002 20010 200.00 5.00"));
     QVERIFY(previewText(second).contains("Grand Total : Rs. 15.00"));
@@ -326,7 +360,7 @@ void tst_frmReport::viewTwiceShowsCurrentDataBothTimes()
     QTest::mouseClick(view, Qt::LeftButton);
     QTRY_VERIFY(second.isNull());
     QTRY_VERIFY(openPreview(&w));
-    QCOMPARE(w.findChildren<QPrintPreviewDialog*>("reportPreview").size(), 1);
+    QCOMPARE(w.findChildren<ReportPreview*>("reportPreview").size(), 1);
     QVERIFY(previewText(openPreview(&w)).contains("001 10010 100.00 30.00"));
     QVERIFY(previewText(openPreview(&w)).contains("Grand Total : Rs. 35.00"));
     openPreview(&w)->close();
@@ -397,8 +431,8 @@ void tst_frmReport::viewEmptyRangeShowsHeadersAndZeroGrandTotal()
     QVERIFY(text.contains("Date : 16/Nov/2007"));
     QVERIFY(text.contains("Grand Total : Rs. 0.00"));
     QVERIFY(!text.contains("Group Total"));
-    auto* pages = openPreview(&w)->findChild<QPrintPreviewWidget*>();
-    QTRY_COMPARE(pages->pageCount(), 1);
+    QCOMPARE(openPreview(&w)->pages().pageCount(), 1);
+    QTRY_VERIFY(openPreview(&w)->pageView()->pagesPainted() >= 1);
     QVERIFY(t.messenger.entries().isEmpty());
     openPreview(&w)->close();
 }
@@ -534,6 +568,181 @@ void tst_frmReport::menuShowsItModal()
     QTest::mouseClick(control<ColourButton>(report, "cmdExit"), Qt::LeftButton);
     QTRY_VERIFY(report.isNull());
     QVERIFY(!QApplication::activeModalWidget());
+}
+
+void tst_frmReport::viewAgentAsTypedOnTheSendScreen()
+{
+    TestContext t;
+    addHistory(t.db, {{"AG0000000000001", "2007-11-16", "10010", 100.0, 1.0},
+                      {"AG0000000000002", "2007-11-16", "20010", 100.0, 2.0}});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::keyClicks(control<QLineEdit>(&w, "txtAgentID"), "1");
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    const QString text = previewText(openPreview(&w));
+    QVERIFY(text.contains("AG0000000000001 10010 100.00 1.00"));
+    QVERIFY(!text.contains("20010"));
+    QVERIFY(text.contains("Grand Total : Rs. 1.00"));
+    openPreview(&w)->close();
+}
+
+void tst_frmReport::viewOfAMonthShowsItsFirstPageAtOnce()
+{
+    TestContext t;
+    addMonth(t.db, 200);
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    control<QDateEdit>(&w, "FromDTPicker")->setDate(QDate(2007, 11, 1));
+    control<QDateEdit>(&w, "ToDTPicker")->setDate(QDate(2007, 11, 30));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    ReportPreview* preview = openPreview(&w);
+    QVERIFY(preview->pages().pageCount() > 100);
+    QCOMPARE(preview->pages().rowCount(), 30 * 200);
+    // Only what is in view is painted, not the whole month.
+    QTRY_VERIFY(preview->pageView()->pagesPainted() >= 1);
+    QVERIFY(preview->pageView()->pagesPainted() <= 3);
+    QCOMPARE(control<QLabel>(preview, "lblPage")->text(),
+             QString("Page 1 of %1").arg(preview->pages().pageCount()));
+    // Scrolling far on paints that page when it comes into view.
+    preview->pageView()->showPage(90);
+    QTRY_COMPARE(preview->pageView()->currentPage(), 90);
+    QTRY_COMPARE(control<QLabel>(preview, "lblPage")->text(),
+                 QString("Page 91 of %1").arg(preview->pages().pageCount()));
+    const QStringList page = preview->pages().pageText(90);
+    QVERIFY(page.join('\n').contains("Page 91 of"));
+    preview->close();
+}
+
+void tst_frmReport::savePdfFromThePreview()
+{
+    TestContext t;
+    fillSettings(t);
+    QVERIFY(QDir(t.dir.path()).mkpath("reports"));
+    t.ctx->settings.ReportPath = t.path("reports");
+    addMonth(t.db, 60);
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    control<QDateEdit>(&w, "FromDTPicker")->setDate(QDate(2007, 11, 1));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    ReportPreview* preview = openPreview(&w);
+    QString suggested;
+    const QString chosen = t.path("reports/month.pdf");
+    preview->setSavePathChooser([&](QWidget*, const QString& s) {
+        suggested = s;
+        return chosen;
+    });
+    QTest::mouseClick(control<ColourButton>(preview, "cmdSavePdf"), Qt::LeftButton);
+    QCOMPARE(suggested, QDir(t.path("reports")).filePath("DailyCollection_20071101_20071116.pdf"));
+    QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), 60000);
+    QCOMPARE(control<QLabel>(preview, "lblStatus")->text(),
+             QString("Report saved in %1").arg(QDir::toNativeSeparators(chosen)));
+    QCOMPARE(pdfPageCount(chosen), preview->pages().pageCount());
+    // Nothing was shown in a message box from the steps of the save.
+    QVERIFY(t.messenger.entries().isEmpty());
+    preview->close();
+}
+
+void tst_frmReport::printFromThePreview()
+{
+    TestContext t;
+    fillSettings(t);
+    addHistory(t.db, {{"001", "2007-11-16", "10010", 2400.25, 50.00}, {"002", "2007-11-16", "20010", 800.0, 20.5}});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    ReportPreview* preview = openPreview(&w);
+    // No printer here: the print dialog's choice is a PDF file.
+    const QString printed = t.path("printed.pdf");
+    preview->setPrinterChooser([&](QWidget*, QPrinter* printer) {
+        printer->setOutputFormat(QPrinter::PdfFormat);
+        printer->setOutputFileName(printed);
+        return true;
+    });
+    QTest::mouseClick(control<ColourButton>(preview, "cmdPrint"), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), 30000);
+    QCOMPARE(control<QLabel>(preview, "lblStatus")->text(), QString("Report sent to the printer."));
+    QCOMPARE(pdfPageCount(printed), 1);
+
+    // Cancelling the print dialog prints nothing.
+    const QString never = t.path("never.pdf");
+    preview->setPrinterChooser([&](QWidget*, QPrinter* printer) {
+        printer->setOutputFormat(QPrinter::PdfFormat);
+        printer->setOutputFileName(never);
+        return false;
+    });
+    QTest::mouseClick(control<ColourButton>(preview, "cmdPrint"), Qt::LeftButton);
+    QVERIFY(!preview->isWriting());
+    QVERIFY(!QFile::exists(never));
+    preview->close();
+}
+
+void tst_frmReport::cancelWhilePagesAreMadeKeepsTheWindowResponsive()
+{
+    TestContext t;
+    addMonth(t.db, 900);
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    control<QDateEdit>(&w, "FromDTPicker")->setDate(QDate(2007, 11, 1));
+    control<QDateEdit>(&w, "ToDTPicker")->setDate(QDate(2007, 11, 30));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    ReportPreview* preview = openPreview(&w);
+    const QString chosen = t.path("month.pdf");
+    preview->setSavePathChooser([&](QWidget*, const QString&) { return chosen; });
+
+    // A clock ticking on the window's event loop: it keeps ticking while the
+    // pages are made.
+    QElapsedTimer clock;
+    clock.start();
+    qint64 lastTick = 0;
+    qint64 longestGap = 0;
+    int ticks = 0;
+    QTimer ticker;
+    ticker.setInterval(10);
+    QObject::connect(&ticker, &QTimer::timeout, [&] {
+        longestGap = qMax(longestGap, clock.elapsed() - lastTick);
+        lastTick = clock.elapsed();
+        ++ticks;
+    });
+
+    QTest::mouseClick(control<ColourButton>(preview, "cmdSavePdf"), Qt::LeftButton);
+    QVERIFY(preview->isWriting());
+    auto* progress = control<QProgressBar>(preview, "progressBar");
+    auto* cancel = control<ColourButton>(preview, "cmdCancel");
+    QTRY_VERIFY(cancel->isVisible());
+    QCOMPARE(progress->maximum(), preview->pages().pageCount());
+    lastTick = clock.elapsed();
+    ticker.start();
+    // The window answers while the pages are being made.
+    QTRY_VERIFY(ticks >= 5 || !preview->isWriting());
+    QVERIFY2(preview->isWriting(), "the month was saved before Cancel could be clicked");
+    QVERIFY(progress->value() > 0);
+    QVERIFY2(longestGap < 1000, qPrintable(QString::number(longestGap)));
+    const int made = progress->value();
+    QVERIFY(made < progress->maximum());
+
+    QTest::mouseClick(cancel, Qt::LeftButton);
+    QVERIFY(!preview->isWriting());
+    QTRY_VERIFY(!cancel->isVisible());
+    QCOMPARE(control<QLabel>(preview, "lblStatus")->text(), QString("Cancelled: nothing was saved or printed."));
+    // No file, and no half file, under the chosen name.
+    QVERIFY(!QFile::exists(chosen));
+    QVERIFY(QDir(t.dir.path()).entryList({"month.pdf*"}).isEmpty());
+    QVERIFY(control<ColourButton>(preview, "cmdSavePdf")->isEnabled());
+    // The screen behind still works.
+    QTest::mouseClick(control<QRadioButton>(&w, "OptReport2"), Qt::LeftButton);
+    QVERIFY(inputsHidden(&w));
+    ticker.stop();
+    preview->close();
 }
 
 QTEST_MAIN(tst_frmReport)
