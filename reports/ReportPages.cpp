@@ -426,7 +426,10 @@ void ReportPages::paintHeader(PageCanvas& canvas, int index) const
     const Pen value{canvas, g.headerSize, true};
     const qreal left = g.margin;
     const qreal right = g.pageWidth - g.margin;
-    const qreal y1 = g.margin + g.headerSize;
+    // The report header (the title) comes first on the first page; the page
+    // header follows it there and stands at the top of every other page.
+    const qreal shift = index == 0 ? Band::title(g) : 0;
+    const qreal y1 = g.margin + shift + g.headerSize;
     const qreal y2 = y1 + g.headerLine;
 
     label.use();
@@ -442,7 +445,7 @@ void ReportPages::paintHeader(PageCanvas& canvas, int index) const
     canvas.line(QPointF(left, rule), QPointF(right, rule));
 
     if (m_kind == ReportKind::Agent) {
-        const qreal top = Band::bodyTop(g, m_kind) - g.line * 1.5;
+        const qreal top = Band::bodyTop(g, m_kind) + shift - g.line * 1.5;
         canvas.fill(QRectF(left, top + g.line * 0.15, right - left, g.line * 1.1), QColor(0xE0, 0xE0, 0xE0));
         const Pen heads{canvas, g.bodySize, true};
         heads.use();
@@ -492,7 +495,7 @@ void ReportPages::paintPage(PageCanvas& canvas, int index, RowCursor* cursor) co
         case Item::Title: {
             const Pen title{canvas, g.titleSize, true};
             title.use();
-            title.centre(g.pageWidth / 2, y + g.titleSize * 1.5, this->title());
+            title.centre(g.pageWidth / 2, g.margin + g.titleSize * 1.2, this->title());
             y += Band::title(g);
             break;
         }
