@@ -168,7 +168,8 @@ int measure(const QString& phase, const QString& dbPath, const QString& outDir)
         return 1;
     }
     if (note.isEmpty())
-        note = QStringLiteral("%1 KB written").arg(QFileInfo(out + (phase.endsWith("csv") ? ".csv" : ".pdf")).size() / 1024);
+        note = QStringLiteral("%1 KB written")
+                   .arg(QFileInfo(out + (phase.endsWith("csv") ? ".csv" : ".pdf")).size() / 1024);
     std::printf("%.3f %.3f %ld %s\n", seconds, cpu, peakRssKb(), qPrintable(note));
     return 0;
 }
@@ -228,7 +229,8 @@ int main(int argc, char* argv[])
         const QString out = QString::fromLocal8Bit(child.readAllStandardOutput()).trimmed();
         const QStringList f = out.split(QLatin1Char(' '));
         if (child.exitCode() != 0 || f.size() < 3) {
-            std::printf("%-48s failed: %s\n", phase.what, qPrintable(QString::fromLocal8Bit(child.readAllStandardError())));
+            std::printf("%-48s failed: %s\n", phase.what,
+                        qPrintable(QString::fromLocal8Bit(child.readAllStandardError())));
             continue;
         }
         std::printf("%-48s %8.3f %8.3f %8.1f  %-16s %s\n", phase.what, f[0].toDouble(), f[1].toDouble(),

@@ -10,7 +10,6 @@
 
 class SharedDatabase;
 
-
 // What a report is limited to. The agent and account limits apply to the
 // daily summary only; empty means "every agent" / "every account".
 struct ReportLimits

@@ -6,8 +6,8 @@
 #include "StoreError.h"
 
 #include <QLocale>
-#include <QPagedPaintDevice>
 #include <QPageLayout>
+#include <QPagedPaintDevice>
 #include <QPainter>
 #include <QSqlError>
 #include <QSqlQuery>
@@ -86,8 +86,8 @@ ReportGeometry computeGeometry()
     // whole sizes, and a fraction would be rounded away from what was measured.
     for (g.headerSize = 10; g.headerSize > 5; g.headerSize -= 1) {
         const qreal s = g.headerSize;
-        const qreal bank = ReportFonts::width(bankLabel, s, false) +
-                           ReportGeometry::bankNameChars * ReportFonts::widestChar(s, true);
+        const qreal bank =
+            ReportFonts::width(bankLabel, s, false) + ReportGeometry::bankNameChars * ReportFonts::widestChar(s, true);
         const qreal branch = ReportFonts::width(branchLabel, s, false) +
                              ReportGeometry::branchNameChars * ReportFonts::widestChar(s, true);
         const qreal date = ReportFonts::width(dateLabel, s, false) + widestDate(s, true);
@@ -110,11 +110,11 @@ ReportGeometry computeGeometry()
         auto head = [s](const QString& text) { return ReportFonts::width(text, s, true); };
         const qreal agent = qMax(ReportGeometry::agentIdChars * ReportFonts::widestChar(s, false), head(dailyHeads[0]));
         g.dailyW[0] = agent;
-        g.dailyW[1] =
-            qMax(ReportGeometry::accountNoChars * ReportFonts::widestDigit(s, false), head(dailyHeads[1]));
+        g.dailyW[1] = qMax(ReportGeometry::accountNoChars * ReportFonts::widestDigit(s, false), head(dailyHeads[1]));
         g.dailyW[2] = qMax(amountWidth(10, s), head(dailyHeads[2]));
-        g.dailyW[3] = qMax(qMax(amountWidth(15, s), ReportFonts::width(ReportRenderer::formatAmount(Paise(0)), s, true)),
-                           head(dailyHeads[3]));
+        g.dailyW[3] =
+            qMax(qMax(amountWidth(15, s), ReportFonts::width(ReportRenderer::formatAmount(Paise(0)), s, true)),
+                 head(dailyHeads[3]));
         g.agentW[0] = agent;
         g.agentW[1] = qMax(amountWidth(15, s), head(agentHeads[1]));
         g.agentW[2] = qMax(widestDate(s, false), head(agentHeads[2]));
@@ -415,8 +415,8 @@ void ReportPages::beginPage(QPainter& painter, const QPaintDevice& device)
 
 void ReportPages::setUpDevice(QPagedPaintDevice* device)
 {
-    device->setPageLayout(QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(0, 0, 0, 0),
-                                      QPageLayout::Millimeter));
+    device->setPageLayout(
+        QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(0, 0, 0, 0), QPageLayout::Millimeter));
 }
 
 void ReportPages::paintHeader(PageCanvas& canvas, int index) const
@@ -507,8 +507,7 @@ void ReportPages::paintPage(PageCanvas& canvas, int index, RowCursor* cursor) co
                 date += QStringLiteral(" (continued)");
             bold.left(left, y + g.line * 0.6 + ascent, date);
             const qreal headTop = y + g.line * 1.5;
-            canvas.fill(QRectF(left, headTop - g.line * 0.05, right - left, g.line * 1.05),
-                        QColor(0xE0, 0xE0, 0xE0));
+            canvas.fill(QRectF(left, headTop - g.line * 0.05, right - left, g.line * 1.05), QColor(0xE0, 0xE0, 0xE0));
             const qreal hy = headTop + ascent;
             bold.left(g.dailyX[0], hy, dailyHeads[0]);
             bold.left(g.dailyX[1], hy, dailyHeads[1]);
@@ -523,7 +522,7 @@ void ReportPages::paintPage(PageCanvas& canvas, int index, RowCursor* cursor) co
                 const QList<DailyRow> rows =
                     cursor ? cursor->take(date, item.count) : m_query->rows(date, item.offset, item.count);
                 body.use();
-                    for (const DailyRow& row : rows) {
+                for (const DailyRow& row : rows) {
                     const qreal by = y + ascent;
                     body.left(g.dailyX[0], by, row.agentId.trimmed(), g.dailyW[0]);
                     body.left(g.dailyX[1], by, row.accountNo.trimmed(), g.dailyW[1]);
@@ -534,7 +533,7 @@ void ReportPages::paintPage(PageCanvas& canvas, int index, RowCursor* cursor) co
                 y += (item.count - rows.size()) * g.line;
             } else {
                 body.use();
-                    for (int i = item.offset; i < item.offset + item.count && i < m_agent.rows.size(); ++i) {
+                for (int i = item.offset; i < item.offset + item.count && i < m_agent.rows.size(); ++i) {
                     const AgentRow& row = m_agent.rows.at(i);
                     const qreal by = y + ascent;
                     body.left(g.agentX[0], by, row.agentId.trimmed(), g.agentW[0]);

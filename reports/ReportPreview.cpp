@@ -156,8 +156,8 @@ void ReportPageView::paintEvent(QPaintEvent*)
     }
 }
 
-ReportPreview::ReportPreview(AppContext& ctx, ReportKind kind, const ReportLimits& limits,
-                             const ReportHeader& header, QWidget* parent)
+ReportPreview::ReportPreview(AppContext& ctx, ReportKind kind, const ReportLimits& limits, const ReportHeader& header,
+                             QWidget* parent)
     : QDialog(parent), m_ctx(ctx), m_kind(kind), m_limits(limits), m_header(header), m_choosePath(chooseSavePath),
       m_choosePrinter(choosePrinter)
 {
@@ -220,8 +220,13 @@ ReportPreview::ReportPreview(AppContext& ctx, ReportKind kind, const ReportLimit
 
 ReportPreview::~ReportPreview()
 {
+    // Closed with a job under way: nothing half made is kept or printed.
     m_jobTimer.stop();
-    m_writer.reset();
+    if (m_writer) {
+        if (auto* printer = dynamic_cast<QPrinter*>(m_device.get()))
+            printer->abort();
+        m_writer.reset();
+    }
     if (m_file)
         m_file->cancelWriting();
 }
@@ -308,8 +313,7 @@ void ReportPreview::jobStep()
         m_writer.reset();
         if (m_file) {
             if (!painted || !m_file->commit()) {
-                endJob(ReportRenderer::cannotWrite(QDir::toNativeSeparators(m_jobTarget), m_file->errorString()),
-                       true);
+                endJob(ReportRenderer::cannotWrite(QDir::toNativeSeparators(m_jobTarget), m_file->errorString()), true);
                 return;
             }
             m_device.reset();

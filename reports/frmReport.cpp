@@ -4,8 +4,8 @@
 #include "Clock.h"
 #include "ColourButton.h"
 #include "KeyHook.h"
-#include "ScreenParts.h"
 #include "Messenger.h"
+#include "ScreenParts.h"
 #include "StoreError.h"
 
 #include <QDateEdit>
@@ -44,7 +44,6 @@ QDateEdit* datePicker(const char* name, QWidget* parent)
     picker->setDisplayFormat(QStringLiteral("dd-MMM-yyyy"));
     return picker;
 }
-
 
 } // namespace
 

@@ -241,8 +241,8 @@ void tst_CliReport::agentAsTypedOnTheSendScreen()
     }
     const QString out = QDir(m_dir->path()).filePath("seven.csv");
     for (const QString& typed : {QString("7"), QString("007"), QString("AG0000000000007")}) {
-        const Result r = run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-14", "--agent", typed,
-                              "--output", out});
+        const Result r =
+            run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-14", "--agent", typed, "--output", out});
         QCOMPARE(r.code, 0);
         QCOMPARE(readAll(out), QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
                                        "2007-11-14,AG0000000000007,70010,10.00,7.00\r\n"));
@@ -288,9 +288,9 @@ void tst_CliReport::sameLayoutWithOnlyAnUnrelatedFont()
     // Every word at the same place on both.
     auto boxes = [this](const QString& pdf) {
         QStringList lines = pdfText({"-bbox"}, pdf).split('\n');
-        lines.erase(std::remove_if(lines.begin(), lines.end(),
-                                   [](const QString& l) { return l.contains("CreationDate"); }),
-                    lines.end());
+        lines.erase(
+            std::remove_if(lines.begin(), lines.end(), [](const QString& l) { return l.contains("CreationDate"); }),
+            lines.end());
         return lines;
     };
     const QStringList hereBoxes = boxes(here);
@@ -301,7 +301,8 @@ void tst_CliReport::sameLayoutWithOnlyAnUnrelatedFont()
     for (const QString& line : pdfText({"-layout"}, there).split('\n'))
         lines << line.simplified();
     const QString today = QLocale::c().toString(QDate::currentDate(), "dd/MMM/yyyy");
-    QVERIFY2(lines.contains("Bank Name : Shree Sahyadri Urban Co-operative Bank Ltd Pune"), qPrintable(lines.join('\n')));
+    QVERIFY2(lines.contains("Bank Name : Shree Sahyadri Urban Co-operative Bank Ltd Pune"),
+             qPrintable(lines.join('\n')));
     QVERIFY(lines.contains("Branch ID : Kothrud West Extension Date : " + today));
     QVERIFY(lines.contains("AG0000000000001 123456789012345 9999999999.99 99999.99"));
     QVERIFY(lines.contains("WWWWWWWWWWWWWWW 999999999999999 0.50 0.25"));

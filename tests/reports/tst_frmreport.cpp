@@ -605,8 +605,7 @@ void tst_frmReport::viewOfAMonthShowsItsFirstPageAtOnce()
     // Only what is in view is painted, not the whole month.
     QTRY_VERIFY(preview->pageView()->pagesPainted() >= 1);
     QVERIFY(preview->pageView()->pagesPainted() <= 3);
-    QCOMPARE(control<QLabel>(preview, "lblPage")->text(),
-             QString("Page 1 of %1").arg(preview->pages().pageCount()));
+    QCOMPARE(control<QLabel>(preview, "lblPage")->text(), QString("Page 1 of %1").arg(preview->pages().pageCount()));
     // Scrolling far on paints that page when it comes into view.
     preview->pageView()->showPage(90);
     QTRY_COMPARE(preview->pageView()->currentPage(), 90);

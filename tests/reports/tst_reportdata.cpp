@@ -375,20 +375,34 @@ void tst_ReportData::agentMatches_data()
     QTest::addColumn<QString>("stored");
     QTest::addColumn<QString>("typed");
     QTest::addColumn<bool>("match");
-    QTest::newRow("full id") << "AG0000000000001" << "AG0000000000001" << true;
-    QTest::newRow("full id, other case, blanks") << "AG0000000000001" << " ag0000000000001 " << true;
-    QTest::newRow("stored with padding") << "AG0005         " << "AG0005" << true;
-    QTest::newRow("one digit") << "AG0000000000001" << "1" << true;
-    QTest::newRow("three digits") << "AG0000000000001" << "001" << true;
-    QTest::newRow("padded id, number") << "AG0005         " << "5" << true;
-    QTest::newRow("short stored id") << "001" << "1" << true;
-    QTest::newRow("other number") << "AG0000000000011" << "1" << false;
-    QTest::newRow("number is not a prefix") << "AG0000000000010" << "1" << false;
-    QTest::newRow("ten") << "AG0000000000010" << "010" << true;
-    QTest::newRow("zero") << "AG0000000000000" << "000" << true;
-    QTest::newRow("no trailing digits") << "AGENTX" << "1" << false;
-    QTest::newRow("letters are not a number") << "AG0000000000001" << "G1" << false;
-    QTest::newRow("part of an id") << "AG0000000000001" << "AG00" << false;
+    QTest::newRow("full id") << "AG0000000000001"
+                             << "AG0000000000001" << true;
+    QTest::newRow("full id, other case, blanks") << "AG0000000000001"
+                                                 << " ag0000000000001 " << true;
+    QTest::newRow("stored with padding") << "AG0005         "
+                                         << "AG0005" << true;
+    QTest::newRow("one digit") << "AG0000000000001"
+                               << "1" << true;
+    QTest::newRow("three digits") << "AG0000000000001"
+                                  << "001" << true;
+    QTest::newRow("padded id, number") << "AG0005         "
+                                       << "5" << true;
+    QTest::newRow("short stored id") << "001"
+                                     << "1" << true;
+    QTest::newRow("other number") << "AG0000000000011"
+                                  << "1" << false;
+    QTest::newRow("number is not a prefix") << "AG0000000000010"
+                                            << "1" << false;
+    QTest::newRow("ten") << "AG0000000000010"
+                         << "010" << true;
+    QTest::newRow("zero") << "AG0000000000000"
+                          << "000" << true;
+    QTest::newRow("no trailing digits") << "AGENTX"
+                                        << "1" << false;
+    QTest::newRow("letters are not a number") << "AG0000000000001"
+                                              << "G1" << false;
+    QTest::newRow("part of an id") << "AG0000000000001"
+                                   << "AG00" << false;
 }
 
 void tst_ReportData::agentMatches()
@@ -462,10 +476,14 @@ void tst_ReportData::queriesUseTheDayIndex_data()
 {
     QTest::addColumn<QString>("agent");
     QTest::addColumn<QString>("account");
-    QTest::newRow("range only") << "" << "";
-    QTest::newRow("agent") << "1" << "";
-    QTest::newRow("agent and account") << "001" << "10010";
-    QTest::newRow("account") << "" << "10010";
+    QTest::newRow("range only") << ""
+                                << "";
+    QTest::newRow("agent") << "1"
+                           << "";
+    QTest::newRow("agent and account") << "001"
+                                       << "10010";
+    QTest::newRow("account") << ""
+                             << "10010";
 }
 
 void tst_ReportData::queriesUseTheDayIndex()

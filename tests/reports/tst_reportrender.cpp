@@ -142,8 +142,7 @@ void tst_ReportRender::dailyDocumentText()
 {
     TestContext t;
     addHistory(t.db, sampleRows());
-    const QString text =
-        pagesText(t.db, ReportKind::Daily, range(QDate(2007, 11, 14), QDate(2007, 11, 15)));
+    const QString text = pagesText(t.db, ReportKind::Daily, range(QDate(2007, 11, 14), QDate(2007, 11, 15)));
     // The captions exactly, their blanks included.
     QVERIFY(text.contains("TONVY DAILY COLLECTION SUMMARY"));
     QVERIFY(text.contains("Bank Name : Sahyadri Co-operative Bank"));
@@ -162,8 +161,8 @@ void tst_ReportRender::dailyPdfHoldsEveryRowAndTotal()
     addHistory(t.db, sampleRows());
     const QString pdf = t.path("daily.pdf");
     QString error;
-    QVERIFY2(ReportRenderer::writePdf(t.db, ReportKind::Daily, range(QDate(2007, 11, 14), QDate(2007, 11, 15)),
-                                      header, pdf, &error),
+    QVERIFY2(ReportRenderer::writePdf(t.db, ReportKind::Daily, range(QDate(2007, 11, 14), QDate(2007, 11, 15)), header,
+                                      pdf, &error),
              qPrintable(error));
 
     const QStringList pages = pdfPages(pdf);
@@ -207,9 +206,8 @@ void tst_ReportRender::dailyPdfLimitedToAgentAndAccount()
     TestContext t;
     addHistory(t.db, sampleRows());
     const QString pdf = t.path("agent001.pdf");
-    QVERIFY(ReportRenderer::writePdf(t.db, ReportKind::Daily,
-                                     range(QDate(2007, 11, 1), QDate(2007, 11, 30), "001", "10010"), header, pdf,
-                                     nullptr));
+    QVERIFY(ReportRenderer::writePdf(
+        t.db, ReportKind::Daily, range(QDate(2007, 11, 1), QDate(2007, 11, 30), "001", "10010"), header, pdf, nullptr));
     const QStringList lines = foldedLines(pdfPages(pdf).join('\n'));
     QVERIFY(lines.contains("001 10010 2400.25 0.70"));
     QVERIFY(lines.contains("001 10010 2450.25 50.00"));
@@ -324,25 +322,27 @@ void tst_ReportRender::dailyCsvExact()
     TestContext t;
     addHistory(t.db, sampleRows());
     addHistory(t.db, {"002", "2007-11-15", "20030", QVariant(), QVariant()});
-    QCOMPARE(ReportRenderer::csv(t.db, ReportKind::Daily, range(QDate(2007, 11, 14), QDate(2007, 11, 15))), QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
-                            "2007-11-14,001,10010,2400.25,0.70\r\n"
-                            "2007-11-14,001,10020,1500.50,10.10\r\n"
-                            "2007-11-14,002,20010,800.00,20.20\r\n"
-                            "2007-11-15,001,10010,2450.25,50.00\r\n"
-                            "2007-11-15,002,20010,900.00,100.00\r\n"
-                            "2007-11-15,002,20030,,\r\n"));
+    QCOMPARE(ReportRenderer::csv(t.db, ReportKind::Daily, range(QDate(2007, 11, 14), QDate(2007, 11, 15))),
+             QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
+                     "2007-11-14,001,10010,2400.25,0.70\r\n"
+                     "2007-11-14,001,10020,1500.50,10.10\r\n"
+                     "2007-11-14,002,20010,800.00,20.20\r\n"
+                     "2007-11-15,001,10010,2450.25,50.00\r\n"
+                     "2007-11-15,002,20010,900.00,100.00\r\n"
+                     "2007-11-15,002,20030,,\r\n"));
 }
 
 void tst_ReportRender::agentCsvExact()
 {
     TestContext t;
     addHistory(t.db, sampleRows());
-    QCOMPARE(ReportRenderer::csv(t.db, ReportKind::Agent, range(QDate(2007, 11, 14), QDate(2007, 11, 20))), QString("AgentID,Collected Amount,Date\r\n"
-                            "001,10.80,2007-11-14\r\n"
-                            "002,20.20,2007-11-14\r\n"
-                            "001,50.00,2007-11-15\r\n"
-                            "002,100.00,2007-11-15\r\n"
-                            "001,300.00,2007-11-20\r\n"));
+    QCOMPARE(ReportRenderer::csv(t.db, ReportKind::Agent, range(QDate(2007, 11, 14), QDate(2007, 11, 20))),
+             QString("AgentID,Collected Amount,Date\r\n"
+                     "001,10.80,2007-11-14\r\n"
+                     "002,20.20,2007-11-14\r\n"
+                     "001,50.00,2007-11-15\r\n"
+                     "002,100.00,2007-11-15\r\n"
+                     "001,300.00,2007-11-20\r\n"));
 }
 
 void tst_ReportRender::csvQuotesWhenNeeded()
@@ -408,8 +408,8 @@ void tst_ReportRender::longestValuesStayOnOneLine()
     addMany(t.db, rows);
     const QString pdf = t.path("longest.pdf");
     QString error;
-    QVERIFY2(ReportRenderer::writePdf(t.db, ReportKind::Daily, range(QDate(2007, 11, 16), QDate(2007, 11, 16)),
-                                      longest, pdf, &error),
+    QVERIFY2(ReportRenderer::writePdf(t.db, ReportKind::Daily, range(QDate(2007, 11, 16), QDate(2007, 11, 16)), longest,
+                                      pdf, &error),
              qPrintable(error));
     const QStringList pages = pdfPages(pdf);
     QVERIFY(pages.size() >= 2);
@@ -420,8 +420,8 @@ void tst_ReportRender::longestValuesStayOnOneLine()
         QVERIFY2(lines.contains("Bank Name : " + bank48), qPrintable(page));
         QVERIFY2(lines.contains("Branch ID : " + branch22 + " Date : 16/Nov/2007"), qPrintable(page));
         QVERIFY(lines.contains("AgentID Account No Closing Amount Collected Amount"));
-        rowLines += static_cast<int>(lines.count(QString(15, QLatin1Char('W')) +
-                                                 " 999999999999999 9999999999.99 99999.99"));
+        rowLines +=
+            static_cast<int>(lines.count(QString(15, QLatin1Char('W')) + " 999999999999999 9999999999.99 99999.99"));
         rowLines += static_cast<int>(lines.count("AG0000000000001 888888888888888 9999999999.99 99999.99"));
     }
     QCOMPARE(rowLines, 120);
@@ -467,8 +467,8 @@ void tst_ReportRender::longerThanAllowedIsCutNotWrapped()
     addHistory(t.db, {QString(20, QLatin1Char('W')), "2007-11-16", "1234567890123456789", 1.0, 2.0});
     const ReportHeader tooLong{QString(60, QLatin1Char('W')), QString(30, QLatin1Char('W')), QDate(2007, 11, 16)};
     const QString pdf = t.path("cut.pdf");
-    QVERIFY(ReportRenderer::writePdf(t.db, ReportKind::Daily, range(QDate(2007, 11, 16), QDate(2007, 11, 16)),
-                                     tooLong, pdf, nullptr));
+    QVERIFY(ReportRenderer::writePdf(t.db, ReportKind::Daily, range(QDate(2007, 11, 16), QDate(2007, 11, 16)), tooLong,
+                                     pdf, nullptr));
     const QStringList lines = foldedLines(pdfPages(pdf).join('\n'));
     bool bankLine = false;
     for (const QString& line : lines)
@@ -488,8 +488,8 @@ void tst_ReportRender::datesAcrossPagesEveryRowOnce()
     for (int day = 10; day <= 14; ++day) {
         for (int i = 0; i < 37; ++i) {
             rows.append({QString("%1").arg(i % 3 + 1, 3, 10, QLatin1Char('0')),
-                         QDate(2007, 11, day).toString(Qt::ISODate), QString("5%1%2").arg(day).arg(i, 3, 10, QLatin1Char('0')),
-                         500.0, 1.25 + i});
+                         QDate(2007, 11, day).toString(Qt::ISODate),
+                         QString("5%1%2").arg(day).arg(i, 3, 10, QLatin1Char('0')), 500.0, 1.25 + i});
             grand += 125 + 100 * i;
         }
     }
@@ -503,8 +503,9 @@ void tst_ReportRender::datesAcrossPagesEveryRowOnce()
         QVERIFY(foldedLines(pages[i]).contains(QString("Page %1 of %2").arg(i + 1).arg(pages.size())));
     const QStringList lines = foldedLines(pages.join('\n'));
     for (const HistoryRow& r : rows) {
-        const QString line = QString("%1 %2 500.00 %3")
-                                 .arg(r.agentId, r.accountNo, ReportRenderer::formatAmount(*ReportData::toPaise(r.collectedAmt)));
+        const QString line =
+            QString("%1 %2 500.00 %3")
+                .arg(r.agentId, r.accountNo, ReportRenderer::formatAmount(*ReportData::toPaise(r.collectedAmt)));
         QCOMPARE(lines.count(line), 1);
     }
     // A date that runs on to the next page carries its heading there again.
