@@ -112,20 +112,20 @@ void ReportPageView::scrollContentsBy(int, int)
     emit currentPageChanged(currentPage());
 }
 
-const QImage& ReportPageView::pageImage(int index)
+QImage ReportPageView::pageImage(int index)
 {
     const QSize size = pageSize();
     if (size != m_imageSize) {
         m_images.clear();
         m_imageSize = size;
     }
-    if (QImage* cached = m_images.object(index))
+    if (const QImage* cached = m_images.object(index))
         return *cached;
-    auto* image = new QImage(size, QImage::Format_ARGB32_Premultiplied);
-    image->fill(Qt::white);
+    QImage image(size, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::white);
     {
-        QPainter painter(image);
-        ReportPages::beginPage(painter, *image);
+        QPainter painter(&image);
+        ReportPages::beginPage(painter, image);
         try {
             m_pages.paintPage(painter, index);
         } catch (const StoreError& e) {
@@ -134,8 +134,9 @@ const QImage& ReportPageView::pageImage(int index)
         }
     }
     ++m_painted;
-    m_images.insert(index, image);
-    return *m_images.object(index);
+    // Kept by size in kilobytes; a page too large to keep is simply drawn again.
+    m_images.insert(index, new QImage(image), qMax<qsizetype>(1, image.sizeInBytes() / 1024));
+    return image;
 }
 
 void ReportPageView::paintEvent(QPaintEvent*)

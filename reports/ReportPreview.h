@@ -48,11 +48,11 @@ private:
     QSize pageSize() const;
     int pageStep() const;
     void updateScrollBars();
-    const QImage& pageImage(int index);
+    QImage pageImage(int index);
 
     const ReportPages& m_pages;
     qreal m_zoom = 1.0;
-    QCache<int, QImage> m_images{8};
+    QCache<int, QImage> m_images{96 * 1024}; // the pages last painted, up to 96 MB
     QSize m_imageSize;
     int m_painted = 0;
 };
