@@ -4,6 +4,7 @@
 #include "StoreError.h"
 
 #include <QCryptographicHash>
+#include <QFile>
 #include <QSqlError>
 #include <QSqlQuery>
 
@@ -58,6 +59,18 @@ void record(SharedDatabase& db, const QDateTime& at, Action action, const QStrin
 {
     db.execute(QStringLiteral("INSERT INTO AuditTrail (Time, User, Action, Details, Version) VALUES (?, ?, ?, ?, ?)"),
                {at.toString(timeFormat), osUser(), actionName(action), details, programVersion()});
+}
+
+bool tryRecord(SharedDatabase& db, const QDateTime& at, Action action, const QString& details, QString* error)
+{
+    try {
+        record(db, at, action, details);
+        return true;
+    } catch (const StoreError& e) {
+        if (error)
+            *error = e.message();
+        return false;
+    }
 }
 
 QList<Event> read(SharedDatabase& db, const QDate& from, const QDate& to)
@@ -130,6 +143,15 @@ QString programVersion()
 QString sha256(const QByteArray& bytes)
 {
     return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
+}
+
+QString sha256File(const QString& path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+        return QStringLiteral("unreadable");
+    return QString::fromLatin1(hash.result().toHex());
 }
 
 } // namespace AuditTrail

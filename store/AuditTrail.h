@@ -36,6 +36,11 @@ void record(SharedDatabase& db, Action action, const QString& details);
 // The same at a given time (a caller that holds the program's clock).
 void record(SharedDatabase& db, const QDateTime& at, Action action, const QString& details);
 
+// The same, for callers that must not throw (a screen's slot): false with
+// the reason instead.
+bool tryRecord(SharedDatabase& db, const QDateTime& at, Action action, const QString& details,
+               QString* error = nullptr);
+
 // The events from the day `from` to the day `to`, both included, oldest
 // first; an invalid date leaves that end open. Throws StoreError.
 QList<Event> read(SharedDatabase& db, const QDate& from = {}, const QDate& to = {});
@@ -51,5 +56,7 @@ QString programVersion();
 
 // SHA-256 of bytes, in lower-case hex.
 QString sha256(const QByteArray& bytes);
+// SHA-256 of a file's contents; "unreadable" when it cannot be read.
+QString sha256File(const QString& path);
 
 } // namespace AuditTrail
