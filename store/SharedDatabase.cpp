@@ -19,8 +19,7 @@ QAtomicInt connectionCounter;
 const QStringList ownTables = {QStringLiteral("Path"), QStringLiteral("Password"), QStringLiteral("BankData"),
                                QStringLiteral("RestoreData")};
 
-const QString restoreAdvice = QStringLiteral(
-    " Restore the backup copy of %1 (see \"Backing up\" in the documentation) and start the program again.");
+const QString restoreAdvice = QStringLiteral(" Restore the backup copy of %1 and start the program again.");
 
 // SQLite's own check of every page and index, without the slower
 // cross-checks of integrity_check. Empty when the file is sound, otherwise

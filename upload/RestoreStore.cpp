@@ -469,7 +469,8 @@ private:
         m_out.result = ReceiveOutcome::Result::Refused;
         m_out.problems = problems;
         m_out.mayAccept = mayAccept;
-        QString text = UploadFiles::uploadProblemText() + problems.join(QLatin1Char(' ')) +
+        // The original's text on its own line, then what was wrong.
+        QString text = UploadFiles::uploadProblemText() + QLatin1Char('\n') + problems.join(QLatin1Char(' ')) +
                        QStringLiteral(" Nothing was replaced and no upload file was written.") + backupNote();
         if (mayAccept)
             text += QStringLiteral(" Download the agent's accounts again and receive again, or accept this receive "

@@ -120,7 +120,9 @@ void storeRows(SharedDatabase& db, const QDateTime& receivedAt, const QString& b
 //     summary (CollectionCheck);
 //  3. when a check fails and acceptMismatch is false, nothing is replaced:
 //     RestoreData, the history and the bank folder stay as they were
-//     (Refused, or Failed when the receive cannot be stored at all);
+//     (Refused, or Failed when the receive cannot be stored at all); the
+//     message is "Serious Problem While Uploading ", a line break and what
+//     was wrong in plain words;
 //  4. otherwise the rows are replaced and the upload file and check listing
 //     written in one step: the files are written to temporary copies before
 //     the rows are committed, and renamed into place after, so a full disk

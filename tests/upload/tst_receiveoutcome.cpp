@@ -228,7 +228,7 @@ void tst_ReceiveOutcome::countOrTotalMismatchRefused()
     expectNothingReplaced(o);
     QCOMPARE(o.result, Result::Refused);
     QVERIFY(o.mayAccept);
-    QVERIFY(lastMessage(o).startsWith(QStringLiteral("Serious Problem While Uploading The terminal's summary gives")));
+    QVERIFY(lastMessage(o).startsWith(QStringLiteral("Serious Problem While Uploading \nThe terminal's summary gives")));
     QVERIFY2(lastMessage(o).contains(QStringLiteral("but the upload file would hold 2 totalling 10.00")),
              qPrintable(lastMessage(o)));
     QVERIFY(lastMessage(o).contains(QStringLiteral("kept in the backup file ") + o.backupFile));
@@ -325,7 +325,7 @@ void tst_ReceiveOutcome::badSummaryRefusedForGood()
         const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary, accept);
         expectNothingReplaced(o);
         QVERIFY(!o.mayAccept);
-        QVERIFY2(lastMessage(o).startsWith(QStringLiteral("Serious Problem While Uploading The terminal's summary "
+        QVERIFY2(lastMessage(o).startsWith(QStringLiteral("Serious Problem While Uploading \nThe terminal's summary "
                                                           "gives ") +
                                            said),
                  qPrintable(lastMessage(o)));
