@@ -105,7 +105,11 @@ int main(int argc, char* argv[])
     // The first open reads the file from disk; the later ones from the cache.
     std::printf("open with checks, first: %.1f ms\n", openMs(path, 1));
     std::printf("open with checks, warm (average of 3): %.1f ms\n", openMs(path, 3));
-    std::printf("  of which PRAGMA quick_check: %.1f ms\n", pragmaMs(path, QStringLiteral("PRAGMA quick_check(1)")));
+    std::printf("  the whole file's PRAGMA quick_check (made up to 64 MB): %.1f ms\n",
+                pragmaMs(path, QStringLiteral("PRAGMA quick_check(1)")));
+    for (const char* table : {"Path", "Password", "BankData", "RestoreData", "AuditTrail"})
+        std::printf("  PRAGMA quick_check(%s): %.1f ms\n", table,
+                    pragmaMs(path, QStringLiteral("PRAGMA quick_check(%1)").arg(QLatin1String(table))));
     std::printf("  for comparison PRAGMA integrity_check: %.1f ms\n",
                 pragmaMs(path, QStringLiteral("PRAGMA integrity_check(1)")));
     return 0;
