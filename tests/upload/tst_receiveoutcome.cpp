@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QSaveFile>
 #include <QSqlQuery>
+#include <QTemporaryDir>
 
 using RestoreStore::ReceiveOutcome;
 using Result = RestoreStore::ReceiveOutcome::Result;
@@ -82,6 +83,7 @@ private slots:
     void apostropheInRecordKeyRefused();
     void fullDisk_data();
     void fullDisk();
+    void realFullDiskNamesTheCause();
     void failedCommitLeavesRowsAndFiles();
     void acceptedMismatchStoredAndAudited();
     void missingBankFolderStoresWithoutUploadFile();
@@ -228,7 +230,8 @@ void tst_ReceiveOutcome::countOrTotalMismatchRefused()
     expectNothingReplaced(o);
     QCOMPARE(o.result, Result::Refused);
     QVERIFY(o.mayAccept);
-    QVERIFY(lastMessage(o).startsWith(QStringLiteral("Serious Problem While Uploading \nThe terminal's summary gives")));
+    QVERIFY(
+        lastMessage(o).startsWith(QStringLiteral("Serious Problem While Uploading \nThe terminal's summary gives")));
     QVERIFY2(lastMessage(o).contains(QStringLiteral("but the upload file would hold 2 totalling 10.00")),
              qPrintable(lastMessage(o)));
     QVERIFY(lastMessage(o).contains(QStringLiteral("kept in the backup file ") + o.backupFile));
@@ -392,6 +395,33 @@ void tst_ReceiveOutcome::fullDisk()
         QVERIFY(lastMessage(o).contains(QStringLiteral("kept in the backup file ") + o.backupFile));
         QVERIFY(!QFile::exists(t->path(QStringLiteral("BackupData/0051611uCheck.txt"))));
     }
+}
+
+void tst_ReceiveOutcome::realFullDiskNamesTheCause()
+{
+    // A small file system that is (nearly) full, for example a 64 KB tmpfs:
+    //   mount -t tmpfs -o size=64k tmpfs /mnt/small && TONVY_SMALL_FS=/mnt/small
+    const QString small = qEnvironmentVariable("TONVY_SMALL_FS");
+    if (small.isEmpty())
+        QSKIP("TONVY_SMALL_FS names no small file system");
+    QTemporaryDir bank(QDir(small).filePath(QStringLiteral("bankXXXXXX")));
+    QVERIFY(bank.isValid());
+    // Fill it up, leaving less than a line.
+    {
+        QFile filler(QDir(small).filePath(QStringLiteral("filler")));
+        QVERIFY(filler.open(QIODevice::WriteOnly));
+        const QByteArray block(512, 'f');
+        while (filler.write(block) == block.size() && filler.flush()) {
+        }
+    }
+    t->ctx->settings.BankInfoPath = bank.path();
+    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
+    QFile::remove(QDir(small).filePath(QStringLiteral("filler")));
+    QCOMPARE(o.result, Result::Failed);
+    QVERIFY2(lastMessage(o).contains(QStringLiteral("No space left on device")), qPrintable(lastMessage(o)));
+    QCOMPARE(QDir(bank.path()).entryList(QDir::Files | QDir::Hidden), QStringList());
+    QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData WHERE AccountNo = 'OLD'")), 1);
 }
 
 void tst_ReceiveOutcome::failedCommitLeavesRowsAndFiles()
