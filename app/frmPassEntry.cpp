@@ -1,6 +1,8 @@
 #include "frmPassEntry.h"
 
 #include "AppContext.h"
+#include "AuditTrail.h"
+#include "Clock.h"
 #include "ColourButton.h"
 #include "ScreenParts.h"
 #include "KeyHook.h"
@@ -76,6 +78,9 @@ void frmPassEntry::checkPassword()
     // stands, so a typed capital letter is always refused (kept on purpose).
     if (!m_expected.matches(m_password->text())) {
         m_ctx.LoginPassed = false;
+        AuditTrail::tryRecord(m_ctx.db(), m_ctx.clock().now(), AuditTrail::Action::Login,
+                              m_ctx.LoginTarget ? QStringLiteral("failed login to the folder selection")
+                                                : QStringLiteral("failed login to the configuration"));
         m_ctx.messenger().critical(QStringLiteral("Password entered is Incorrect"));
         m_password->clear();
         m_password->setFocus();

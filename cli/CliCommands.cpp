@@ -1,3 +1,4 @@
+#include "AuditCommand.h"
 #include "CliCommand.h"
 #include "PasswordCommand.h"
 #include "ReceiveCommand.h"
@@ -13,5 +14,6 @@ QList<CliCommand> allCliCommands()
         sendCommand(),
         receiveCommand(),
         reportCommand(),
+        auditCommand(),
     };
 }

@@ -4,7 +4,14 @@
 #include "ConsoleMessenger.h"
 #include "PasswordChange.h"
 
+#include <QTextStream>
+#include <cstdio>
 #include <optional>
+
+#ifdef Q_OS_UNIX
+#include <termios.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -21,32 +28,71 @@ std::optional<PasswordKind> kindNamed(const QString& name)
     return std::nullopt;
 }
 
-int set(CliRun& run)
+// Passwords given on the command line can be read by every user of the
+// machine (the process list, the shell's history), so they are read from
+// standard input instead when not given: one a line, old, new and
+// (optionally) the confirmation; on a terminal with a prompt and no echo.
+class SecretInput
 {
-    const QCommandLineParser& p = run.parser;
-    for (const char* required : {"kind", "old", "new"}) {
-        if (!p.isSet(QLatin1String(required)))
-            return cliUsageError(QStringLiteral("'password set' needs --kind, --old and --new."));
-    }
-    const auto kind = kindNamed(p.value(QStringLiteral("kind")).trimmed().toLower());
-    if (!kind)
-        return cliUsageError(QStringLiteral("--kind takes admin, user, setup or main."));
-    const QString oldPassword = p.value(QStringLiteral("old"));
-    const QString newPassword = p.value(QStringLiteral("new"));
-    const bool confirmed = p.isSet(QStringLiteral("confirm"));
-    const QString confirmation = confirmed ? p.value(QStringLiteral("confirm")) : newPassword;
+public:
+    SecretInput() : m_terminal(isatty(fileno(stdin)) != 0) {}
 
+    std::optional<QString> read(const QString& prompt)
+    {
+        if (m_terminal) {
+            std::fputs(prompt.toLocal8Bit().constData(), stderr);
+            std::fflush(stderr);
+        }
+        setEcho(false);
+        QString line;
+        const bool got = m_in.readLineInto(&line);
+        setEcho(true);
+        if (m_terminal)
+            std::fputc('\n', stderr);
+        if (!got)
+            return std::nullopt;
+        if (line.endsWith(QLatin1Char('\r')))
+            line.chop(1);
+        return line;
+    }
+
+private:
+    void setEcho(bool on)
+    {
+#ifdef Q_OS_UNIX
+        if (!m_terminal)
+            return;
+        termios t{};
+        if (tcgetattr(STDIN_FILENO, &t) != 0)
+            return;
+        if (on)
+            t.c_lflag |= ECHO;
+        else
+            t.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(STDIN_FILENO, TCSANOW, &t);
+#else
+        Q_UNUSED(on);
+#endif
+    }
+
+    bool m_terminal;
+    QTextStream m_in{stdin};
+};
+
+int change(CliRun& run, PasswordKind kind, const QString& oldPassword, const QString& newPassword,
+           const QString& confirmation)
+{
     // The same limits as typing on the password screen.
     for (const QString& value : {oldPassword, newPassword, confirmation}) {
-        if (!PasswordChange::typeable(*kind, value))
-            return cliUsageError(PasswordStore::isSoftware(*kind)
+        if (!PasswordChange::typeable(kind, value))
+            return cliUsageError(PasswordStore::isSoftware(kind)
                                      ? QStringLiteral("Software passwords are at most 10 characters.")
                                      : QStringLiteral("Terminal passwords are at most 4 digits."));
     }
 
     PasswordChange change;
     change.load(run.ctx.db());
-    const PasswordChange::Selection selection = PasswordChange::Selection::of(*kind);
+    const PasswordChange::Selection selection = PasswordChange::Selection::of(kind);
     if (!change.oldPasswordAccepted(selection, oldPassword)) {
         run.messenger.critical(QStringLiteral("Password entered is incorrect"));
         return CliExit::Failure;
@@ -59,13 +105,48 @@ int set(CliRun& run)
     return CliExit::Success;
 }
 
+int set(CliRun& run)
+{
+    const QCommandLineParser& p = run.parser;
+    if (!p.isSet(QStringLiteral("kind")))
+        return cliUsageError(QStringLiteral("'password set' needs --kind."));
+    const auto kind = kindNamed(p.value(QStringLiteral("kind")).trimmed().toLower());
+    if (!kind)
+        return cliUsageError(QStringLiteral("--kind takes admin, user, setup or main."));
+
+    SecretInput input;
+    auto value = [&](const char* option, const QString& prompt) -> std::optional<QString> {
+        if (p.isSet(QLatin1String(option)))
+            return p.value(QLatin1String(option));
+        return input.read(prompt);
+    };
+    const std::optional<QString> oldPassword = value("old", QStringLiteral("Old password: "));
+    const std::optional<QString> newPassword =
+        oldPassword ? value("new", QStringLiteral("New password: ")) : std::nullopt;
+    if (!oldPassword || !newPassword)
+        return cliUsageError(QStringLiteral("'password set' needs the old and the new password: on standard input, "
+                                            "one a line, or as --old and --new."));
+    // The confirmation: --confirm, else a third line when the others came
+    // from standard input, else the new password itself.
+    std::optional<QString> confirmation;
+    if (p.isSet(QStringLiteral("confirm")))
+        confirmation = p.value(QStringLiteral("confirm"));
+    else if (!p.isSet(QStringLiteral("new")))
+        confirmation = input.read(QStringLiteral("Confirm new password: "));
+    if (!confirmation)
+        confirmation = *newPassword;
+    return change(run, *kind, *oldPassword, *newPassword, *confirmation);
+}
+
 } // namespace
 
 CliCommand passwordCommand()
 {
     CliCommand c;
     c.name = QStringLiteral("password");
-    c.synopsis = QStringLiteral("password set --kind admin|user|setup|main --old OLD --new NEW [--confirm NEW]");
+    c.synopsis = QStringLiteral("password set --kind admin|user|setup|main [--old OLD --new NEW [--confirm NEW]]\n"
+                                "             without --old and --new the passwords are read from standard input,\n"
+                                "             one a line (old, new, confirmation), or asked for on a terminal");
     c.addOptions = [](QCommandLineParser& p) {
         p.addOption({QStringLiteral("kind"),
                      QStringLiteral("Which password: admin, user (this program), setup, main (the terminal's)."),
@@ -76,7 +157,8 @@ CliCommand passwordCommand()
     };
     c.run = [](CliRun& run) {
         if (run.arguments != QStringList{QStringLiteral("set")})
-            return cliUsageError(QStringLiteral("Use 'password set --kind KIND --old OLD --new NEW [--confirm NEW]'."));
+            return cliUsageError(QStringLiteral("Use 'password set --kind KIND' (the passwords on standard input) or "
+                                                "'password set --kind KIND --old OLD --new NEW [--confirm NEW]'."));
         return set(run);
     };
     return c;

@@ -15,7 +15,7 @@ int run(CliRun& run)
     const QCommandLineParser& p = run.parser;
     if (!run.arguments.isEmpty())
         return cliUsageError(QStringLiteral("'receive' takes options only: receive [--on-crc-failure retry|quit] "
-                                            "[--give-up-after SECONDS]."));
+                                            "[--give-up-after SECONDS] [--accept-mismatch]."));
 
     bool retryOnCrcFailure = false;
     if (p.isSet(QStringLiteral("on-crc-failure"))) {
@@ -35,8 +35,14 @@ int run(CliRun& run)
     QObject* loop = transfer.context();
 
     bool restored = false;
-    session.setRestoreHandler(
-        [&run, &restored](UploadSession& s) { restored = RestoreStore::RestoreData(run.ctx, s.summary()); });
+    const bool acceptMismatch = p.isSet(QStringLiteral("accept-mismatch"));
+    session.setRestoreHandler([&run, &restored, acceptMismatch](UploadSession& s) {
+        const RestoreStore::ReceiveOutcome outcome = RestoreStore::processReceive(run.ctx, s.summary(), acceptMismatch);
+        for (const QString& line : outcome.reconciliation)
+            ConsoleMessenger::line(line);
+        RestoreStore::report(run.messenger, outcome);
+        restored = outcome.succeeded();
+    });
     QObject::connect(&session, &UploadSession::progress, loop, [](int received, int total) {
         ConsoleMessenger::line(QStringLiteral("Records Received : %1 / %2").arg(received).arg(total));
     });
@@ -77,7 +83,7 @@ CliCommand receiveCommand()
     CliCommand c;
     c.name = QStringLiteral("receive");
     c.synopsis = QStringLiteral(
-        "receive [--on-crc-failure retry|quit] [--give-up-after SECONDS]\n"
+        "receive [--on-crc-failure retry|quit] [--give-up-after SECONDS] [--accept-mismatch]\n"
         "             takes the day's collections off the terminal, stores them and writes the bank files,\n"
         "             as the Receive button does");
     c.addOptions = [](QCommandLineParser& p) {
@@ -86,6 +92,9 @@ CliCommand receiveCommand()
                                     "(Cancel, the default)."),
                      QStringLiteral("retry|quit")});
         TransferWait::addOption(p);
+        p.addOption({QStringLiteral("accept-mismatch"),
+                     QStringLiteral("Store and write a receive that disagrees with the terminal's summary, as it "
+                                    "came (written to the audit trail; the exit status stays 1).")});
     };
     c.run = [](CliRun& r) { return run(r); };
     return c;

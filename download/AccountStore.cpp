@@ -1,5 +1,6 @@
 #include "AccountStore.h"
 
+#include "AuditTrail.h"
 #include "DownloadFile.h"
 #include "KeyCheck.h"
 #include "SharedDatabase.h"
@@ -13,6 +14,18 @@ bool AccountStore::Store_BankData(const DownloadFile& file, const QString& downl
     if (!KeyCheck::acceptable(QStringLiteral("agent id"), agentId, error) ||
         !KeyCheck::acceptable(QStringLiteral("file name"), fileName, error))
         return false;
+    // Account, scheme and category codes are keys of the receive's look-up:
+    // one holding an apostrophe is refused here, where it can be corrected.
+    for (qsizetype i = 0; i < file.records().size(); ++i) {
+        const DownloadRecord& r = file.records().at(i);
+        if (!KeyCheck::acceptable(QStringLiteral("account number"), r.ACNumber, error) ||
+            !KeyCheck::acceptable(QStringLiteral("scheme code"), r.SchemeCode, error) ||
+            !KeyCheck::acceptable(QStringLiteral("category code"), r.CategoryCode, error)) {
+            if (error)
+                *error = QStringLiteral("Line %1 of the download file %2: %3").arg(i + 1).arg(downloadPath, *error);
+            return false;
+        }
+    }
 
     try {
         SharedDatabase::Transaction transaction(m_db);
@@ -42,6 +55,11 @@ bool AccountStore::Store_BankData(const DownloadFile& file, const QString& downl
             }
         }
         m_db.closeSharedRecordset();
+        AuditTrail::record(m_db, AuditTrail::Action::Download,
+                           QStringLiteral("agent %1: download file %2 stored, %3 records, SHA-256 %4")
+                               .arg(agentId.trimmed(), downloadPath)
+                               .arg(file.records().size())
+                               .arg(AuditTrail::sha256File(downloadPath)));
         transaction.commit();
     } catch (const StoreError& e) {
         m_db.closeSharedRecordset();

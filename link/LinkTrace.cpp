@@ -4,10 +4,15 @@
 
 bool LinkTrace::open(const QString& path, QString* error)
 {
+    // The trace carries the terminal passwords (they travel in the download
+    // header): readable by its owner only, whether new or appended to.
+    const QFileDevice::Permissions ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
     m_file.setFileName(path);
-    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text)) {
+    if (!m_file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text, ownerOnly) ||
+        !m_file.setPermissions(ownerOnly)) {
         if (error)
             *error = QStringLiteral("Cannot write the trace file %1: %2").arg(path, m_file.errorString());
+        m_file.close();
         return false;
     }
     return true;

@@ -1,5 +1,6 @@
 #include "PasswordStore.h"
 
+#include "AuditTrail.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
 
@@ -29,6 +30,22 @@ bool sameBytes(const QByteArray& a, const QByteArray& b)
     for (qsizetype i = 0; i < a.size(); ++i)
         diff |= static_cast<unsigned char>(a.at(i) ^ b.at(i));
     return diff == 0;
+}
+
+// The password's name as the password screen shows its choice.
+QString auditName(PasswordKind kind)
+{
+    switch (kind) {
+    case PasswordKind::Admin:
+        return QStringLiteral("software admin");
+    case PasswordKind::User:
+        return QStringLiteral("software user");
+    case PasswordKind::Setup:
+        return QStringLiteral("terminal setup");
+    case PasswordKind::Download:
+        return QStringLiteral("terminal main screen");
+    }
+    return QString();
 }
 
 } // namespace
@@ -157,6 +174,8 @@ void setPassword(SharedDatabase& db, PasswordKind kind, const QString& newValue)
     rs.setValue(fieldName(kind), isSoftware(kind) ? StoredPassword::hashed(value) : value);
     rs.update();
     db.closeSharedRecordset();
+    // Which password, never its value.
+    AuditTrail::record(db, AuditTrail::Action::Password, QStringLiteral("%1 password changed").arg(auditName(kind)));
 }
 
 } // namespace PasswordStore

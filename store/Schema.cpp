@@ -94,12 +94,25 @@ const QStringList version2 = {
         FROM CollectionHistory GROUP BY CollectionDate, AgentID)"),
 };
 
+// Version 3: the audit trail. Append-only: the triggers refuse every change
+// and every deletion of a written event, whoever asks.
+const QStringList version3 = {
+    QStringLiteral(R"(CREATE TABLE AuditTrail (
+        Id INTEGER PRIMARY KEY AUTOINCREMENT, Time TEXT NOT NULL, User TEXT NOT NULL,
+        Action TEXT NOT NULL, Details TEXT NOT NULL, Version TEXT NOT NULL))"),
+    QStringLiteral("CREATE INDEX AuditTrailTime ON AuditTrail (Time)"),
+    QStringLiteral(R"(CREATE TRIGGER AuditTrailNoUpdate BEFORE UPDATE ON AuditTrail
+        BEGIN SELECT RAISE(ABORT, 'the audit trail cannot be changed'); END)"),
+    QStringLiteral(R"(CREATE TRIGGER AuditTrailNoDelete BEFORE DELETE ON AuditTrail
+        BEGIN SELECT RAISE(ABORT, 'the audit trail cannot be changed'); END)"),
+};
+
 bool insertPasswordRow(QSqlDatabase& db, QString* error)
 {
     QSqlQuery q(db);
     q.prepare(QStringLiteral("INSERT INTO Password (SNo, admin, user, setup, download) VALUES (?, ?, ?, ?, ?)"));
-    for (const char* value : {"1", initialAdminPassword, initialUserPassword, initialSetupPassword,
-                              initialDownloadPassword})
+    for (const char* value :
+         {"1", initialAdminPassword, initialUserPassword, initialSetupPassword, initialDownloadPassword})
         q.addBindValue(QString::fromLatin1(value));
     if (!q.exec()) {
         if (error)
@@ -134,6 +147,8 @@ bool ensure(QSqlDatabase db, QString* error)
         ok = run(db, version1, error) && insertPasswordRow(db, error);
     if (ok && version < 2)
         ok = run(db, version2, error);
+    if (ok && version < 3)
+        ok = run(db, version3, error);
     if (ok)
         ok = run(db, {QStringLiteral("PRAGMA user_version = %1").arg(currentVersion)}, error);
     if (!ok) {

@@ -1,13 +1,16 @@
 #include "SettingsStore.h"
 
+#include "AuditTrail.h"
 #include "SharedDatabase.h"
+
+#include <QStringList>
 
 namespace SettingsStore {
 
 bool save(SharedDatabase& db, const SettingsChange& change)
 {
-    SharedRecordset& rs = db.openSharedRecordset(QStringLiteral("select * from Path where SNo=?"),
-                                                 {QStringLiteral("1")});
+    SharedRecordset& rs =
+        db.openSharedRecordset(QStringLiteral("select * from Path where SNo=?"), {QStringLiteral("1")});
     const bool created = rs.eof();
     if (created) {
         rs.addNew();
@@ -27,6 +30,21 @@ bool save(SharedDatabase& db, const SettingsChange& change)
     set("ReportPath", change.reportPath);
     rs.update();
     db.closeSharedRecordset();
+
+    QStringList changed;
+    auto note = [&changed](const char* what, const std::optional<QString>& v) {
+        if (v)
+            changed << QStringLiteral("%1 \"%2\"").arg(QLatin1String(what), *v);
+    };
+    note("bank name", change.bankName);
+    note("branch name", change.branchName);
+    note("Comm Port", change.commPort);
+    note("font size", change.fontSize);
+    note("bank-information folder", change.bankInfoPath);
+    note("report folder", change.reportPath);
+    AuditTrail::record(db, AuditTrail::Action::Settings,
+                       (created ? QStringLiteral("settings created: ") : QStringLiteral("settings saved: ")) +
+                           changed.join(QStringLiteral(", ")));
     return created;
 }
 

@@ -1,5 +1,6 @@
 #include "SharedDatabase.h"
 
+#include "Clock.h"
 #include "Schema.h"
 #include "StoreError.h"
 
@@ -8,10 +9,100 @@
 #include <QFileInfo>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QStringList>
 
 namespace {
+
 QAtomicInt connectionCounter;
+
+// The tables every database of this program has had since its first version.
+const QStringList ownTables = {QStringLiteral("Path"), QStringLiteral("Password"), QStringLiteral("BankData"),
+                               QStringLiteral("RestoreData")};
+
+const QString restoreAdvice = QStringLiteral(" Restore the backup copy of %1 and start the program again.");
+
+// Up to this size the whole file is checked at every open (about 0.2 s on
+// this size); a larger file, which only years of collection history make,
+// gets the tables the screens write checked instead, so that the start stays
+// quick (bench_open: the whole of a 500 MB file takes 1.3 s or more).
+constexpr qint64 wholeFileCheckLimit = 64 * 1024 * 1024;
+
+const QStringList workingTables = {QStringLiteral("Path"), QStringLiteral("Password"), QStringLiteral("BankData"),
+                                   QStringLiteral("RestoreData"), QStringLiteral("AuditTrail")};
+
+// SQLite's own check of every page and index (quick_check: without the
+// slower cross-checks of integrity_check), of the whole file or of one
+// table and its indexes. Empty when sound, otherwise the first problem.
+QString checkResult(QSqlDatabase& db, const QString& pragma)
+{
+    QSqlQuery q(db);
+    q.setForwardOnly(true);
+    if (!q.exec(pragma))
+        return q.lastError().text();
+    if (!q.next())
+        return QStringLiteral("the check gave no answer");
+    const QString first = q.value(0).toString();
+    return first == QLatin1String("ok") ? QString() : first;
 }
+
+QString damage(QSqlDatabase& db, qint64 fileSize)
+{
+    if (fileSize <= wholeFileCheckLimit)
+        return checkResult(db, QStringLiteral("PRAGMA quick_check(1)"));
+    QStringList present;
+    {
+        QSqlQuery q(db);
+        if (!q.exec(QStringLiteral("SELECT name FROM sqlite_master WHERE type = 'table'")))
+            return q.lastError().text();
+        while (q.next())
+            present << q.value(0).toString();
+    }
+    for (const QString& table : workingTables) {
+        if (!present.contains(table))
+            continue;
+        const QString found = checkResult(db, QStringLiteral("PRAGMA quick_check(\"%1\")").arg(table));
+        if (!found.isEmpty())
+            return found;
+    }
+    return {};
+}
+
+// Why an existing file is not this program's database, or empty when it is.
+QString foreign(QSqlDatabase& db, QString* error)
+{
+    QSqlQuery q(db);
+    q.setForwardOnly(true);
+    if (!q.exec(QStringLiteral("PRAGMA user_version")) || !q.next()) {
+        *error = q.lastError().text();
+        return {};
+    }
+    const int version = q.value(0).toInt();
+    q.finish();
+    QStringList tables;
+    if (!q.exec(QStringLiteral("SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%'"))) {
+        *error = q.lastError().text();
+        return {};
+    }
+    while (q.next())
+        tables << q.value(0).toString();
+    if (version == 0 && !tables.isEmpty())
+        return QStringLiteral("it was made by another program (it holds the tables %1 and no version of this "
+                              "program's tables)")
+            .arg(tables.join(QStringLiteral(", ")));
+    if (version > 0) {
+        QStringList missing;
+        for (const QString& t : ownTables) {
+            if (!tables.contains(t, Qt::CaseInsensitive))
+                missing << t;
+        }
+        if (!missing.isEmpty())
+            return QStringLiteral("it is not a database of this program (the tables %1 are missing)")
+                .arg(missing.join(QStringLiteral(", ")));
+    }
+    return {};
+}
+
+} // namespace
 
 SharedDatabase::SharedDatabase()
     : m_connectionName(QStringLiteral("tonvy-%1").arg(connectionCounter.fetchAndAddRelaxed(1)))
@@ -61,9 +152,27 @@ bool SharedDatabase::open(const QString& filePath, QString* error)
     // SQLite opens lazily: touch the file so that a damaged or foreign file
     // is reported here and not at the first screen.
     QSqlQuery probe(db);
-    if (!probe.exec(QStringLiteral("SELECT count(*) FROM sqlite_master")))
-        return fail(probe.lastError().text());
+    if (!probe.exec(QStringLiteral("SELECT count(*) FROM sqlite_master"))) {
+        const QString why = probe.lastError().text();
+        if (why.contains(QLatin1String("not a database")))
+            return fail(QStringLiteral("it is not a database of this program (%1). It was left unchanged.").arg(why));
+        return fail(why + restoreAdvice.arg(info.fileName()));
+    }
     probe.finish();
+
+    if (!isNew) {
+        // Nothing is written into a damaged file or into another program's.
+        const QString damaged = damage(db, info.size());
+        if (!damaged.isEmpty())
+            return fail(QStringLiteral("the file is damaged (%1).").arg(damaged) + restoreAdvice.arg(info.fileName()));
+        QString queryError;
+        const QString notOurs = foreign(db, &queryError);
+        if (!queryError.isEmpty())
+            return fail(queryError + restoreAdvice.arg(info.fileName()));
+        if (!notOurs.isEmpty())
+            return fail(notOurs + QStringLiteral(". It was left unchanged: move it elsewhere or choose another data "
+                                                 "folder."));
+    }
 
     if (isNew) {
         // The file holds passwords: readable by its owner only.
@@ -76,6 +185,13 @@ bool SharedDatabase::open(const QString& filePath, QString* error)
 
     m_path = filePath;
     return true;
+}
+
+QDateTime SharedDatabase::now() const
+{
+    if (m_clock)
+        return m_clock->now();
+    return Clock().now();
 }
 
 bool SharedDatabase::isOpen() const
@@ -113,8 +229,8 @@ void SharedDatabase::execute(const QString& sql, const QVariantList& values)
 SharedDatabase::Transaction::Transaction(SharedDatabase& db) : m_db(db)
 {
     if (!m_db.connection().transaction())
-        throw StoreError(QStringLiteral("Database error: cannot start a transaction: %1")
-                             .arg(m_db.connection().lastError().text()));
+        throw StoreError(
+            QStringLiteral("Database error: cannot start a transaction: %1").arg(m_db.connection().lastError().text()));
 }
 
 SharedDatabase::Transaction::~Transaction()
@@ -126,7 +242,6 @@ SharedDatabase::Transaction::~Transaction()
 void SharedDatabase::Transaction::commit()
 {
     if (!m_db.connection().commit())
-        throw StoreError(QStringLiteral("Database error: cannot commit: %1")
-                             .arg(m_db.connection().lastError().text()));
+        throw StoreError(QStringLiteral("Database error: cannot commit: %1").arg(m_db.connection().lastError().text()));
     m_done = true;
 }

@@ -2,9 +2,12 @@
 
 #include "SharedRecordset.h"
 
+#include <QDateTime>
 #include <QSqlDatabase>
 #include <QString>
 #include <QVariantList>
+
+class Clock;
 
 // The program's one database handle and its one shared result set. Every
 // screen opens its queries through openSharedRecordset(), which replaces the
@@ -21,6 +24,10 @@ public:
 
     // Opens (creating from the built-in schema when missing) the database
     // file. On failure returns false with a message naming the file and why.
+    // An existing file is checked first (SQLite's quick_check): a damaged
+    // one is refused with the advice to restore the backup copy, and a file
+    // made by another program (tables of its own and no schema version of
+    // this program) is refused and left exactly as it was.
     bool open(const QString& filePath, QString* error);
     bool isOpen() const;
     QString filePath() const { return m_path; }
@@ -29,6 +36,11 @@ public:
     SharedRecordset& openSharedRecordset(const QString& sql, const QVariantList& values = {});
     void closeSharedRecordset();
     SharedRecordset& sharedRecordset() { return m_recordset; }
+
+    // The clock that stamps what the store records (the audit trail). The
+    // system clock until the program hands over its own.
+    void setClock(const Clock* clock) { m_clock = clock; }
+    QDateTime now() const;
 
     // Runs a statement that returns no rows. Throws StoreError on failure.
     void execute(const QString& sql, const QVariantList& values = {});
@@ -53,4 +65,5 @@ private:
     QString m_connectionName;
     QString m_path;
     SharedRecordset m_recordset;
+    const Clock* m_clock = nullptr;
 };

@@ -1,18 +1,25 @@
 #include "RestoreStore.h"
 
 #include "AppContext.h"
+#include "AuditTrail.h"
 #include "Clock.h"
+#include "CollectionCheck.h"
 #include "KeyCheck.h"
 #include "LinkCodec.h"
 #include "Messenger.h"
+#include "PathUtil.h"
+#include "Reconciliation.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
 #include "UploadFiles.h"
 #include "UploadSession.h"
 
 #include <QCoreApplication>
+#include <QFileInfo>
+#include <QSaveFile>
 #include <QStringList>
 #include <cmath>
+#include <memory>
 
 namespace RestoreStore {
 
@@ -29,8 +36,6 @@ constexpr int EntrySize = 9;
 // The terminal's transaction number at which the original screen let the
 // message loop run once while decoding; kept.
 constexpr int YieldTransactionNumber = 394;
-
-const QString keptInBackup = QStringLiteral(" Nothing was stored; the received records are kept in the backup file.");
 
 // A decoding fault (the original's run-time errors) with its message.
 struct DecodeFault
@@ -68,7 +73,7 @@ QString mid(const QString& s, int pos, int length)
 class Decoder
 {
 public:
-    Decoder(AppContext& ctx, const UploadSummary& summary) : m_ctx(ctx), m_summary(summary) {}
+    Decoder(const QList<QByteArray>& records, const UploadSummary& summary) : m_records(records), m_summary(summary) {}
 
     QList<Entry> run()
     {
@@ -80,9 +85,7 @@ public:
             while (c == AccountOnlyCount) {
                 ++x;
                 Entry& e = newEntry();
-                const QByteArray& next = record(x + 1);
-                takeKeys(e, next);
-                lookUp(e);
+                takeKeys(e, record(x + 1));
                 if (x > total)
                     break;
                 c = entryCount(x + 1);
@@ -95,27 +98,25 @@ public:
     }
 
 private:
-    const QByteArray& record(int index)
+    QByteArray record(int index)
     {
         if (index >= LinkState::RecordsSize)
             throw DecodeFault{QStringLiteral("Record %1 is beyond the last record a receive can hold (%2).")
                                   .arg(index)
-                                  .arg(LinkState::RecordsSize - 1) +
-                              keptInBackup};
-        return m_ctx.link.Records.at(index);
+                                  .arg(LinkState::RecordsSize - 1)};
+        return index < m_records.size() ? m_records.at(index) : QByteArray();
     }
 
-    void need(const QByteArray& rec, int index, int lastPos, const QString& what)
+    static void need(const QByteArray& rec, int index, int lastPos, const QString& what)
     {
         if (rec.size() < lastPos)
             throw DecodeFault{
-                QStringLiteral("Record %1 holds %2 bytes, too few for %3.").arg(index).arg(rec.size()).arg(what) +
-                keptInBackup};
+                QStringLiteral("Record %1 holds %2 bytes, too few for %3.").arg(index).arg(rec.size()).arg(what)};
     }
 
     int entryCount(int index)
     {
-        const QByteArray& rec = record(index);
+        const QByteArray rec = record(index);
         need(rec, index, EntryCountPos, QStringLiteral("its number of entries (byte 133)"));
         return bcd(rec, EntryCountPos - 1);
     }
@@ -123,8 +124,7 @@ private:
     Entry& newEntry()
     {
         if (m_entries.size() >= MaxEntries)
-            throw DecodeFault{QStringLiteral("The records hold more than %1 transactions.").arg(MaxEntries) +
-                              keptInBackup};
+            throw DecodeFault{QStringLiteral("The records hold more than %1 transactions.").arg(MaxEntries)};
         Entry e;
         // The agent list starts out holding the header's agent, so an
         // unknown first account still carries it.
@@ -134,28 +134,30 @@ private:
         return m_entries.last();
     }
 
-    void takeKeys(Entry& e, const QByteArray& rec)
+    static void takeKeys(Entry& e, const QByteArray& rec)
     {
         e.categoryCode = field(rec, CategoryPos, 1);
         e.schemeCode = field(rec, SchemePos, 5);
         e.accountNo = field(rec, AccountPos, 15);
+        QString why;
+        if (!KeyCheck::acceptable(QStringLiteral("account number"), e.accountNo, &why) ||
+            !KeyCheck::acceptable(QStringLiteral("scheme code"), e.schemeCode, &why) ||
+            !KeyCheck::acceptable(QStringLiteral("category code"), e.categoryCode, &why))
+            throw DecodeFault{why};
     }
 
     void readEntries(int index, int count)
     {
-        const QByteArray& rec = record(index);
+        const QByteArray rec = record(index);
         for (int j = 0; j < count; ++j) {
             const int start = FirstEntryPos + EntrySize * j; // 1-based
             need(rec, index, start + EntrySize - 1, QStringLiteral("entry %1").arg(j + 1));
             Entry& e = newEntry();
             takeKeys(e, rec);
-            lookUp(e);
             const QByteArray bytes = rec.mid(start - 1, EntrySize);
             e.amount = decodeAmount(bytes.mid(0, 3));
             e.dateTime = decodeDateTime(bytes.mid(3, 4));
             e.transactionNumber = transactionNumber(bytes.mid(7, 2), index);
-            if (e.transactionNumber.toInt() == YieldTransactionNumber)
-                QCoreApplication::processEvents();
         }
     }
 
@@ -165,39 +167,18 @@ private:
             return decodeTransactionNumber(two);
         } catch (const LinkError& e) {
             throw DecodeFault{
-                QStringLiteral("Record %1 holds an unreadable transaction number (%2).").arg(index).arg(e.message()) +
-                keptInBackup};
+                QStringLiteral("Record %1 holds an unreadable transaction number (%2).").arg(index).arg(e.message())};
         }
     }
 
-    void lookUp(Entry& e)
-    {
-        QString why;
-        if (!KeyCheck::acceptable(QStringLiteral("account number"), e.accountNo, &why) ||
-            !KeyCheck::acceptable(QStringLiteral("scheme code"), e.schemeCode, &why) ||
-            !KeyCheck::acceptable(QStringLiteral("category code"), e.categoryCode, &why))
-            throw DecodeFault{why + keptInBackup};
-
-        SharedRecordset& rs = m_ctx.db().openSharedRecordset(
-            QStringLiteral("SELECT * FROM BankData WHERE ACNumber = ? AND SchemeCode = ? AND CategoryCode = ? "
-                           "AND Agentid = ?"),
-            {e.accountNo, e.schemeCode, e.categoryCode, m_summary.BankAgentId});
-        if (rs.eof())
-            return; // stored with what the lists already held
-        e.branchId = rs.text(QStringLiteral("BranchID"));
-        e.customerCode = rs.text(QStringLiteral("CustomerCode"));
-        e.accountName = rs.text(QStringLiteral("ACName"));
-        e.balance = formatFixed(rs.text(QStringLiteral("BalAmount")), 10);
-        e.agreedAmount = formatFixed(rs.text(QStringLiteral("AgreedAmount")), 5);
-        e.lastTxnDate = expandMyDate(rs.text(QStringLiteral("MyDate")));
-        e.agentId = rs.text(QStringLiteral("AgentID"));
-        e.bankSoftAcNumber = rs.text(QStringLiteral("BankSoftACNumber"));
-    }
-
-    AppContext& m_ctx;
+    const QList<QByteArray>& m_records;
     const UploadSummary& m_summary;
     QList<Entry> m_entries;
 };
+
+// A receive in progress: a nested call (from the one yield to the message
+// loop) must not start a second one over the same replies.
+bool receiveRunning = false;
 
 } // namespace
 
@@ -266,10 +247,11 @@ QString collectionDay(const QString& dateTime, const QDate& receivedOn)
     return QStringLiteral("%1-%2-%3").arg(year, 4, 10, QLatin1Char('0')).arg(month, day);
 }
 
-bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Entry>* entries, QString* error)
+bool decodeRecords(const QList<QByteArray>& records, const UploadSummary& summary, QList<Entry>* entries,
+                   QString* error)
 {
     try {
-        *entries = Decoder(ctx, summary).run();
+        *entries = Decoder(records, summary).run();
         return true;
     } catch (const DecodeFault& f) {
         if (error)
@@ -278,14 +260,50 @@ bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Ent
     }
 }
 
-void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<Entry>& entries)
+void completeFromBankData(SharedDatabase& db, const QString& bankAgentId, QList<Entry>& entries)
 {
-    SharedDatabase& db = ctx.db();
-    const QDateTime now = ctx.clock().now();
+    for (Entry& e : entries) {
+        SharedRecordset& rs = db.openSharedRecordset(
+            QStringLiteral("SELECT * FROM BankData WHERE ACNumber = ? AND SchemeCode = ? AND CategoryCode = ? "
+                           "AND Agentid = ?"),
+            {e.accountNo, e.schemeCode, e.categoryCode, bankAgentId});
+        if (rs.eof())
+            continue; // stored with what the lists already held
+        e.inBankData = true;
+        e.branchId = rs.text(QStringLiteral("BranchID"));
+        e.customerCode = rs.text(QStringLiteral("CustomerCode"));
+        e.accountName = rs.text(QStringLiteral("ACName"));
+        e.balance = formatFixed(rs.text(QStringLiteral("BalAmount")), 10);
+        e.agreedAmount = formatFixed(rs.text(QStringLiteral("AgreedAmount")), 5);
+        e.lastTxnDate = expandMyDate(rs.text(QStringLiteral("MyDate")));
+        e.agentId = rs.text(QStringLiteral("AgentID"));
+        e.bankSoftAcNumber = rs.text(QStringLiteral("BankSoftACNumber"));
+    }
+    db.closeSharedRecordset();
+}
+
+int downloadedAccounts(SharedDatabase& db, const QString& bankAgentId)
+{
+    SharedRecordset& rs =
+        db.openSharedRecordset(QStringLiteral("SELECT count(*) AS n FROM BankData WHERE AgentID = ?"), {bankAgentId});
+    const int n = rs.eof() ? 0 : rs.text(QStringLiteral("n")).toInt();
+    db.closeSharedRecordset();
+    return n;
+}
+
+bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Entry>* entries, QString* error)
+{
+    if (!decodeRecords(ctx.link.Records, summary, entries, error))
+        return false;
+    completeFromBankData(ctx.db(), summary.BankAgentId, *entries);
+    return true;
+}
+
+void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QList<Entry>& entries)
+{
     const QString receivedAt = now.toString(Qt::ISODate);
     const QDate receivedOn = now.date();
 
-    SharedDatabase::Transaction transaction(db);
     db.execute(QStringLiteral("DELETE FROM RestoreData WHERE AgentID = ?"), {bankAgentId});
     SharedRecordset& rs =
         db.openSharedRecordset(QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ?"), {bankAgentId});
@@ -347,34 +365,332 @@ void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<E
                    {bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance),
                     paise(e.amount), e.dateTime, e.transactionNumber, receivedAt});
     }
+}
+
+void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<Entry>& entries)
+{
+    SharedDatabase& db = ctx.db();
+    SharedDatabase::Transaction transaction(db);
+    storeRows(db, ctx.clock().now(), bankAgentId, entries);
     transaction.commit();
+}
+
+namespace {
+
+SessionMessage critical(const QString& text)
+{
+    return SessionMessage{text, SessionMessage::Icon::Critical};
+}
+
+// One file of the receive, written to its temporary copy and renamed into
+// place only when everything else has succeeded.
+struct StagedFile
+{
+    QString path;
+    std::unique_ptr<QSaveFile> file;
+    QByteArray bytes;
+};
+
+bool stage(StagedFile& staged, const QStringList& lines, QString* error)
+{
+    staged.file = UploadFiles::makeSaveFile(staged.path);
+    return UploadFiles::stageLines(*staged.file, lines, &staged.bytes, error);
+}
+
+// The steps of one receive, with what the outcome collects on the way.
+class Receive
+{
+public:
+    Receive(AppContext& ctx, UploadSummary& summary, bool acceptMismatch)
+        : m_ctx(ctx), m_summary(summary), m_accept(acceptMismatch), m_receivedAt(ctx.clock().now())
+    {
+    }
+
+    ReceiveOutcome run()
+    {
+        // The backup comes first so that the replies survive whatever
+        // follows, and a failure here is said as it is.
+        QString why;
+        m_out.backupFile = UploadFiles::writeBackup(m_ctx, m_summary, &why);
+        if (m_out.backupFile.isEmpty())
+            m_out.messages << critical(why);
+        m_facts.backupFile = m_out.backupFile;
+        m_facts.agent = m_summary.UploadBaseName.left(3);
+        m_facts.date = m_summary.UploadBaseName.mid(3, 4);
+        m_facts.bankAgentId = m_summary.BankAgentId;
+        m_facts.receivedAt = m_receivedAt;
+        m_facts.records = qMax(0, m_summary.TotalRecords);
+
+        const QStringList summaryProblems = CollectionCheck::summaryProblems(m_summary);
+        if (!summaryProblems.isEmpty())
+            return refuse(summaryProblems, false);
+        if (!KeyCheck::acceptable(QStringLiteral("agent id"), m_summary.BankAgentId, &why))
+            return fail(why);
+        // The upload file's name is the summary's seven characters; anything
+        // after them was added by an earlier run over the same summary.
+        m_summary.UploadBaseName = m_summary.UploadBaseName.left(7);
+
+        QList<Entry> entries;
+        if (!decodeRecords(m_ctx.link.Records, m_summary, &entries, &why))
+            return fail(why);
+        yieldAtTransaction394(entries);
+
+        try {
+            completeFromBankData(m_ctx.db(), m_summary.BankAgentId, entries);
+            m_facts.downloadedAccounts = downloadedAccounts(m_ctx.db(), m_summary.BankAgentId);
+        } catch (const StoreError& e) {
+            return fail(e.message());
+        }
+        m_facts.check = CollectionCheck::check(m_summary, entries);
+        if (!m_facts.check.agrees() && !m_accept)
+            return refuse(m_facts.check.problems, true);
+        return store(entries);
+    }
+
+private:
+    // The original let the message loop run once while decoding when a
+    // transaction number read 394; kept, after the decoding (which works on
+    // its own copy of the replies) and before any row changes.
+    static void yieldAtTransaction394(const QList<Entry>& entries)
+    {
+        for (const Entry& e : entries) {
+            if (e.transactionNumber.toInt() == YieldTransactionNumber && !e.transactionNumber.isEmpty()) {
+                QCoreApplication::processEvents();
+                return;
+            }
+        }
+    }
+
+    QString backupNote() const
+    {
+        return m_out.backupFile.isEmpty()
+                   ? QString()
+                   : QStringLiteral(" The received records are kept in the backup file %1.").arg(m_out.backupFile);
+    }
+
+    ReceiveOutcome refuse(const QStringList& problems, bool mayAccept)
+    {
+        m_out.result = ReceiveOutcome::Result::Refused;
+        m_out.problems = problems;
+        m_out.mayAccept = mayAccept;
+        // The original's text on its own line, then what was wrong.
+        QString text = UploadFiles::uploadProblemText() + QLatin1Char('\n') + problems.join(QLatin1Char(' ')) +
+                       QStringLiteral(" Nothing was replaced and no upload file was written.") + backupNote();
+        if (mayAccept)
+            text += QStringLiteral(" Download the agent's accounts again and receive again, or accept this receive "
+                                   "as it is.");
+        m_out.messages << critical(text);
+        finish(mayAccept ? QStringLiteral("refused: nothing replaced; the clerk may accept it")
+                         : QStringLiteral("refused: nothing replaced"));
+        return m_out;
+    }
+
+    ReceiveOutcome fail(const QString& why)
+    {
+        m_out.result = ReceiveOutcome::Result::Failed;
+        m_out.problems = {why};
+        const QString sentence = why.endsWith(QLatin1Char('.')) ? why : why + QLatin1Char('.');
+        m_out.messages << critical(sentence + QStringLiteral(" Nothing was replaced.") + backupNote());
+        finish(QStringLiteral("failed: nothing replaced (%1)").arg(why));
+        return m_out;
+    }
+
+    ReceiveOutcome store(const QList<Entry>& entries)
+    {
+        SharedDatabase& db = m_ctx.db();
+        const QString folder = m_ctx.settings.BankInfoPath;
+        const bool bankFolder = !folder.isEmpty() && QFileInfo(folder).isDir();
+        StagedFile upload;
+        StagedFile check;
+        UploadFiles::UploadLines uploadLines;
+        // Rows, files and audit event in one step; on failure the reason.
+        auto attempt = [&]() -> QString {
+            QString why;
+            SharedDatabase::Transaction transaction(db);
+            storeRows(db, m_receivedAt, m_summary.BankAgentId, entries);
+
+            // The files are made from the rows just stored, before they are
+            // committed: a file that cannot be written leaves the rows as
+            // they were.
+            QString base = m_summary.UploadBaseName;
+            if (bankFolder) {
+                // Suffixed, as the original did: the check listing is named
+                // from it too.
+                base += QLatin1Char('u');
+                upload.path = UploadFiles::uploadFilePath(folder, base);
+                uploadLines = UploadFiles::uploadLines(db, m_summary.BankAgentId);
+                if (!stage(upload, uploadLines.lines, &why))
+                    return QStringLiteral("Cannot write the upload file %1: %2.").arg(upload.path, why);
+            }
+            const QString backupFolder = UploadFiles::backupFolder(m_ctx);
+            check.path = PathUtil::join(backupFolder, base + QStringLiteral("Check.txt"));
+            if (!UploadFiles::ensureFolder(backupFolder, &why) ||
+                !stage(check, UploadFiles::checkLines(db, m_summary.BankAgentId), &why))
+                return QStringLiteral("Cannot write the check listing %1: %2.").arg(check.path, why);
+
+            AuditTrail::record(db, m_receivedAt, AuditTrail::Action::Receive, auditDetails(upload, check));
+            transaction.commit();
+            m_summary.UploadBaseName = base;
+            return QString();
+        };
+        QString failure;
+        try {
+            failure = attempt();
+        } catch (const StoreError& e) {
+            failure = e.message();
+        }
+        if (!failure.isEmpty()) {
+            upload.file.reset();
+            check.file.reset();
+            return fail(failure);
+        }
+        m_out.result =
+            m_accept && !m_facts.check.agrees()
+                ? ReceiveOutcome::Result::Accepted
+                : (bankFolder ? ReceiveOutcome::Result::Stored : ReceiveOutcome::Result::StoredWithoutBankFolder);
+
+        // The rows are in: rename the files into place.
+        if (bankFolder) {
+            if (!upload.file->commit()) {
+                m_out.result = ReceiveOutcome::Result::Failed;
+                m_out.messages << critical(
+                    QStringLiteral("The collections were stored, but the upload file %1 could not be written: %2. "
+                                   "Receive again once the bank folder can be written to.")
+                        .arg(upload.path, upload.file->errorString()));
+                finish(QStringLiteral("stored, but the upload file could not be written"));
+                return m_out;
+            }
+            m_out.uploadFile = upload.path;
+        }
+        if (!check.file->commit())
+            m_out.messages << critical(
+                QStringLiteral("Cannot write the check listing %1: %2").arg(check.path, check.file->errorString()));
+
+        if (!bankFolder) {
+            m_out.messages << SessionMessage{UploadFiles::missingBankFolderText(), SessionMessage::Icon::Information};
+            finish(QStringLiteral("stored; no upload file: the bank folder does not exist"));
+            return m_out;
+        }
+        // The original's own check, on the file as written.
+        if (UploadFiles::agreesWithSummary(m_summary, uploadLines.count, uploadLines.paise))
+            m_out.messages << SessionMessage{UploadFiles::uploadCompletedText(), SessionMessage::Icon::Information};
+        else
+            m_out.messages << critical(UploadFiles::uploadProblemText());
+        if (m_out.result == ReceiveOutcome::Result::Accepted) {
+            m_out.problems = m_facts.check.problems;
+            finish(QStringLiteral("accepted by the clerk although it disagrees; stored and written as received"));
+        } else {
+            finish(QStringLiteral("stored and written; the upload file agrees with the terminal's summary"));
+        }
+        return m_out;
+    }
+
+    QString auditDetails(const StagedFile& upload, const StagedFile& check) const
+    {
+        const CollectionCheck::Result& c = m_facts.check;
+        QString details = QStringLiteral("agent %1 (%2), date %3: %4 records received, %5 collections, total %6")
+                              .arg(m_facts.agent, m_summary.BankAgentId.trimmed(), m_facts.date)
+                              .arg(m_facts.records)
+                              .arg(c.collections)
+                              .arg(UploadFiles::rupees(c.collectedPaise));
+        if (upload.file)
+            details += QStringLiteral("; upload file %1 (%2 lines, SHA-256 %3)")
+                           .arg(upload.path)
+                           .arg(uploadLinesCount(upload))
+                           .arg(AuditTrail::sha256(upload.bytes));
+        else
+            details += QStringLiteral("; no upload file (the bank folder does not exist)");
+        if (check.file)
+            details +=
+                QStringLiteral("; check listing %1 (SHA-256 %2)").arg(check.path, AuditTrail::sha256(check.bytes));
+        if (m_accept && !c.agrees())
+            details += QStringLiteral("; ACCEPTED BY THE CLERK although: %1").arg(c.problems.join(QLatin1Char(' ')));
+        return details;
+    }
+
+    static int uploadLinesCount(const StagedFile& f) { return static_cast<int>(f.bytes.count("\r\n")); }
+
+    // Writes the reconciliation and, for a receive that stored nothing,
+    // the audit event (a stored one wrote its own with the rows).
+    void finish(const QString& outcome)
+    {
+        m_facts.outcome = outcome;
+        m_facts.uploadFile = m_out.uploadFile;
+        m_out.reconciliation = Reconciliation::lines(m_facts);
+
+        // Named after the backup dump, so each receive keeps its own.
+        const QString dump = m_out.backupFile.isEmpty() ? UploadFiles::backupPath(m_ctx, m_summary) : m_out.backupFile;
+        const QString path = dump.left(dump.size() - 4) + QStringLiteral("Reconciliation.txt");
+        QString why;
+        const std::unique_ptr<QSaveFile> file = UploadFiles::makeSaveFile(path);
+        if (UploadFiles::ensureFolder(UploadFiles::backupFolder(m_ctx), &why) &&
+            UploadFiles::saveLines(*file, m_out.reconciliation, &why))
+            m_out.reconciliationFile = path;
+        else
+            m_out.messages.insert(qMax<qsizetype>(0, m_out.messages.size() - 1),
+                                  critical(QStringLiteral("Cannot write the reconciliation %1: %2").arg(path, why)));
+
+        const bool stored = m_out.result == ReceiveOutcome::Result::Stored ||
+                            m_out.result == ReceiveOutcome::Result::Accepted ||
+                            m_out.result == ReceiveOutcome::Result::StoredWithoutBankFolder;
+        if (stored)
+            return;
+        try {
+            AuditTrail::record(m_ctx.db(), m_receivedAt, AuditTrail::Action::Receive,
+                               QStringLiteral("agent %1 (%2), date %3: %4 records received, %5 collections, total "
+                                              "%6; %7: %8")
+                                   .arg(m_facts.agent, m_summary.BankAgentId.trimmed(), m_facts.date)
+                                   .arg(m_facts.records)
+                                   .arg(m_facts.check.collections)
+                                   .arg(UploadFiles::rupees(m_facts.check.collectedPaise))
+                                   .arg(outcome, m_out.problems.join(QLatin1Char(' '))));
+        } catch (const StoreError& e) {
+            m_out.messages.insert(qMax<qsizetype>(0, m_out.messages.size() - 1), critical(e.message()));
+        }
+    }
+
+    AppContext& m_ctx;
+    UploadSummary& m_summary;
+    const bool m_accept;
+    const QDateTime m_receivedAt;
+    ReceiveOutcome m_out;
+    Reconciliation::Facts m_facts;
+};
+
+} // namespace
+
+ReceiveOutcome processReceive(AppContext& ctx, UploadSummary& summary, bool acceptMismatch)
+{
+    if (receiveRunning) {
+        ReceiveOutcome busy;
+        busy.problems = {QStringLiteral("a receive is still being stored")};
+        return busy;
+    }
+    receiveRunning = true;
+    struct Reset
+    {
+        ~Reset() { receiveRunning = false; }
+    } reset;
+    return Receive(ctx, summary, acceptMismatch).run();
+}
+
+void report(Messenger& messenger, const ReceiveOutcome& outcome)
+{
+    for (const SessionMessage& m : outcome.messages) {
+        if (m.text == UploadFiles::missingBankFolderText())
+            messenger.plain(m.text);
+        else if (m.icon == SessionMessage::Icon::Critical)
+            messenger.critical(m.text);
+        else
+            messenger.information(m.text);
+    }
 }
 
 bool RestoreData(AppContext& ctx, UploadSummary& summary)
 {
-    Messenger& messenger = ctx.messenger();
-    // The backup comes first so that the replies survive whatever follows.
-    bool ok = UploadFiles::CreateFlatFile1(ctx, summary);
-
-    QString why;
-    if (!KeyCheck::acceptable(QStringLiteral("agent id"), summary.BankAgentId, &why)) {
-        messenger.critical(why + keptInBackup);
-        return false;
-    }
-    try {
-        QList<Entry> entries;
-        if (!decodeTransactions(ctx, summary, &entries, &why)) {
-            messenger.critical(why);
-            return false;
-        }
-        StoreRestoreData(ctx, summary.BankAgentId, entries);
-    } catch (const StoreError& e) {
-        messenger.critical(e.message() + keptInBackup);
-        return false;
-    }
-    ok = UploadFiles::CreateFlatFile(ctx, summary) && ok;
-    ok = UploadFiles::CreateFlatFile2(ctx, summary) && ok;
-    return ok;
+    const ReceiveOutcome outcome = processReceive(ctx, summary, false);
+    report(ctx.messenger(), outcome);
+    return outcome.succeeded();
 }
 
 } // namespace RestoreStore

@@ -11,15 +11,35 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <cerrno>
+#include <cstring>
 
 namespace UploadFiles {
 
 namespace {
 
-const QString missingBankFolder =
-    QStringLiteral("Bank Upload Folder does not Exist,Select BankInfoPath and UpLoad Again");
-const QString uploadCompleted = QStringLiteral("Upload Completed Successfully");
-const QString uploadProblem = QStringLiteral("Serious Problem While Uploading ");
+SaveFileFactory saveFileFactory;
+
+// The cause of a failed file operation. Qt reports a failed buffered write
+// as "Unknown error"; errno, taken at once, still holds the real cause
+// ("No space left on device").
+QString causeOf(const QFileDevice& file, int savedErrno)
+{
+    const QString qtText = file.errorString();
+    if (savedErrno != 0 && (qtText.isEmpty() || qtText == QLatin1String("Unknown error")))
+        return QString::fromLocal8Bit(std::strerror(savedErrno));
+    return qtText;
+}
+
+// A name part made safe for a file name: letters and digits stay, anything
+// else (a path separator, a dot, a control byte) becomes "_".
+QString safeNamePart(const QString& text)
+{
+    QString out;
+    for (QChar c : text)
+        out += (c.unicode() < 128 && c.isLetterOrNumber()) ? c : QLatin1Char('_');
+    return out;
+}
 
 // An empty last-transaction date in the dd/mm/20yy pattern.
 const QString emptyLastTxnDate = QStringLiteral("//20");
@@ -68,6 +88,41 @@ private:
     int m_sequence = 0;
 };
 
+bool save(const QString& path, const QStringList& lines, QString* error)
+{
+    const std::unique_ptr<QSaveFile> file = makeSaveFile(path);
+    return saveLines(*file, lines, error);
+}
+
+} // namespace
+
+QString uploadCompletedText()
+{
+    return QStringLiteral("Upload Completed Successfully");
+}
+
+QString uploadProblemText()
+{
+    return QStringLiteral("Serious Problem While Uploading ");
+}
+
+QString missingBankFolderText()
+{
+    return QStringLiteral("Bank Upload Folder does not Exist,Select BankInfoPath and UpLoad Again");
+}
+
+void setSaveFileFactory(SaveFileFactory factory)
+{
+    saveFileFactory = std::move(factory);
+}
+
+std::unique_ptr<QSaveFile> makeSaveFile(const QString& path)
+{
+    if (saveFileFactory)
+        return saveFileFactory(path);
+    return std::make_unique<QSaveFile>(path);
+}
+
 QString backupFolder(const AppContext& ctx)
 {
     return ctx.dataPath(QStringLiteral("BackupData"));
@@ -75,20 +130,92 @@ QString backupFolder(const AppContext& ctx)
 
 bool ensureFolder(const QString& folder, QString* error)
 {
+    errno = 0;
     if (QDir().mkpath(folder))
         return true;
+    const int saved = errno;
     if (error)
-        *error = QStringLiteral("the folder %1 cannot be created").arg(folder);
+        *error = QStringLiteral("the folder %1 cannot be created (%2)")
+                     .arg(folder, saved ? QString::fromLocal8Bit(std::strerror(saved)) : QStringLiteral("refused"));
     return false;
 }
 
-bool save(const QString& path, const QStringList& lines, QString* error)
+bool toPaise(const QString& amount, qint64* paise)
 {
-    QSaveFile file(path);
-    return saveLines(file, lines, error);
+    const QString text = amount.trimmed();
+    if (text.isEmpty())
+        return false;
+    const qsizetype point = text.indexOf(QLatin1Char('.'));
+    const QString whole = point < 0 ? text : text.left(point);
+    QString fraction = point < 0 ? QString() : text.mid(point + 1);
+    if (whole.isEmpty() && fraction.isEmpty())
+        return false;
+    if (fraction.size() > 2)
+        return false;
+    fraction = fraction.leftJustified(2, QLatin1Char('0'));
+    qint64 value = 0;
+    for (QChar c : whole + fraction) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
+            return false;
+        value = value * 10 + c.digitValue();
+    }
+    *paise = value;
+    return true;
 }
 
-} // namespace
+QString rupees(qint64 paise)
+{
+    return QStringLiteral("%1.%2").arg(paise / 100).arg(paise % 100, 2, 10, QLatin1Char('0'));
+}
+
+bool agreesWithSummary(const UploadSummary& summary, int count, qint64 paise)
+{
+    qint64 shown = 0;
+    if (!toPaise(summary.totalAmountText(), &shown))
+        return false;
+    return count == summary.TotalTransactions && paise == shown;
+}
+
+UploadLines uploadLines(SharedDatabase& db, const QString& bankAgentId)
+{
+    UploadLines out;
+    // Numeric order, as the original's number-typed column sorted; rowid
+    // keeps equal numbers in the order they were received.
+    SharedRecordset& rs =
+        db.openSharedRecordset(QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? AND AmtCollected <> '' "
+                                              "ORDER BY CAST(TransactionNumber AS INTEGER), rowid"),
+                               {bankAgentId});
+    LineValues values;
+    for (; !rs.eof(); rs.moveNext()) {
+        out.lines << values.next(rs).join(QString());
+        qint64 paise = 0;
+        if (toPaise(rs.text(QStringLiteral("Amtcollected")), &paise))
+            out.paise += paise;
+        ++out.count;
+    }
+    db.closeSharedRecordset();
+    return out;
+}
+
+QStringList checkLines(SharedDatabase& db, const QString& bankAgentId)
+{
+    QStringList lines;
+    // Val(Accountname) ordered by the name's leading number: SQLite's
+    // CAST to REAL reads the longest numeric prefix after leading blanks
+    // and gives 0 when there is none, as Val did; rowid keeps the
+    // received order among equal numbers (names without one).
+    SharedRecordset& rs = db.openSharedRecordset(
+        QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? ORDER BY CAST(Accountname AS REAL), rowid"),
+        {bankAgentId});
+    LineValues values;
+    for (; !rs.eof(); rs.moveNext()) {
+        QStringList row = values.next(rs);
+        row.removeAt(BlankValue);
+        lines << row.join(QStringLiteral(" | "));
+    }
+    db.closeSharedRecordset();
+    return lines;
+}
 
 QString uploadFilePath(const QString& bankInfoPath, const QString& uploadName)
 {
@@ -108,11 +235,11 @@ QString backupLine(int lineNumber, int recordIndex, const QByteArray& reply)
            QString::fromLatin1(reply.toHex(' ').toUpper()) + QStringLiteral("  ") + text;
 }
 
-bool saveLines(QSaveFile& file, const QStringList& lines, QString* error)
+bool stageLines(QSaveFile& file, const QStringList& lines, QByteArray* bytes, QString* error)
 {
-    auto fail = [&] {
+    auto fail = [&](int savedErrno) {
         if (error)
-            *error = file.errorString();
+            *error = causeOf(file, savedErrno);
         // Committing a cancelled file removes the temporary copy at once and
         // leaves the final name untouched.
         file.cancelWriting();
@@ -120,16 +247,33 @@ bool saveLines(QSaveFile& file, const QStringList& lines, QString* error)
             file.commit();
         return false;
     };
+    errno = 0;
     if (!file.open(QIODevice::WriteOnly))
-        return fail();
-    for (const QString& line : lines) {
-        const QByteArray bytes = line.toLatin1() + "\r\n";
-        if (file.write(bytes) != bytes.size())
-            return fail();
-    }
+        return fail(errno);
+    QByteArray all;
+    for (const QString& line : lines)
+        all += line.toLatin1() + "\r\n";
+    errno = 0;
+    if (file.write(all) != all.size())
+        return fail(errno);
+    // Push the bytes to the disk now, so that a full disk shows here and
+    // not when the file is renamed into place.
+    errno = 0;
+    if (!file.flush())
+        return fail(errno);
+    if (bytes)
+        *bytes = all;
+    return true;
+}
+
+bool saveLines(QSaveFile& file, const QStringList& lines, QString* error)
+{
+    if (!stageLines(file, lines, nullptr, error))
+        return false;
+    errno = 0;
     if (!file.commit()) {
         if (error)
-            *error = file.errorString();
+            *error = causeOf(file, errno);
         return false;
     }
     return true;
@@ -140,59 +284,57 @@ bool CreateFlatFile(AppContext& ctx, UploadSummary& summary)
     Messenger& messenger = ctx.messenger();
     const QString folder = ctx.settings.BankInfoPath;
     if (folder.isEmpty() || !QFileInfo(folder).isDir()) {
-        messenger.plain(missingBankFolder);
+        messenger.plain(missingBankFolderText());
         return false;
     }
     // Kept suffixed: the check listing, written next, is named from it too.
     summary.UploadBaseName += QLatin1Char('u');
     const QString path = uploadFilePath(folder, summary.UploadBaseName);
 
-    QStringList lines;
-    double amountTotal = 0;
-    int transactionCount = 0;
+    UploadLines upload;
     try {
-        // Numeric order, as the original's number-typed column sorted; rowid
-        // keeps equal numbers in the order they were received.
-        SharedRecordset& rs = ctx.db().openSharedRecordset(
-            QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? AND AmtCollected <> '' "
-                           "ORDER BY CAST(TransactionNumber AS INTEGER), rowid"),
-            {summary.BankAgentId});
-        LineValues values;
-        for (; !rs.eof(); rs.moveNext()) {
-            lines << values.next(rs).join(QString());
-            amountTotal += rs.text(QStringLiteral("Amtcollected")).toDouble();
-            ++transactionCount;
-        }
-        ctx.db().closeSharedRecordset();
+        upload = uploadLines(ctx.db(), summary.BankAgentId);
     } catch (const StoreError& e) {
         messenger.critical(e.message());
         return false;
     }
 
     QString why;
-    if (!save(path, lines, &why)) {
+    if (!save(path, upload.lines, &why)) {
         messenger.critical(QStringLiteral("Cannot write the upload file %1: %2").arg(path, why));
         return false;
     }
 
-    // Compared with what txtTotalAmount shows, in whole paise so that a sum
-    // of decimal amounts compares exactly.
-    const double shownAmount = summary.totalAmountText().toDouble();
-    const bool agree =
-        qRound64(amountTotal * 100) == qRound64(shownAmount * 100) && transactionCount == summary.TotalTransactions;
+    const bool agree = agreesWithSummary(summary, upload.count, upload.paise);
     if (agree)
-        messenger.information(uploadCompleted);
+        messenger.information(uploadCompletedText());
     else
-        messenger.critical(uploadProblem);
+        messenger.critical(uploadProblemText());
     return agree;
 }
 
-bool CreateFlatFile1(AppContext& ctx, const UploadSummary& summary)
+QString backupPath(AppContext& ctx, const UploadSummary& summary)
 {
     const QString folder = backupFolder(ctx);
-    const QString name = summary.UploadBaseName.left(3) + QLatin1Char('_') +
-                         ctx.clock().now().toString(QStringLiteral("dd_MM_yy")) + QStringLiteral(".txt");
-    const QString path = PathUtil::join(folder, name);
+    const QString stem = safeNamePart(summary.UploadBaseName.left(3)) + QLatin1Char('_') +
+                         ctx.clock().now().toString(QStringLiteral("dd_MM_yy"));
+    QString path = PathUtil::join(folder, stem + QStringLiteral(".txt"));
+    // A second receive of the same agent on the same day keeps the first
+    // one's dump.
+    for (int n = 2; QFileInfo::exists(path); ++n)
+        path = PathUtil::join(folder, QStringLiteral("%1_%2.txt").arg(stem).arg(n));
+    return path;
+}
+
+QString writeBackup(AppContext& ctx, const UploadSummary& summary, QString* error)
+{
+    const QString path = backupPath(ctx, summary);
+    QString why;
+    if (!ensureFolder(backupFolder(ctx), &why)) {
+        if (error)
+            *error = QStringLiteral("Cannot write the backup file %1: %2").arg(path, why);
+        return {};
+    }
 
     // Header, summary and every announced transaction record, as far as the
     // reply array reaches.
@@ -201,9 +343,19 @@ bool CreateFlatFile1(AppContext& ctx, const UploadSummary& summary)
     for (int index = 0; index <= last; ++index)
         lines << backupLine(index + 1, index, ctx.link.Records.at(index));
 
+    if (!save(path, lines, &why)) {
+        if (error)
+            *error = QStringLiteral("Cannot write the backup file %1: %2").arg(path, why);
+        return {};
+    }
+    return path;
+}
+
+bool CreateFlatFile1(AppContext& ctx, const UploadSummary& summary)
+{
     QString why;
-    if (!ensureFolder(folder, &why) || !save(path, lines, &why)) {
-        ctx.messenger().critical(QStringLiteral("Cannot write the backup file %1: %2").arg(path, why));
+    if (writeBackup(ctx, summary, &why).isEmpty()) {
+        ctx.messenger().critical(why);
         return false;
     }
     return true;
@@ -216,20 +368,7 @@ bool CreateFlatFile2(AppContext& ctx, const UploadSummary& summary)
 
     QStringList lines;
     try {
-        // Val(Accountname) ordered by the name's leading number: SQLite's
-        // CAST to REAL reads the longest numeric prefix after leading blanks
-        // and gives 0 when there is none, as Val did; rowid keeps the
-        // received order among equal numbers (names without one).
-        SharedRecordset& rs = ctx.db().openSharedRecordset(
-            QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? ORDER BY CAST(Accountname AS REAL), rowid"),
-            {summary.BankAgentId});
-        LineValues values;
-        for (; !rs.eof(); rs.moveNext()) {
-            QStringList row = values.next(rs);
-            row.removeAt(BlankValue);
-            lines << row.join(QStringLiteral(" | "));
-        }
-        ctx.db().closeSharedRecordset();
+        lines = checkLines(ctx.db(), summary.BankAgentId);
     } catch (const StoreError& e) {
         ctx.messenger().critical(e.message());
         return false;

@@ -25,7 +25,7 @@ private:
         QString out;
         QString err;
     };
-    Result run(const QString& dataDir, const QStringList& args);
+    Result run(const QString& dataDir, const QStringList& args, const QByteArray& input = {});
     QString m_cli;
 };
 
@@ -35,10 +35,12 @@ void tst_PasswordCommand::initTestCase()
     QVERIFY2(QFile::exists(m_cli), qPrintable(m_cli));
 }
 
-tst_PasswordCommand::Result tst_PasswordCommand::run(const QString& dataDir, const QStringList& args)
+tst_PasswordCommand::Result tst_PasswordCommand::run(const QString& dataDir, const QStringList& args,
+                                                     const QByteArray& input)
 {
     QProcess p;
     p.start(m_cli, QStringList{"--data-dir", dataDir, "password", "set"} + args);
+    p.write(input);
     p.closeWriteChannel();
     if (!p.waitForFinished(60000))
         return {-1, {}, "timeout"};
@@ -49,6 +51,7 @@ tst_PasswordCommand::Result tst_PasswordCommand::run(const QString& dataDir, con
 void tst_PasswordCommand::outcomes_data()
 {
     QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QByteArray>("input"); // standard input
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("said"); // on stdout for 0, stderr otherwise
     QTest::addColumn<QString>("field");
@@ -56,65 +59,87 @@ void tst_PasswordCommand::outcomes_data()
 
     QTest::newRow("admin changed") << QStringList{"--kind", "admin",   "--old",     "admin",
                                                   "--new",  "Teller9", "--confirm", "teller9"}
-                                   << 0 << "Data Saved Successfully"
+                                   << QByteArray() << 0 << "Data Saved Successfully"
                                    << "admin"
                                    << "teller9";
-    QTest::newRow("user without --confirm")
-        << QStringList{"--kind", "user", "--old", "USER", "--new", "clerk"} << 0 << "Data Saved Successfully"
-        << "user"
-        << "clerk";
-    QTest::newRow("setup changed") << QStringList{"--kind", "setup", "--old", "1234", "--new", "4321"} << 0
-                                   << "Data Saved Successfully"
+    QTest::newRow("user without --confirm") << QStringList{"--kind", "user", "--old", "USER", "--new", "clerk"}
+                                            << QByteArray() << 0 << "Data Saved Successfully"
+                                            << "user"
+                                            << "clerk";
+    QTest::newRow("setup changed") << QStringList{"--kind", "setup", "--old", "1234", "--new", "4321"} << QByteArray()
+                                   << 0 << "Data Saved Successfully"
                                    << "setup"
                                    << "4321";
-    QTest::newRow("main screen changed") << QStringList{"--kind", "main", "--old", "5678", "--new", "0007"} << 0
-                                         << "Data Saved Successfully"
+    QTest::newRow("main screen changed") << QStringList{"--kind", "main", "--old", "5678", "--new", "0007"}
+                                         << QByteArray() << 0 << "Data Saved Successfully"
                                          << "download"
                                          << "0007";
-    QTest::newRow("wrong old") << QStringList{"--kind", "admin", "--old", "nimda", "--new", "x"} << 1
+    QTest::newRow("wrong old") << QStringList{"--kind", "admin", "--old", "nimda", "--new", "x"} << QByteArray() << 1
                                << "Password entered is incorrect"
                                << "admin"
                                << "admin";
-    QTest::newRow("wrong old terminal") << QStringList{"--kind", "setup", "--old", "5678", "--new", "1111"} << 1
-                                        << "Password entered is incorrect"
+    QTest::newRow("wrong old terminal") << QStringList{"--kind", "setup", "--old", "5678", "--new", "1111"}
+                                        << QByteArray() << 1 << "Password entered is incorrect"
                                         << "setup"
                                         << "1234";
     QTest::newRow("inner blank in confirmation")
-        << QStringList{"--kind", "admin", "--old", "admin", "--new", "Ab 1", "--confirm", "ab1"} << 1
+        << QStringList{"--kind", "admin", "--old", "admin", "--new", "Ab 1", "--confirm", "ab1"} << QByteArray() << 1
         << "Conifrming New Password is Incorrect"
         << "admin"
         << "admin";
     QTest::newRow("letters for the terminal")
-        << QStringList{"--kind", "setup", "--old", "1234", "--new", "12a4"} << 2 << "at most 4 digits"
+        << QStringList{"--kind", "setup", "--old", "1234", "--new", "12a4"} << QByteArray() << 2 << "at most 4 digits"
         << "setup"
         << "1234";
-    QTest::newRow("five digits") << QStringList{"--kind", "main", "--old", "5678", "--new", "12345"} << 2
-                                 << "at most 4 digits"
+    QTest::newRow("five digits") << QStringList{"--kind", "main", "--old", "5678", "--new", "12345"} << QByteArray()
+                                 << 2 << "at most 4 digits"
                                  << "download"
                                  << "5678";
-    QTest::newRow("eleven characters") << QStringList{"--kind", "admin", "--old", "admin", "--new", "abcdefghijk"} << 2
-                                       << "at most 10 characters"
+    QTest::newRow("eleven characters") << QStringList{"--kind", "admin", "--old", "admin", "--new", "abcdefghijk"}
+                                       << QByteArray() << 2 << "at most 10 characters"
                                        << "admin"
                                        << "admin";
-    QTest::newRow("unknown kind") << QStringList{"--kind", "root", "--old", "admin", "--new", "x"} << 2
+    QTest::newRow("unknown kind") << QStringList{"--kind", "root", "--old", "admin", "--new", "x"} << QByteArray() << 2
                                   << "--kind takes admin, user, setup or main."
                                   << "admin"
                                   << "admin";
-    QTest::newRow("no --new") << QStringList{"--kind", "admin", "--old", "admin"} << 2
-                              << "needs --kind, --old and --new"
+    QTest::newRow("no --new") << QStringList{"--kind", "admin", "--old", "admin"} << QByteArray() << 2
+                              << "needs the old and the new password"
                               << "admin"
                               << "admin";
+    QTest::newRow("all from standard input")
+        << QStringList{"--kind", "admin"} << QByteArray("admin\nTeller9\nteller9\n") << 0 << "Data Saved Successfully"
+        << "admin"
+        << "teller9";
+    QTest::newRow("standard input without a confirmation")
+        << QStringList{"--kind", "setup"} << QByteArray("1234\r\n4321\r\n") << 0 << "Data Saved Successfully"
+        << "setup"
+        << "4321";
+    QTest::newRow("confirmation differs on standard input")
+        << QStringList{"--kind", "admin"} << QByteArray("admin\nab 1\nab1\n") << 1
+        << "Conifrming New Password is Incorrect"
+        << "admin"
+        << "admin";
+    QTest::newRow("new from standard input")
+        << QStringList{"--kind", "main", "--old", "5678"} << QByteArray("0007\n") << 0 << "Data Saved Successfully"
+        << "download"
+        << "0007";
+    QTest::newRow("standard input ends early")
+        << QStringList{"--kind", "admin"} << QByteArray("admin\n") << 2 << "needs the old and the new password"
+        << "admin"
+        << "admin";
 }
 
 void tst_PasswordCommand::outcomes()
 {
     QFETCH(QStringList, args);
+    QFETCH(QByteArray, input);
     QFETCH(int, code);
     QFETCH(QString, said);
     QFETCH(QString, field);
     QFETCH(QString, nowMatches);
     QTemporaryDir dir;
-    const Result r = run(dir.path(), args);
+    const Result r = run(dir.path(), args, input);
     QCOMPARE(r.code, code);
     if (code == 0)
         QCOMPARE(r.out.trimmed(), said);

@@ -4,6 +4,7 @@
 #include "StoreError.h"
 
 #include <QFile>
+#include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -18,6 +19,11 @@ private slots:
     void newFileIsPrivate();
     void reopensWithoutRecreating();
     void refusesForeignFile();
+    void refusesDamagedFile_data();
+    void refusesDamagedFile();
+    void refusesAnotherProgramsDatabase_data();
+    void refusesAnotherProgramsDatabase();
+    void emptySqliteFileIsTakenAsNew();
     void refusesMissingFolder();
     void refusesFolderAsFile();
     void fieldsReadWithoutRegardToCase();
@@ -102,6 +108,123 @@ void tst_SharedDatabase::refusesForeignFile()
     QVERIFY(!db.open(path("foreign.db"), &error));
     QVERIFY2(error.contains(path("foreign.db")), qPrintable(error));
     QVERIFY2(error.contains("not a database"), qPrintable(error));
+}
+
+namespace {
+
+QByteArray fileBytes(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// A database of this program with enough rows to fill a few dozen pages.
+void makeFullDatabase(const QString& path)
+{
+    SharedDatabase db;
+    QString error;
+    QVERIFY2(db.open(path, &error), qPrintable(error));
+    SharedDatabase::Transaction t(db);
+    for (int i = 0; i < 2000; ++i)
+        db.execute(QStringLiteral("INSERT INTO BankData (ACNumber, ACName, AgentID) VALUES (?, ?, 'AG1')"),
+                   {QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')), QString(40, QLatin1Char('N'))});
+    t.commit();
+}
+
+} // namespace
+
+void tst_SharedDatabase::refusesDamagedFile_data()
+{
+    QTest::addColumn<int>("page"); // 1-based page overwritten with garbage
+    QTest::newRow("a table page") << 20;
+    QTest::newRow("an index page") << -2; // the second last page
+}
+
+void tst_SharedDatabase::refusesDamagedFile()
+{
+    QFETCH(int, page);
+    const QString file = path(QStringLiteral("damaged%1.db").arg(page));
+    makeFullDatabase(file);
+    QByteArray bytes = fileBytes(file);
+    const int pageSize = 4096;
+    const int pages = static_cast<int>(bytes.size() / pageSize);
+    QVERIFY(pages > 25);
+    const int at = (page > 0 ? page - 1 : pages + page) * pageSize;
+    for (int i = 0; i < pageSize; ++i)
+        bytes[at + i] = static_cast<char>((i * 37 + 11) & 0xFF);
+    {
+        QFile f(file);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+    }
+    SharedDatabase db;
+    QString error;
+    QVERIFY(!db.open(file, &error));
+    QVERIFY2(error.contains(file), qPrintable(error));
+    QVERIFY2(error.contains(QStringLiteral("Restore the backup copy of damaged")), qPrintable(error));
+    QCOMPARE(fileBytes(file), bytes);
+}
+
+void tst_SharedDatabase::refusesAnotherProgramsDatabase_data()
+{
+    QTest::addColumn<QStringList>("statements");
+    QTest::addColumn<QString>("said");
+    QTest::newRow("tables of its own, no version")
+        << QStringList{"CREATE TABLE customers (id INTEGER, name TEXT)", "INSERT INTO customers VALUES (1, 'x')"}
+        << "made by another program (it holds the tables customers";
+    QTest::newRow("a version but none of our tables")
+        << QStringList{"CREATE TABLE Path (SNo TEXT)", "PRAGMA user_version = 7"}
+        << "not a database of this program (the tables Password, BankData, RestoreData are missing)";
+}
+
+void tst_SharedDatabase::refusesAnotherProgramsDatabase()
+{
+    QFETCH(QStringList, statements);
+    QFETCH(QString, said);
+    const QString file = path(QStringLiteral("other-%1.db").arg(QTest::currentDataTag()).replace(' ', '-'));
+    {
+        QSqlDatabase other = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("other"));
+        other.setDatabaseName(file);
+        QVERIFY(other.open());
+        for (const QString& sql : statements) {
+            QSqlQuery q(other);
+            QVERIFY2(q.exec(sql), qPrintable(sql));
+        }
+        other.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("other"));
+    const QByteArray before = fileBytes(file);
+    const QFile::Permissions permissions = QFile::permissions(file);
+
+    SharedDatabase db;
+    QString error;
+    QVERIFY(!db.open(file, &error));
+    QVERIFY2(error.contains(file), qPrintable(error));
+    QVERIFY2(error.contains(said), qPrintable(error));
+    QVERIFY2(error.contains(QStringLiteral("It was left unchanged")), qPrintable(error));
+    QCOMPARE(fileBytes(file), before);
+    QCOMPARE(QFile::permissions(file), permissions);
+}
+
+void tst_SharedDatabase::emptySqliteFileIsTakenAsNew()
+{
+    // An SQLite file with no tables at all (user_version 0) holds nothing
+    // of anybody's: it is given this program's tables.
+    const QString file = path(QStringLiteral("blank.db"));
+    {
+        QSqlDatabase blank = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("blank"));
+        blank.setDatabaseName(file);
+        QVERIFY(blank.open());
+        QSqlQuery q(blank);
+        QVERIFY(q.exec(QStringLiteral("PRAGMA page_size = 4096")));
+        QVERIFY(q.exec(QStringLiteral("VACUUM")));
+        blank.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("blank"));
+    SharedDatabase db;
+    QString error;
+    QVERIFY2(db.open(file, &error), qPrintable(error));
+    QVERIFY(db.openSharedRecordset(QStringLiteral("select * from AuditTrail")).isOpen());
 }
 
 void tst_SharedDatabase::refusesMissingFolder()

@@ -1,9 +1,9 @@
 #include "RestoreStore.h"
 #include "StoreError.h"
 #include "TestContext.h"
-#include "UploadTestSetup.h"
 #include "UploadRecords.h"
 #include "UploadSession.h"
+#include "UploadTestSetup.h"
 
 #include <QFile>
 #include <QSqlQuery>
@@ -12,7 +12,6 @@
 using RestoreStore::Entry;
 
 namespace {
-
 
 // Account keys as the terminal sends them (15-character account number).
 const QByteArray acct1 = "000000000000101";
@@ -378,12 +377,29 @@ void tst_RestoreStore::missingAccountStoredWithWhatTheListsHeld()
     QCOMPARE(entries.at(0).accountName, QString());
     QCOMPARE(entries.at(0).balance, QString());
     QCOMPARE(entries.at(0).amount, QStringLiteral("0000011.00"));
+    QVERIFY(!entries.at(0).inBankData);
     QCOMPARE(entries.at(1).accountName, QStringLiteral("TWO"));
+    QVERIFY(entries.at(1).inBankData);
     QCOMPARE(entries.at(2).agentId, QString());
     QCOMPARE(entries.at(2).branchId, QString());
     QCOMPARE(entries.at(2).amount, QStringLiteral("0000033.00"));
 
-    QVERIFY(receive(2, 33));
+    // Refused: collections for accounts that were not downloaded.
+    summary.TotalTransactions = 2;
+    summary.TotalAmountDigits = QStringLiteral("00000033");
+    RestoreStore::ReceiveOutcome refused = RestoreStore::processReceive(*t->ctx, summary);
+    QCOMPARE(refused.result, RestoreStore::ReceiveOutcome::Result::Refused);
+    QVERIFY(refused.mayAccept);
+    QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData")), 0);
+    QVERIFY(refused.reconciliation.contains(
+        QStringLiteral("Left out of the upload file: account 000000000000103, amount 33.00 (the account is not among "
+                       "the agent's downloaded accounts)")));
+
+    // Accepted by the clerk: stored as the original stored it.
+    summary.UploadBaseName = QStringLiteral("0051611");
+    const RestoreStore::ReceiveOutcome accepted = RestoreStore::processReceive(*t->ctx, summary, true);
+    QCOMPARE(accepted.result, RestoreStore::ReceiveOutcome::Result::Accepted);
+    QVERIFY(!accepted.succeeded());
     QCOMPARE(
         count(QStringLiteral("SELECT count(*) FROM RestoreData WHERE AccountNo = ?"), {QString::fromLatin1(acct1)}), 1);
     QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData WHERE AccountNo = ? AND AgentID = ''"),
@@ -474,6 +490,9 @@ void tst_RestoreStore::historySameDayReplacedOtherDaysKept()
 
 void tst_RestoreStore::failedStoreChangesNothing()
 {
+    addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
+    summary.TotalTransactions = 1;
+    summary.TotalAmountDigits = QStringLiteral("00000005");
     const QString insert = QStringLiteral("INSERT INTO RestoreData (SNo, AccountNo, Amtcollected, AgentID) "
                                           "VALUES ('1', 'OLD', '0000001.00', ?)");
     t->db.execute(insert, {agent});
@@ -601,12 +620,18 @@ void tst_RestoreStore::historyYearFromOneDigit_data()
     QTest::addColumn<QString>("dayMonthYear"); // day byte, month/year-digit byte
     QTest::addColumn<QString>("dateTime");
     QTest::addColumn<QString>("collectionDate");
-    QTest::newRow("same year") << QDate(2026, 11, 22) << "16B6" << "16/11/2006 09:00" << "2026-11-16";
-    QTest::newRow("last year, received in January") << QDate(2027, 1, 2) << "31C6" << "31/12/2006 09:00"
+    QTest::newRow("same year") << QDate(2026, 11, 22) << "16B6"
+                               << "16/11/2006 09:00"
+                               << "2026-11-16";
+    QTest::newRow("last year, received in January") << QDate(2027, 1, 2) << "31C6"
+                                                    << "31/12/2006 09:00"
                                                     << "2026-12-31";
-    QTest::newRow("digit ahead of the receive year") << QDate(2026, 3, 1) << "0117" << "01/01/2007 09:00"
+    QTest::newRow("digit ahead of the receive year") << QDate(2026, 3, 1) << "0117"
+                                                     << "01/01/2007 09:00"
                                                      << "2017-01-01";
-    QTest::newRow("2007") << QDate(2007, 11, 16) << "16B7" << "16/11/2007 09:00" << "2007-11-16";
+    QTest::newRow("2007") << QDate(2007, 11, 16) << "16B7"
+                          << "16/11/2007 09:00"
+                          << "2007-11-16";
 }
 
 void tst_RestoreStore::historyYearFromOneDigit()
@@ -618,8 +643,8 @@ void tst_RestoreStore::historyYearFromOneDigit()
     addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
     t->clock.set(QDateTime(receivedOn, QTime(18, 0, 0)));
     setRecords({UploadRecords::transactionRecord(
-        "S", "DD001", acct1, {entryBytes(QStringLiteral("000005 %1 0900 0001").arg(dayMonthYear).toLatin1().constData())},
-        '\x01')});
+        "S", "DD001", acct1,
+        {entryBytes(QStringLiteral("000005 %1 0900 0001").arg(dayMonthYear).toLatin1().constData())}, '\x01')});
     QVERIFY(receive(1, 5));
     QSqlQuery q(t->db.connection());
     QVERIFY(q.exec(QStringLiteral("SELECT CollectionDate, DateTime FROM CollectionHistory")));

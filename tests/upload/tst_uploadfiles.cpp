@@ -1,16 +1,15 @@
 #include "RestoreStore.h"
 #include "TestContext.h"
-#include "UploadTestSetup.h"
 #include "UploadFiles.h"
 #include "UploadRecords.h"
 #include "UploadSession.h"
+#include "UploadTestSetup.h"
 
 #include <QDir>
 #include <QFile>
 #include <QSaveFile>
 
 namespace {
-
 
 // A stored collection, field by field as StoreRestoreData leaves it.
 struct Stored
@@ -431,7 +430,10 @@ void tst_UploadFiles::backupFileHoldsEveryReply()
         f.write(QByteArray(5000, 'x'));
     }
     QVERIFY(UploadFiles::CreateFlatFile1(*t->ctx, summary));
-    const QByteArray content = readAll(existing);
+    // An earlier receive's dump of the same day is kept; this one takes the
+    // next name.
+    QCOMPARE(readAll(existing), QByteArray(5000, 'x'));
+    const QByteArray content = readAll(t->path(QStringLiteral("BackupData/005_16_11_07_2.txt")));
     QCOMPARE(content.count("\r\n"), 4);
     QVERIFY(content.startsWith(UploadFiles::backupLine(1, 0, header).toLatin1() + "\r\n"));
     QVERIFY(content.contains("\r\n[4] 03 ) "));

@@ -1,0 +1,66 @@
+#include "AuditCommand.h"
+
+#include "AppContext.h"
+#include "AuditTrail.h"
+#include "ConsoleMessenger.h"
+
+#include <QDate>
+#include <QSaveFile>
+
+namespace {
+
+bool readDate(const QCommandLineParser& p, const QString& name, QDate* date)
+{
+    if (!p.isSet(name))
+        return true;
+    *date = QDate::fromString(p.value(name).trimmed(), Qt::ISODate);
+    return date->isValid();
+}
+
+int run(CliRun& run)
+{
+    const QCommandLineParser& p = run.parser;
+    if (!run.arguments.isEmpty())
+        return cliUsageError(QStringLiteral("'audit' takes options only: audit [--from YYYY-MM-DD] "
+                                            "[--to YYYY-MM-DD] --output FILE.csv."));
+    QDate from;
+    QDate to;
+    if (!readDate(p, QStringLiteral("from"), &from) || !readDate(p, QStringLiteral("to"), &to))
+        return cliUsageError(QStringLiteral("--from and --to take a date as YYYY-MM-DD."));
+    if (from.isValid() && to.isValid() && from > to)
+        return cliUsageError(QStringLiteral("--from is after --to."));
+    const QString output = p.value(QStringLiteral("output"));
+    if (output.isEmpty())
+        return cliUsageError(QStringLiteral("'audit' needs --output FILE.csv."));
+
+    const QList<AuditTrail::Event> events = AuditTrail::read(run.ctx.db(), from, to);
+    QSaveFile file(output);
+    const QByteArray csv = AuditTrail::toCsv(events);
+    if (!file.open(QIODevice::WriteOnly) || file.write(csv) != csv.size() || !file.commit()) {
+        run.messenger.critical(QStringLiteral("Cannot write %1: %2").arg(output, file.errorString()));
+        return CliExit::Failure;
+    }
+    ConsoleMessenger::line(QStringLiteral("%1 events written to %2").arg(events.size()).arg(output));
+    return CliExit::Success;
+}
+
+} // namespace
+
+CliCommand auditCommand()
+{
+    CliCommand c;
+    c.name = QStringLiteral("audit");
+    c.synopsis = QStringLiteral("audit [--from YYYY-MM-DD] [--to YYYY-MM-DD] --output FILE.csv\n"
+                                "             writes the audit trail (downloads, sends, receives, settings, "
+                                "passwords,\n"
+                                "             failed logins) of the days given as CSV");
+    c.addOptions = [](QCommandLineParser& p) {
+        p.addOption({QStringLiteral("from"), QStringLiteral("First day (YYYY-MM-DD); default: the first event."),
+                     QStringLiteral("YYYY-MM-DD")});
+        p.addOption({QStringLiteral("to"), QStringLiteral("Last day (YYYY-MM-DD); default: the last event."),
+                     QStringLiteral("YYYY-MM-DD")});
+        p.addOption({QStringLiteral("output"), QStringLiteral("The CSV file to write."), QStringLiteral("FILE")});
+    };
+    c.run = [](CliRun& r) { return run(r); };
+    return c;
+}

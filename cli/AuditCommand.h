@@ -1,0 +1,6 @@
+#pragma once
+
+#include "CliCommand.h"
+
+// tonvy-cli audit [--from YYYY-MM-DD] [--to YYYY-MM-DD] --output FILE.csv
+CliCommand auditCommand();

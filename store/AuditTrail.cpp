@@ -1,0 +1,157 @@
+#include "AuditTrail.h"
+
+#include "SharedDatabase.h"
+#include "StoreError.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QSqlError>
+#include <QSqlQuery>
+
+#ifdef Q_OS_UNIX
+#include <pwd.h>
+#include <unistd.h>
+#endif
+
+namespace AuditTrail {
+
+namespace {
+
+const QString timeFormat = QStringLiteral("yyyy-MM-ddTHH:mm:ss");
+
+QByteArray csvField(const QString& value)
+{
+    QByteArray bytes = value.toUtf8();
+    if (bytes.contains(',') || bytes.contains('"') || bytes.contains('\n') || bytes.contains('\r')) {
+        bytes.replace('"', "\"\"");
+        bytes = '"' + bytes + '"';
+    }
+    return bytes;
+}
+
+} // namespace
+
+QString actionName(Action action)
+{
+    switch (action) {
+    case Action::Download:
+        return QStringLiteral("download");
+    case Action::Send:
+        return QStringLiteral("send");
+    case Action::Receive:
+        return QStringLiteral("receive");
+    case Action::Settings:
+        return QStringLiteral("settings");
+    case Action::Password:
+        return QStringLiteral("password");
+    case Action::Login:
+        return QStringLiteral("login");
+    }
+    return QString();
+}
+
+void record(SharedDatabase& db, Action action, const QString& details)
+{
+    record(db, db.now(), action, details);
+}
+
+void record(SharedDatabase& db, const QDateTime& at, Action action, const QString& details)
+{
+    db.execute(QStringLiteral("INSERT INTO AuditTrail (Time, User, Action, Details, Version) VALUES (?, ?, ?, ?, ?)"),
+               {at.toString(timeFormat), osUser(), actionName(action), details, programVersion()});
+}
+
+bool tryRecord(SharedDatabase& db, const QDateTime& at, Action action, const QString& details, QString* error)
+{
+    try {
+        record(db, at, action, details);
+        return true;
+    } catch (const StoreError& e) {
+        if (error)
+            *error = e.message();
+        return false;
+    }
+}
+
+QList<Event> read(SharedDatabase& db, const QDate& from, const QDate& to)
+{
+    // Times are ISO text, so the day range is a text range: from the first
+    // second of `from` to before the day after `to`.
+    QString sql = QStringLiteral("SELECT Id, Time, User, Action, Details, Version FROM AuditTrail WHERE 1 = 1");
+    QVariantList values;
+    if (from.isValid()) {
+        sql += QStringLiteral(" AND Time >= ?");
+        values << from.toString(Qt::ISODate);
+    }
+    if (to.isValid()) {
+        sql += QStringLiteral(" AND Time < ?");
+        values << to.addDays(1).toString(Qt::ISODate);
+    }
+    sql += QStringLiteral(" ORDER BY Time, Id");
+
+    QSqlQuery q(db.connection());
+    q.setForwardOnly(true);
+    if (!q.prepare(sql))
+        throw StoreError(QStringLiteral("Database error: %1").arg(q.lastError().text()));
+    for (const QVariant& v : values)
+        q.addBindValue(v);
+    if (!q.exec())
+        throw StoreError(QStringLiteral("Database error: %1").arg(q.lastError().text()));
+    QList<Event> events;
+    while (q.next()) {
+        Event e;
+        e.id = q.value(0).toLongLong();
+        e.time = q.value(1).toString();
+        e.user = q.value(2).toString();
+        e.action = q.value(3).toString();
+        e.details = q.value(4).toString();
+        e.version = q.value(5).toString();
+        events << e;
+    }
+    return events;
+}
+
+QByteArray toCsv(const QList<Event>& events)
+{
+    QByteArray out = "Time,User,Action,Details,Version\r\n";
+    for (const Event& e : events) {
+        out += csvField(e.time) + ',' + csvField(e.user) + ',' + csvField(e.action) + ',' + csvField(e.details) + ',' +
+               csvField(e.version) + "\r\n";
+    }
+    return out;
+}
+
+QString osUser()
+{
+#ifdef Q_OS_UNIX
+    if (const passwd* pw = getpwuid(geteuid()); pw && pw->pw_name)
+        return QString::fromLocal8Bit(pw->pw_name);
+#endif
+    for (const char* name : {"USER", "USERNAME", "LOGNAME"}) {
+        const QString value = qEnvironmentVariable(name);
+        if (!value.isEmpty())
+            return value;
+    }
+    return QStringLiteral("unknown");
+}
+
+QString programVersion()
+{
+    return QStringLiteral(TONVY_VERSION);
+}
+
+QString sha256(const QByteArray& bytes)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex());
+}
+
+QString sha256File(const QString& path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+        return QStringLiteral("unreadable");
+    return QString::fromLatin1(hash.result().toHex());
+}
+
+} // namespace AuditTrail

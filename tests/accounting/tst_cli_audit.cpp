@@ -1,0 +1,115 @@
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+// Runs "tonvy-cli audit" after commands that leave events behind.
+class tst_CliAudit : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void eventsWrittenAsCsv();
+    void rangeLimitsTheEvents();
+    void usageErrors_data();
+    void usageErrors();
+    void traceFileIsOwnerOnly();
+
+private:
+    struct Result
+    {
+        int code;
+        QString out;
+        QString err;
+    };
+    Result run(const QStringList& args, const QByteArray& input = {});
+    QByteArray csv(const QStringList& range);
+
+    QString m_cli;
+    QTemporaryDir m_dir;
+};
+
+void tst_CliAudit::initTestCase()
+{
+    m_cli = qEnvironmentVariable("TONVY_BIN_DIR") + "/tonvy-cli";
+    QVERIFY2(QFile::exists(m_cli), qPrintable(m_cli));
+    QCOMPARE(run({"settings", "set", "--bank-name", "GRAMIN BANK"}).code, 0);
+    QCOMPARE(run({"password", "set", "--kind", "user"}, "user\nteller1\nteller1\n").code, 0);
+}
+
+tst_CliAudit::Result tst_CliAudit::run(const QStringList& args, const QByteArray& input)
+{
+    QProcess p;
+    p.start(m_cli, QStringList{"--data-dir", m_dir.path()} + args);
+    p.write(input);
+    p.closeWriteChannel();
+    if (!p.waitForFinished(60000))
+        return {-1, {}, "timeout"};
+    return {p.exitCode(), QString::fromLocal8Bit(p.readAllStandardOutput()),
+            QString::fromLocal8Bit(p.readAllStandardError())};
+}
+
+QByteArray tst_CliAudit::csv(const QStringList& range)
+{
+    const QString out = m_dir.filePath("audit.csv");
+    QFile::remove(out);
+    const Result r = run(QStringList{"audit"} + range + QStringList{"--output", out});
+    if (r.code != 0)
+        qWarning("audit: %s", qPrintable(r.err));
+    QFile f(out);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+void tst_CliAudit::eventsWrittenAsCsv()
+{
+    const QByteArray text = csv({});
+    const QList<QByteArray> lines = text.split('\n');
+    QVERIFY(lines.first().startsWith("Time,User,Action,Details,Version\r"));
+    QVERIFY2(text.contains(",settings,"), text.constData());
+    QVERIFY2(text.contains("bank name \"\"GRAMIN BANK\"\""), text.constData());
+    QVERIFY2(text.contains(",password,software user password changed,2.1\r\n"), text.constData());
+    QVERIFY(!text.contains("teller1"));
+}
+
+void tst_CliAudit::rangeLimitsTheEvents()
+{
+    const QString today = QDate::currentDate().toString(Qt::ISODate);
+    QCOMPARE(csv({"--from", today, "--to", today}).count("\r\n"), 3);
+    QCOMPARE(csv({"--to", "2000-01-01"}), QByteArray("Time,User,Action,Details,Version\r\n"));
+}
+
+void tst_CliAudit::usageErrors_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("said");
+    QTest::newRow("no output") << QStringList{"audit"} << "needs --output";
+    QTest::newRow("bad date") << QStringList{"audit", "--from", "23/11/2026", "--output", "x.csv"} << "YYYY-MM-DD";
+    QTest::newRow("from after to") << QStringList{"audit",      "--from",   "2026-11-23", "--to",
+                                                  "2026-11-01", "--output", "x.csv"}
+                                   << "--from is after --to";
+}
+
+void tst_CliAudit::usageErrors()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, said);
+    const Result r = run(args);
+    QCOMPARE(r.code, 2);
+    QVERIFY2(r.err.contains(said), qPrintable(r.err));
+}
+
+void tst_CliAudit::traceFileIsOwnerOnly()
+{
+    const QString trace = m_dir.filePath("trace.txt");
+    QCOMPARE(run({"--trace", trace, "settings", "show"}).code, 0);
+    QVERIFY(QFile::exists(trace));
+    const QFile::Permissions p = QFile::permissions(trace);
+    QVERIFY(!p.testFlag(QFileDevice::ReadGroup));
+    QVERIFY(!p.testFlag(QFileDevice::ReadOther));
+    QVERIFY(!p.testFlag(QFileDevice::WriteOther));
+}
+
+QTEST_GUILESS_MAIN(tst_CliAudit)
+#include "tst_cli_audit.moc"
