@@ -5,8 +5,8 @@
 #include "Configuration.h"
 #include "EntryLimits.h"
 #include "KeyHook.h"
-#include "ScreenParts.h"
 #include "Messenger.h"
+#include "ScreenParts.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
 

@@ -48,8 +48,8 @@ QString transactionsProblem(const QString& transactions)
 QString headerProblem(const QString& bankName, const QString& branchName, const QString& fontSize,
                       const QString& transactions)
 {
-    for (const QString& problem : {bankNameProblem(bankName), branchNameProblem(branchName),
-                                   fontSizeProblem(fontSize), transactionsProblem(transactions)}) {
+    for (const QString& problem : {bankNameProblem(bankName), branchNameProblem(branchName), fontSizeProblem(fontSize),
+                                   transactionsProblem(transactions)}) {
         if (!problem.isEmpty())
             return problem;
     }

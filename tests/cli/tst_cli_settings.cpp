@@ -101,10 +101,10 @@ void tst_CliSettings::showWithoutRowIsARefusal()
 void tst_CliSettings::setThenShowRoundTrips()
 {
     QTemporaryDir dir;
-    const Result set = run({"settings", "set", "--bank-name", "Coastal Bank", "--branch-name", "Harbour Road",
-                            "--comm-port", "3", "--font-size", "big", "--bank-info-path", "/srv/bank",
-                            "--report-path", "/srv/reports"},
-                           dir.path());
+    const Result set =
+        run({"settings", "set", "--bank-name", "Coastal Bank", "--branch-name", "Harbour Road", "--comm-port", "3",
+             "--font-size", "big", "--bank-info-path", "/srv/bank", "--report-path", "/srv/reports"},
+            dir.path());
     QCOMPARE(set.code, 0);
     QCOMPARE(set.out, QStringLiteral("Data Saved Successfully\n"));
     const Result show = run({"settings", "show"}, dir.path());
@@ -153,8 +153,8 @@ void tst_CliSettings::namesLimitedToTheHeaderFields_data()
     const QString bank48 = QString(48, 'B');
     const QString branch22 = QString(22, 'R');
     QTest::newRow("bank name of 48") << "--bank-name" << bank48 << 0 << "Bank Name: " + bank48;
-    QTest::newRow("bank name of 48 with blanks around") << "--bank-name" << "  " + bank48 + "  " << 0
-                                                        << "Bank Name: " + bank48;
+    QTest::newRow("bank name of 48 with blanks around") << "--bank-name"
+                                                        << "  " + bank48 + "  " << 0 << "Bank Name: " + bank48;
     QTest::newRow("bank name of 49") << "--bank-name" << bank48 + "X" << 2 << "Bank Name: Old Bank";
     QTest::newRow("bank name of 100000") << "--bank-name" << QString(100000, 'Y') << 2 << "Bank Name: Old Bank";
     QTest::newRow("branch name of 22") << "--branch-name" << branch22 << 0 << "Branch Name: " + branch22;
