@@ -1,8 +1,10 @@
-# Precompiled Qt headers, shared: four small targets each compile one
+# Precompiled Qt headers, shared: two small targets each compile one
 # precompiled header, and every library, program and test reuses the one that
-# matches what it links (Widgets or not, QtTest or not). A header compiled
-# once saves parsing the Qt headers in every file; tests, one file each,
-# would gain nothing from a header of their own.
+# matches what it links (Widgets or not). A header compiled once saves parsing
+# the Qt headers in every file; tests, one file each, would gain nothing from
+# a header of their own. <QtTest> is left out: QtTest's headers depend on
+# QT_TESTCASE_BUILDDIR and QT_TESTCASE_SOURCEDIR, which differ for every test
+# folder, so GCC would refuse such a header in all but one.
 #
 # GCC uses a precompiled header only when the compile flags match; when they
 # do not it warns (-Winvalid-pch) and reads the headers as usual, so a
@@ -85,9 +87,6 @@ endfunction()
 function(tonvy_reuse_precompiled_headers)
   _tonvy_pch_target(tonvy_pch_core HEADERS ${TONVY_PCH_CORE} LIBS Qt6::Core)
   _tonvy_pch_target(tonvy_pch_widgets HEADERS ${TONVY_PCH_WIDGETS} LIBS Qt6::Widgets)
-  _tonvy_pch_target(tonvy_pch_test_core HEADERS ${TONVY_PCH_CORE} <QtTest> LIBS Qt6::Test)
-  _tonvy_pch_target(tonvy_pch_test_widgets HEADERS ${TONVY_PCH_WIDGETS} <QtTest> <QSignalSpy>
-                    LIBS Qt6::Test Qt6::Widgets)
 
   _tonvy_collect_targets(${CMAKE_SOURCE_DIR} targets)
   foreach(target IN LISTS targets)
@@ -104,16 +103,10 @@ function(tonvy_reuse_precompiled_headers)
       continue()
     endif()
     _tonvy_links(${target} Qt6::Widgets with_widgets)
-    _tonvy_links(${target} Qt6::Test with_test)
-    if(with_test AND with_widgets)
-      set(pch tonvy_pch_test_widgets)
-    elseif(with_test)
-      set(pch tonvy_pch_test_core)
-    elseif(with_widgets)
-      set(pch tonvy_pch_widgets)
+    if(with_widgets)
+      target_precompile_headers(${target} REUSE_FROM tonvy_pch_widgets)
     else()
-      set(pch tonvy_pch_core)
+      target_precompile_headers(${target} REUSE_FROM tonvy_pch_core)
     endif()
-    target_precompile_headers(${target} REUSE_FROM ${pch})
   endforeach()
 endfunction()
