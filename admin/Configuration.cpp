@@ -1,6 +1,7 @@
 #include "Configuration.h"
 
 #include "AppSettings.h"
+#include "EntryLimits.h"
 #include "PortResolver.h"
 #include "SettingsStore.h"
 #include "SharedDatabase.h"
@@ -23,6 +24,13 @@ Stored load(SharedDatabase& db, AppSettings& settings)
     s.commPort = rs.text(QStringLiteral("Comm Port"));
     settings.CommPort = s.commPort;
     return s;
+}
+
+QString entryProblem(const Entry& entry)
+{
+    if (QString problem = EntryLimits::bankNameProblem(entry.bankName); !problem.isEmpty())
+        return problem;
+    return EntryLimits::branchNameProblem(entry.branchName);
 }
 
 Saved save(SharedDatabase& db, AppSettings& settings, const Entry& entry)

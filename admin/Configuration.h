@@ -45,6 +45,10 @@ struct Saved
 // left open. Throws StoreError.
 Stored load(SharedDatabase& db, AppSettings& settings);
 
+// The message for a name longer than the download header's field, or an
+// empty text when the entry can be saved.
+QString entryProblem(const Entry& entry);
+
 // Writes the entry: a new row takes the font list's index as FontSize, an
 // existing row takes "1" for Big, "0" for Small and otherwise keeps its value.
 // AppSettings takes the written names and port, and on an existing row the

@@ -3,9 +3,10 @@
 #include "AppContext.h"
 #include "ColourButton.h"
 #include "Configuration.h"
+#include "EntryLimits.h"
 #include "KeyHook.h"
-#include "ScreenParts.h"
 #include "Messenger.h"
+#include "ScreenParts.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
 
@@ -38,6 +39,9 @@ frmConfigure::frmConfigure(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
     m_bankName->setObjectName(QStringLiteral("txtBankName"));
     m_branchName = new QLineEdit(frame);
     m_branchName->setObjectName(QStringLiteral("txtBranchName"));
+    // The boxes hold no more than the download header has room for.
+    m_bankName->setMaxLength(EntryLimits::BankNameWidth);
+    m_branchName->setMaxLength(EntryLimits::BranchNameWidth);
     m_comPort = new QComboBox(frame);
     m_comPort->setObjectName(QStringLiteral("cmbComPort"));
     m_device = namedLabel("lblDevice", QString(), frame);
@@ -118,6 +122,10 @@ void frmConfigure::cmdUpdate_Click()
     entry.commPort = m_comPort->currentText();
     entry.fontSizeText = m_fontSize->currentText();
     entry.fontSizeIndex = m_fontSize->currentIndex();
+    if (const QString problem = Configuration::entryProblem(entry); !problem.isEmpty()) {
+        m_ctx.messenger().critical(problem);
+        return;
+    }
     try {
         const Configuration::Saved saved = Configuration::save(m_ctx.db(), m_ctx.settings, entry);
         if (saved.windowFontSize) {

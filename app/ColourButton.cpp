@@ -1,5 +1,7 @@
 #include "ColourButton.h"
 
+#include <QKeyEvent>
+
 namespace {
 const char* const normalStyle = "QPushButton { color: #404040; background-color: #E0E0E0; "
                                 "border: 1px solid #808080; padding: 4px 12px; }"
@@ -39,4 +41,17 @@ void ColourButton::leaveEvent(QEvent* event)
     m_highlighted = false;
     SetNormalColours(this);
     QPushButton::leaveEvent(event);
+}
+
+void ColourButton::keyPressEvent(QKeyEvent* event)
+{
+    if (event->key() != Qt::Key_Return && event->key() != Qt::Key_Enter) {
+        QPushButton::keyPressEvent(event);
+        return;
+    }
+    // A held key presses once: its repeats would click the button that takes
+    // the focus after Enter moved it there from a text box.
+    event->accept();
+    if (!event->isAutoRepeat() && isEnabled())
+        click();
 }

@@ -3,7 +3,8 @@
 #include <QPushButton>
 
 // The push button every screen uses: dark grey text on light grey normally,
-// white text on mid grey while the pointer is over it.
+// white text on mid grey while the pointer is over it. Enter or Return on the
+// focused button presses it, as Space does: the clerks press Enter.
 class ColourButton : public QPushButton
 {
     Q_OBJECT
@@ -19,6 +20,7 @@ public:
 protected:
     void enterEvent(QEnterEvent* event) override;
     void leaveEvent(QEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     bool m_highlighted = false;

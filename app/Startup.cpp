@@ -5,9 +5,16 @@
 #include "SharedDatabase.h"
 #include "StoreError.h"
 
+#include <QCoreApplication>
 #include <QDir>
 
 namespace Startup {
+
+void nameApplication()
+{
+    QCoreApplication::setApplicationName(QStringLiteral("tonvy"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("2.1"));
+}
 
 bool openDatabase(SharedDatabase& db, const QString& dataDir, Messenger& messenger)
 {

@@ -7,6 +7,11 @@ class SharedDatabase;
 
 namespace Startup {
 
+// The program's name and version for Qt. No display name is set: on X11 Qt
+// appends it to every window's caption, and the captions must read exactly as
+// each window sets them ("PasswordEntry", "Send Data", ...).
+void nameApplication();
+
 // Opens HandHeldData.db in the data folder (creating both when missing).
 // On failure the reason, naming the file, is shown through the messenger
 // and false is returned: the program then ends with a non-zero status.

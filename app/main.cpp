@@ -15,9 +15,7 @@
 int main(int argc, char* argv[])
 {
     QApplication app(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("tonvy"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Tonvy Hand-Held Interface Software"));
-    QApplication::setApplicationVersion(QStringLiteral("2.1"));
+    Startup::nameApplication();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Tonvy Hand-Held Interface Software"));

@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ConsoleMessenger.h"
+#include "EntryLimits.h"
 #include "SettingsStore.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
@@ -15,9 +16,9 @@ int show(CliRun& run)
         run.messenger.critical(QStringLiteral("Please Select CommPort and BankName"));
         return CliExit::Failure;
     }
-    const QString font = s.FontSize == QLatin1String("1") ? QStringLiteral("Big")
+    const QString font = s.FontSize == QLatin1String("1")   ? QStringLiteral("Big")
                          : s.FontSize == QLatin1String("0") ? QStringLiteral("Small")
-                                                             : s.FontSize;
+                                                            : s.FontSize;
     ConsoleMessenger::line(QStringLiteral("Bank Name: ") + s.BankName);
     ConsoleMessenger::line(QStringLiteral("Branch Name: ") + s.BranchName);
     ConsoleMessenger::line(QStringLiteral("Comm Port: ") + s.CommPort);
@@ -32,10 +33,16 @@ int set(CliRun& run)
 {
     const QCommandLineParser& p = run.parser;
     SettingsChange change;
-    if (p.isSet(QStringLiteral("bank-name")))
+    if (p.isSet(QStringLiteral("bank-name"))) {
         change.bankName = p.value(QStringLiteral("bank-name")).trimmed();
-    if (p.isSet(QStringLiteral("branch-name")))
+        if (const QString problem = EntryLimits::bankNameProblem(*change.bankName); !problem.isEmpty())
+            return cliUsageError(QStringLiteral("--bank-name: ") + problem);
+    }
+    if (p.isSet(QStringLiteral("branch-name"))) {
         change.branchName = p.value(QStringLiteral("branch-name")).trimmed();
+        if (const QString problem = EntryLimits::branchNameProblem(*change.branchName); !problem.isEmpty())
+            return cliUsageError(QStringLiteral("--branch-name: ") + problem);
+    }
     if (p.isSet(QStringLiteral("comm-port"))) {
         const QString port = p.value(QStringLiteral("comm-port")).trimmed();
         bool ok = false;
@@ -71,18 +78,20 @@ CliCommand settingsCommand()
 {
     CliCommand c;
     c.name = QStringLiteral("settings");
-    c.synopsis = QStringLiteral(
-        "settings show\n"
-        "settings set [--bank-name T] [--branch-name T] [--comm-port 1..10] [--font-size small|big]\n"
-        "             [--bank-info-path DIR] [--report-path DIR]");
+    c.synopsis =
+        QStringLiteral("settings show\n"
+                       "settings set [--bank-name T] [--branch-name T] [--comm-port 1..10] [--font-size small|big]\n"
+                       "             [--bank-info-path DIR] [--report-path DIR]");
     c.addOptions = [](QCommandLineParser& p) {
-        p.addOption({QStringLiteral("bank-name"), QStringLiteral("Bank name."), QStringLiteral("T")});
-        p.addOption({QStringLiteral("branch-name"), QStringLiteral("Branch name."), QStringLiteral("T")});
+        p.addOption(
+            {QStringLiteral("bank-name"), QStringLiteral("Bank name, at most 48 characters."), QStringLiteral("T")});
+        p.addOption({QStringLiteral("branch-name"), QStringLiteral("Branch name, at most 22 characters."),
+                     QStringLiteral("T")});
         p.addOption({QStringLiteral("comm-port"), QStringLiteral("Comm Port number, 1 to 10."), QStringLiteral("N")});
-        p.addOption({QStringLiteral("font-size"), QStringLiteral("Terminal font size: small or big."),
-                     QStringLiteral("SIZE")});
-        p.addOption({QStringLiteral("bank-info-path"), QStringLiteral("Folder of the bank's download and upload files."),
-                     QStringLiteral("DIR")});
+        p.addOption(
+            {QStringLiteral("font-size"), QStringLiteral("Terminal font size: small or big."), QStringLiteral("SIZE")});
+        p.addOption({QStringLiteral("bank-info-path"),
+                     QStringLiteral("Folder of the bank's download and upload files."), QStringLiteral("DIR")});
         p.addOption({QStringLiteral("report-path"), QStringLiteral("Report folder."), QStringLiteral("DIR")});
     };
     c.run = [](CliRun& run) {

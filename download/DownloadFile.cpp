@@ -14,15 +14,20 @@ namespace {
 constexpr qsizetype FullLength = 136;
 constexpr qsizetype RebuildBelow = 71;
 
+// Columns past the end of a short line give empty text, never a null
+// string: a null would be stored as NULL, and the original's string cutting
+// gave "".
 QString cut(const QString& line, qsizetype column, qsizetype width)
 {
-    return line.mid(column - 1, width);
+    const QString field = line.mid(column - 1, width);
+    return field.isNull() ? QString::fromLatin1("") : field;
 }
 
 // dd/mm/yyyy in ten columns from `column`, kept as ddmmyy.
 QString shortDate(const QString& line, qsizetype column)
 {
-    return cut(line, column, 2) + cut(line, column + 3, 2) + cut(line, column + 8, 2);
+    QString date = cut(line, column, 2) + cut(line, column + 3, 2) + cut(line, column + 8, 2);
+    return date.isNull() ? QString::fromLatin1("") : date;
 }
 
 void appendSpaces(QString& line, qsizetype count)
@@ -163,8 +168,10 @@ bool DownloadFile::ReadDownLoadFile(QIODevice& device)
     QList<DownloadRecord> records;
     QString branchId;
     QString agentId;
+    int agentLine = 0;
     while (!in.atEnd()) {
         const int number = static_cast<int>(records.size()) + 1;
+        const int lineNumber = in.lineNumber();
         QString line = in.lineInput();
         if (line.size() < FullLength) {
             while (line.size() < RebuildBelow) {
@@ -191,7 +198,19 @@ bool DownloadFile::ReadDownLoadFile(QIODevice& device)
         DownloadRecord record = DownloadRecord::fromLine(line);
         branchId = record.BranchID;
         agentId = record.AgentID;
+        agentLine = lineNumber;
         records.append(std::move(record));
+    }
+
+    // The last record's agent goes into every stored row and is what the
+    // next download of that agent deletes by: without one the rows could
+    // never be replaced.
+    if (!records.isEmpty() && agentId.trimmed().isEmpty()) {
+        return fail(Failure::DataFormat,
+                    QStringLiteral("Error in DATA FORMAT at line %1: the record has no agent identifier "
+                                   "(columns 124-138)")
+                        .arg(agentLine),
+                    Messenger::Icon::None, static_cast<int>(records.size()));
     }
 
     if (records.size() > MaxRecords) {

@@ -30,8 +30,10 @@ void SequentialInput::skipLineEnd()
         get();
         if (peek() == '\n')
             get();
+        ++m_lineEnds;
     } else if (c == '\n') {
         get();
+        ++m_lineEnds;
     }
 }
 

@@ -26,6 +26,9 @@ public:
     // nothing, when the file is already at its end ("input past end of file").
     bool listInput(QString* item);
 
+    // The number (from 1) of the line the next character stands on.
+    int lineNumber() const { return m_lineEnds + 1; }
+
 private:
     int peek() const;   // next byte, or -1 at the end
     int get();          // next byte consumed, or -1 at the end
@@ -34,4 +37,5 @@ private:
     static bool isBlank(int c) { return c == ' ' || c == '\t'; }
 
     QIODevice& m_device;
+    int m_lineEnds = 0;
 };

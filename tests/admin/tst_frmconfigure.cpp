@@ -26,6 +26,8 @@ private slots:
     void loadFillsFieldsAndSettings_data();
     void loadFillsFieldsAndSettings();
     void blanksAroundNamesAreNotStored();
+    void namesHeldToTheHeaderWidths();
+    void tooLongEntryIsRefused();
     void enterInBankNameResetsPortToOne();
     void enterInPortListMovesToUpdate();
     void deviceShownBesideThePortList_data();
@@ -256,6 +258,41 @@ void tst_frmConfigure::blanksAroundNamesAreNotStored()
     QCOMPARE(field(t, "BranchName"), QStringLiteral("Fort"));
     QCOMPARE(t.ctx->settings.BankName, QStringLiteral("State  Bank"));
     QCOMPARE(t.ctx->settings.BranchName, QStringLiteral("Fort"));
+}
+
+void tst_frmConfigure::namesHeldToTheHeaderWidths()
+{
+    TestContext t;
+    setRow(t, "Old", "Old", "1", "0");
+    frmConfigure w(*t.ctx);
+    auto* bank = w.findChild<QLineEdit*>("txtBankName");
+    auto* branch = w.findChild<QLineEdit*>("txtBranchName");
+    QCOMPARE(bank->maxLength(), 48);
+    QCOMPARE(branch->maxLength(), 22);
+    bank->clear();
+    branch->clear();
+    QTest::keyClicks(bank, QString(60, 'B'));
+    QTest::keyClicks(branch, QString(30, 'R'));
+    QCOMPARE(bank->text(), QString(48, 'B'));
+    QCOMPARE(branch->text(), QString(22, 'R'));
+    QTest::mouseClick(w.findChild<ColourButton*>("cmdUpdate"), Qt::LeftButton);
+    QCOMPARE(field(t, "BankName"), QString(48, 'B'));
+    QCOMPARE(field(t, "BranchName"), QString(22, 'R'));
+    QCOMPARE(t.messenger.texts(), QStringList{"Data Saved Successfully"});
+}
+
+void tst_frmConfigure::tooLongEntryIsRefused()
+{
+    // The boxes cannot take more; the rule behind them refuses it as well.
+    Configuration::Entry entry;
+    entry.bankName = QString(48, 'B');
+    entry.branchName = QString(22, 'R');
+    QCOMPARE(Configuration::entryProblem(entry), QString());
+    entry.bankName = QString(49, 'B');
+    QVERIFY(Configuration::entryProblem(entry).contains("at most 48"));
+    entry.bankName = "  " + QString(48, 'B') + "  ";
+    entry.branchName = QString(23, 'R');
+    QVERIFY(Configuration::entryProblem(entry).contains("at most 22"));
 }
 
 void tst_frmConfigure::enterInBankNameResetsPortToOne()

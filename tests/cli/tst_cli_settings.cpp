@@ -19,6 +19,8 @@ private slots:
     void setThenShowRoundTrips();
     void setTrimsNamesAndEditsTheSameRow();
     void setPartialKeepsOtherFields();
+    void namesLimitedToTheHeaderFields_data();
+    void namesLimitedToTheHeaderFields();
     void unopenableDatabase();
 
 private:
@@ -99,10 +101,10 @@ void tst_CliSettings::showWithoutRowIsARefusal()
 void tst_CliSettings::setThenShowRoundTrips()
 {
     QTemporaryDir dir;
-    const Result set = run({"settings", "set", "--bank-name", "Coastal Bank", "--branch-name", "Harbour Road",
-                            "--comm-port", "3", "--font-size", "big", "--bank-info-path", "/srv/bank",
-                            "--report-path", "/srv/reports"},
-                           dir.path());
+    const Result set =
+        run({"settings", "set", "--bank-name", "Coastal Bank", "--branch-name", "Harbour Road", "--comm-port", "3",
+             "--font-size", "big", "--bank-info-path", "/srv/bank", "--report-path", "/srv/reports"},
+            dir.path());
     QCOMPARE(set.code, 0);
     QCOMPARE(set.out, QStringLiteral("Data Saved Successfully\n"));
     const Result show = run({"settings", "show"}, dir.path());
@@ -140,6 +142,42 @@ void tst_CliSettings::setPartialKeepsOtherFields()
     QVERIFY(show.out.contains("Serial Device: /dev/ttyS9\n"));
     QVERIFY(show.out.contains("Font Size: Small\n"));
     QVERIFY(show.out.contains("Branch Name: North\n"));
+}
+
+void tst_CliSettings::namesLimitedToTheHeaderFields_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("stored"); // what settings show prints afterwards
+    const QString bank48 = QString(48, 'B');
+    const QString branch22 = QString(22, 'R');
+    QTest::newRow("bank name of 48") << "--bank-name" << bank48 << 0 << "Bank Name: " + bank48;
+    QTest::newRow("bank name of 48 with blanks around") << "--bank-name"
+                                                        << "  " + bank48 + "  " << 0 << "Bank Name: " + bank48;
+    QTest::newRow("bank name of 49") << "--bank-name" << bank48 + "X" << 2 << "Bank Name: Old Bank";
+    QTest::newRow("bank name of 100000") << "--bank-name" << QString(100000, 'Y') << 2 << "Bank Name: Old Bank";
+    QTest::newRow("branch name of 22") << "--branch-name" << branch22 << 0 << "Branch Name: " + branch22;
+    QTest::newRow("branch name of 23") << "--branch-name" << branch22 + "X" << 2 << "Branch Name: Old Branch";
+}
+
+void tst_CliSettings::namesLimitedToTheHeaderFields()
+{
+    QFETCH(QString, option);
+    QFETCH(QString, value);
+    QFETCH(int, code);
+    QFETCH(QString, stored);
+    QTemporaryDir dir;
+    QCOMPARE(run({"settings", "set", "--bank-name", "Old Bank", "--branch-name", "Old Branch"}, dir.path()).code, 0);
+    const Result r = run({"settings", "set", option, value}, dir.path());
+    QCOMPARE(r.code, code);
+    if (code != 0) {
+        QVERIFY2(r.err.contains(option + ": "), qPrintable(r.err));
+        QVERIFY2(r.err.contains(option == "--bank-name" ? "at most 48" : "at most 22"), qPrintable(r.err));
+        QVERIFY(r.out.isEmpty());
+    }
+    const Result show = run({"settings", "show"}, dir.path());
+    QVERIFY2(show.out.split('\n').contains(stored), qPrintable(show.out));
 }
 
 void tst_CliSettings::unopenableDatabase()

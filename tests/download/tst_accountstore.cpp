@@ -60,6 +60,7 @@ private slots:
     void sameAgentTwiceKeepsOnlySecondFile();
     void otherAgentsUntouched();
     void rejectedFileLeavesBankData();
+    void shortLineStoredAsEmptyText();
     void apostropheRefused_data();
     void apostropheRefused();
     void failedInsertRollsBack();
@@ -155,7 +156,8 @@ void tst_AccountStore::rejectedFileLeavesBankData()
     const QStringList before = bankData(t.db);
 
     // A file the reader refuses never reaches the store, so nothing changes.
-    for (const QByteArray& bad : {accountsFile(2001), joinLines({AccountLine().bytes().left(90)})}) {
+    const QByteArray noAgentLast = joinLines({AccountLine().bytes(), AccountLine().bytes().left(120)});
+    for (const QByteArray& bad : {accountsFile(2001), joinLines({AccountLine().bytes().left(90)}), noAgentLast}) {
         DownloadFile file;
         QByteArray content = bad;
         QBuffer buffer(&content);
@@ -164,6 +166,32 @@ void tst_AccountStore::rejectedFileLeavesBankData()
         QCOMPARE(file.recordCount(), 0);
         QCOMPARE(bankData(t.db), before);
     }
+}
+
+void tst_AccountStore::shortLineStoredAsEmptyText()
+{
+    // A short line's missing columns are stored as empty text, as the
+    // original's string cutting gave, never as NULL.
+    TestContext t;
+    AccountStore store(t.db);
+    const DownloadFile file =
+        readFile(joinLines({AccountLine::numbered(1).bytes().left(101), AccountLine::numbered(2).bytes().left(120),
+                            AccountLine::numbered(3).bytes()}));
+    QString error;
+    QVERIFY2(store.Store_BankData(file, path, &error), qPrintable(error));
+    QSqlQuery q(t.db.connection());
+    QVERIFY(q.exec(QStringLiteral("SELECT OpeningDate IS NULL, Txndate IS NULL, MyDate IS NULL, "
+                                  "BankSoftACNumber IS NULL, OpeningDate, Txndate, MyDate, BankSoftACNumber "
+                                  "FROM BankData ORDER BY rowid")));
+    QStringList seen;
+    while (q.next()) {
+        for (int i = 0; i < 4; ++i)
+            QCOMPARE(q.value(i).toInt(), 0);
+        seen << QStringList{q.value(4).toString(), q.value(5).toString(), q.value(6).toString(), q.value(7).toString()}
+                    .join(QLatin1Char('|'));
+    }
+    // The 101-character line ends inside the file date's day.
+    QCOMPARE(seen, QStringList({"|||", "||1611|", "010405|151107|161107|BS0000000000003"}));
 }
 
 void tst_AccountStore::apostropheRefused_data()

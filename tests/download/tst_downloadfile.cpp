@@ -34,6 +34,8 @@ private slots:
     void lineLength_data();
     void lineLength();
     void shortLineGivesShortFields();
+    void lastRecordWithoutAgentIsRefused_data();
+    void lastRecordWithoutAgentIsRefused();
     void longLineIgnoresColumnsBeyond174();
     void splitRecord_data();
     void splitRecord();
@@ -150,11 +152,12 @@ void tst_DownloadFile::lineLength()
     QFETCH(bool, accepted);
     QByteArray line = AccountLine().bytes().leftJustified(length, 'Z', true);
     DownloadFile file;
-    // A good record first: a rejected file keeps none of it.
-    const bool ok = readBytes(file, joinLines({AccountLine().bytes(), line}));
+    // A good record first: a rejected file keeps none of it. A good record
+    // last, too: the last record's agent must be there.
+    const bool ok = readBytes(file, joinLines({AccountLine().bytes(), line, AccountLine().bytes()}));
     QCOMPARE(ok, accepted);
     if (accepted) {
-        QCOMPARE(file.recordCount(), 2);
+        QCOMPARE(file.recordCount(), 3);
         QCOMPARE(file.failure(), DownloadFile::Failure::None);
     } else {
         QCOMPARE(file.failure(), DownloadFile::Failure::DataFormat);
@@ -169,14 +172,59 @@ void tst_DownloadFile::shortLineGivesShortFields()
 {
     const QByteArray line = AccountLine().bytes().left(120);
     DownloadFile file;
-    QVERIFY(readBytes(file, joinLines({line})));
+    QVERIFY(readBytes(file, joinLines({line, AccountLine().bytes()})));
     const DownloadRecord& r = file.records().at(0);
     QCOMPARE(r.AgreedAmount, QStringLiteral("00100"));
     QCOMPARE(r.MyDate, QStringLiteral("1611")); // the year's columns are past the end
-    QCOMPARE(r.AgentID, QString());
-    QCOMPARE(r.OpeningDate, QString());
-    QCOMPARE(r.Txndate, QString());
-    QCOMPARE(r.BankSoftACNumber, QString());
+    // Empty text, not null: a null would be stored as NULL.
+    for (const QString* field : {&r.AgentID, &r.OpeningDate, &r.Txndate, &r.BankSoftACNumber}) {
+        QCOMPARE(*field, QString());
+        QVERIFY(!field->isNull());
+    }
+    const DownloadRecord tiny = DownloadRecord::fromLine(QString());
+    for (const QString* field : {&tiny.BranchID, &tiny.ACName, &tiny.MyDate, &tiny.AgentID, &tiny.OpeningDate,
+                                 &tiny.Txndate, &tiny.BankSoftACNumber})
+        QVERIFY(!field->isNull());
+    QCOMPARE(file.AgentID(), AccountLine::field(AccountLine().agent, 15));
+}
+
+void tst_DownloadFile::lastRecordWithoutAgentIsRefused_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<int>("line"); // 0: accepted
+    QTest::addColumn<int>("record");
+    const QByteArray good = AccountLine().bytes();
+    AccountLine blank;
+    blank.agent = QString();
+    QTest::newRow("last line of 101") << joinLines({good, good.left(101)}) << 2 << 2;
+    QTest::newRow("last line of 120") << joinLines({good, good.left(120)}) << 2 << 2;
+    QTest::newRow("last line of 123") << joinLines({good, good.left(123)}) << 2 << 2;
+    QTest::newRow("last line of 124 has one agent character") << joinLines({good, good.left(124)}) << 0 << 0;
+    QTest::newRow("only line of 120") << joinLines({good.left(120)}) << 1 << 1;
+    QTest::newRow("full last line with a blank agent") << joinLines({good, blank.bytes()}) << 2 << 2;
+    QTest::newRow("blank agent in the middle is not used") << joinLines({blank.bytes(), good}) << 0 << 0;
+    // A split record before it: the line number is not the record number.
+    QTest::newRow("after a split record")
+        << joinLines({good, QByteArray(30, 'H'), QByteArray(65, 'A'), good.left(110)}) << 4 << 3;
+}
+
+void tst_DownloadFile::lastRecordWithoutAgentIsRefused()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(int, line);
+    QFETCH(int, record);
+    DownloadFile file;
+    const bool ok = readBytes(file, content);
+    QCOMPARE(ok, line == 0);
+    if (ok)
+        return;
+    QCOMPARE(file.failure(), DownloadFile::Failure::DataFormat);
+    QCOMPARE(file.errorString(), QStringLiteral("Error in DATA FORMAT at line %1: the record has no agent "
+                                                "identifier (columns 124-138)")
+                                     .arg(line));
+    QCOMPARE(file.errorIcon(), Messenger::Icon::None);
+    QCOMPARE(file.failedRecord(), record);
+    QCOMPARE(file.recordCount(), 0);
     QCOMPARE(file.AgentID(), QString());
 }
 
@@ -239,12 +287,13 @@ void tst_DownloadFile::splitRecord()
     QFETCH(bool, accepted);
     QFETCH(QString, rebuilt);
     DownloadFile file;
-    QCOMPARE(readBytes(file, content), accepted);
+    // A whole record follows, so that the last record has its agent.
+    QCOMPARE(readBytes(file, content + joinLines({AccountLine().bytes()})), accepted);
     if (!accepted) {
         QCOMPARE(file.errorString(), QStringLiteral("Error in DATA FORMAT"));
         return;
     }
-    QCOMPARE(file.recordCount(), 1);
+    QCOMPARE(file.recordCount(), 2);
     const DownloadRecord expected = DownloadRecord::fromLine(rebuilt);
     const DownloadRecord& r = file.records().at(0);
     QCOMPARE(r.BranchID, expected.BranchID);

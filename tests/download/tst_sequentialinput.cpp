@@ -12,6 +12,7 @@ private slots:
     void reads_data();
     void reads();
     void latin1OneBytePerCharacter();
+    void lineNumberCountsEveryLineEnd();
 };
 
 void tst_SequentialInput::reads_data()
@@ -79,6 +80,27 @@ void tst_SequentialInput::latin1OneBytePerCharacter()
                                        "A\xff"));
     QCOMPARE(item.size(), 8);
     QCOMPARE(in.lineInput(), QString(QChar(0xe9)));
+}
+
+void tst_SequentialInput::lineNumberCountsEveryLineEnd()
+{
+    QByteArray content("a\r\nb,c\nd\re\r\n");
+    QBuffer buffer(&content);
+    QVERIFY(buffer.open(QIODevice::ReadOnly));
+    SequentialInput in(buffer);
+    QCOMPARE(in.lineNumber(), 1);
+    in.lineInput();
+    QCOMPARE(in.lineNumber(), 2);
+    QString item;
+    in.listInput(&item); // "b": the comma ends it, the line goes on
+    QCOMPARE(in.lineNumber(), 2);
+    in.listInput(&item); // "c" and its LF
+    QCOMPARE(in.lineNumber(), 3);
+    in.lineInput(); // "d" and its CR
+    QCOMPARE(in.lineNumber(), 4);
+    in.lineInput(); // "e" and its CR LF, counted once
+    QCOMPARE(in.lineNumber(), 5);
+    QVERIFY(in.atEnd());
 }
 
 QTEST_GUILESS_MAIN(tst_SequentialInput)
