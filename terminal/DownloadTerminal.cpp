@@ -180,7 +180,16 @@ void DownloadTerminal::handleFrame(const QByteArray& frame)
         answer(number, QByteArrayLiteral("NACK"));
         return;
     }
+    if (!isHeader && m_headerSeen && (number < 2 || number > m_state.recordCount + 1)) {
+        // The record number is not covered by the check byte: a number the
+        // header did not announce is a damaged frame, not an account.
+        ++m_rejected;
+        emit note(QStringLiteral("frame %1: no such account in this download, NACK").arg(number));
+        answer(number, QByteArrayLiteral("NACK"));
+        return;
+    }
     if (isHeader) {
+        m_headerSeen = true;
         m_state = TerminalAccounts(); // a new download replaces all the terminal held
         m_state.takeHeaderFrame(frame);
         m_accounts.clear();

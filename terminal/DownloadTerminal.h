@@ -93,6 +93,7 @@ private:
     TerminalAccounts m_state;
     QMap<int, TerminalAccount> m_accounts;
     QList<int> m_received;
+    bool m_headerSeen = false;
     int m_endFrames = 0;
     int m_rejected = 0;
     qint64 m_bytesIn = 0;
