@@ -57,25 +57,44 @@ void filterKeys(QLineEdit* box, QChar highest, QWidget* next)
 QMessageBox::Icon boxIcon(Messenger::Icon icon)
 {
     switch (icon) {
-    case Messenger::Icon::Information: return QMessageBox::Information;
-    case Messenger::Icon::Critical: return QMessageBox::Critical;
-    case Messenger::Icon::None: break;
+    case Messenger::Icon::Information:
+        return QMessageBox::Information;
+    case Messenger::Icon::Critical:
+        return QMessageBox::Critical;
+    case Messenger::Icon::None:
+        break;
     }
     return QMessageBox::NoIcon;
 }
 
 // Enter on a focused button presses it, as it did on the original screen.
-// The key is taken here, so a button that also answers Enter itself is
-// pressed once.
+// Both the press and the release of the key are taken here, so a button
+// that also answers Enter by itself (on either) is still pressed once.
+class EnterPresses : public QObject
+{
+public:
+    explicit EnterPresses(ColourButton* button) : QObject(button), m_button(button) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() != QEvent::KeyPress && event->type() != QEvent::KeyRelease)
+            return QObject::eventFilter(watched, event);
+        auto* key = static_cast<QKeyEvent*>(event);
+        if (!KeyHook::isEnter(key))
+            return QObject::eventFilter(watched, event);
+        if (event->type() == QEvent::KeyPress && !key->isAutoRepeat() && m_button->isEnabled())
+            m_button->click();
+        return true;
+    }
+
+private:
+    ColourButton* m_button;
+};
+
 void pressOnEnter(ColourButton* button)
 {
-    KeyHook::install(button, [button](QKeyEvent* e) {
-        if (!KeyHook::isEnter(e))
-            return false;
-        if (button->isEnabled())
-            button->click();
-        return true;
-    });
+    button->installEventFilter(new EnterPresses(button));
 }
 
 } // namespace

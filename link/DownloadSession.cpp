@@ -37,10 +37,12 @@ bool DownloadSession::busy() const
     case Phase::AwaitingHeaderAck:
     case Phase::HeaderAcknowledged:
     case Phase::SendingRecords:
-    case Phase::AwaitingEndAck: return true;
+    case Phase::AwaitingEndAck:
+        return true;
     case Phase::Idle:
     case Phase::Done:
-    case Phase::Stopped: break;
+    case Phase::Stopped:
+        break;
     }
     return false;
 }

@@ -25,13 +25,13 @@ class DownloadSession : public QObject
     Q_OBJECT
 public:
     enum class Phase {
-        Idle,              // nothing sent yet
-        AwaitingHeaderAck, // the header is out, sent once, waiting for its acknowledgement
+        Idle,               // nothing sent yet
+        AwaitingHeaderAck,  // the header is out, sent once, waiting for its acknowledgement
         HeaderAcknowledged, // the 10 ms tick that starts the accounts is due
-        SendingRecords,    // account frames out one by one
-        AwaitingEndAck,    // "OVER" is out
-        Done,              // the final acknowledgement arrived
-        Stopped,           // ended with a message, or stopped by the clerk
+        SendingRecords,     // account frames out one by one
+        AwaitingEndAck,     // "OVER" is out
+        Done,               // the final acknowledgement arrived
+        Stopped,            // ended with a message, or stopped by the clerk
     };
     Q_ENUM(Phase)
 

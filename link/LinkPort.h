@@ -26,9 +26,9 @@ class LinkPort : public QObject
 public:
     struct Handlers
     {
-        std::function<void()> dataArrived;                 // bytes are waiting
+        std::function<void()> dataArrived;                  // bytes are waiting
         std::function<void(const QString& message)> failed; // the port failed; it is closed already
-        std::function<void()> taken;                       // another session opened the port
+        std::function<void()> taken;                        // another session opened the port
     };
 
     explicit LinkPort(QObject* parent = nullptr);

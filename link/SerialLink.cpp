@@ -21,8 +21,8 @@ namespace {
 // lock it could not take, or the system says the device is busy.
 bool looksBusy(const QString& device, const QString& detail)
 {
-    if (detail.contains(QLatin1String("lock"), Qt::CaseInsensitive)
-        || detail.contains(QLatin1String("busy"), Qt::CaseInsensitive))
+    if (detail.contains(QLatin1String("lock"), Qt::CaseInsensitive) ||
+        detail.contains(QLatin1String("busy"), Qt::CaseInsensitive))
         return true;
     const QFileInfo info(device);
     return info.exists() && info.isReadable() && info.isWritable();
@@ -30,8 +30,7 @@ bool looksBusy(const QString& device, const QString& detail)
 
 } // namespace
 
-QString SerialLink::openErrorText(const QString& device, QSerialPort::SerialPortError error,
-                                  const QString& detail)
+QString SerialLink::openErrorText(const QString& device, QSerialPort::SerialPortError error, const QString& detail)
 {
     if (device.isEmpty())
         return QStringLiteral("No serial port is configured. Choose the Comm Port in CONFIGURE "
@@ -74,8 +73,8 @@ bool SerialLink::open(QString* error)
     m_port.setPortName(m_device);
     m_port.setReadBufferSize(1024);
     if (m_device.isEmpty() || !m_port.open(QIODevice::ReadWrite)) {
-        const QSerialPort::SerialPortError code = m_device.isEmpty() ? QSerialPort::DeviceNotFoundError
-                                                                     : m_port.error();
+        const QSerialPort::SerialPortError code =
+            m_device.isEmpty() ? QSerialPort::DeviceNotFoundError : m_port.error();
         const QString text = openErrorText(m_device, code, m_port.errorString());
         if (error)
             *error = text;
@@ -84,9 +83,9 @@ bool SerialLink::open(QString* error)
         m_port.clearError();
         return false;
     }
-    const bool ok = m_port.setBaudRate(QSerialPort::Baud19200) && m_port.setParity(QSerialPort::NoParity)
-                    && m_port.setDataBits(QSerialPort::Data8) && m_port.setStopBits(QSerialPort::OneStop)
-                    && m_port.setFlowControl(QSerialPort::NoFlowControl);
+    const bool ok = m_port.setBaudRate(QSerialPort::Baud19200) && m_port.setParity(QSerialPort::NoParity) &&
+                    m_port.setDataBits(QSerialPort::Data8) && m_port.setStopBits(QSerialPort::OneStop) &&
+                    m_port.setFlowControl(QSerialPort::NoFlowControl);
     if (!ok) {
         const QString text = openErrorText(m_device, QSerialPort::UnsupportedOperationError, m_port.errorString());
         m_port.close();
@@ -137,8 +136,8 @@ void SerialLink::onError(QSerialPort::SerialPortError error)
 {
     if (error == QSerialPort::NoError || !m_port.isOpen())
         return;
-    const bool lost = error == QSerialPort::ResourceError || error == QSerialPort::ReadError
-                      || error == QSerialPort::WriteError || error == QSerialPort::TimeoutError;
+    const bool lost = error == QSerialPort::ResourceError || error == QSerialPort::ReadError ||
+                      error == QSerialPort::WriteError || error == QSerialPort::TimeoutError;
     const QString text = lost ? lostText(m_device) : openErrorText(m_device, error, m_port.errorString());
     if (m_trace)
         m_trace->note(QStringLiteral("%1 (%2)").arg(text, m_port.errorString()));

@@ -61,8 +61,8 @@ struct DownloadOptions
             *target = n;
             return true;
         };
-        if (!number(nack, &faults->nackFrame) || !number(wrongNumber, &faults->wrongNumberFrame)
-            || !number(silent, &faults->silentFrame))
+        if (!number(nack, &faults->nackFrame) || !number(wrongNumber, &faults->wrongNumberFrame) ||
+            !number(silent, &faults->silentFrame))
             return false;
         if (parser.isSet(notDownloadMode)) {
             const QString word = parser.value(notDownloadMode).toLower();
@@ -175,8 +175,7 @@ int main(int argc, char* argv[])
     }
     const QString dir = parser.value(stateDir);
     if (!QFileInfo(dir).isDir()) {
-        err() << QStringLiteral("The state folder %1 does not exist.").arg(QDir::toNativeSeparators(dir))
-              << Qt::endl;
+        err() << QStringLiteral("The state folder %1 does not exist.").arg(QDir::toNativeSeparators(dir)) << Qt::endl;
         return 2;
     }
 
@@ -260,6 +259,7 @@ int main(int argc, char* argv[])
     });
 
     out() << QStringLiteral("Terminal ready on %1").arg(pty.devicePath()) << Qt::endl;
-    note(QStringLiteral("State file: %1").arg(QDir::toNativeSeparators(QFileInfo(download.statePath()).absoluteFilePath())));
+    note(QStringLiteral("State file: %1")
+             .arg(QDir::toNativeSeparators(QFileInfo(download.statePath()).absoluteFilePath())));
     return app.exec();
 }

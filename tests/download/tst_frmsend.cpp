@@ -398,7 +398,9 @@ void tst_frmsend::oneBoxOfAKind()
     f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(3));
     f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("1"));
     QTest::mouseClick(f.send(), Qt::LeftButton);
-    f.terminal->feed(QByteArray(8, '\0') + QByteArray("\x00\x00" "AACK", 6));
+    f.terminal->feed(QByteArray(8, '\0') + QByteArray("\x00\x00"
+                                                      "AACK",
+                                                      6));
     DownloadSession& session = f.form->flow().session();
     QTRY_VERIFY(session.timer1().isActive() || session.phase() == DownloadSession::Phase::SendingRecords);
     if (session.timer1().isActive())
@@ -484,6 +486,9 @@ void tst_frmsend::boxLeftOpenWhileAnswersKeepComing()
     QTRY_COMPARE_WITH_TIMEOUT(messages.count(DownloadSession::checkCableText()), 1, 5000);
     QMessageBox* box = form.findChild<QMessageBox*>(QStringLiteral("MessageBox"));
     QVERIFY(box && box->isVisible());
+    // Ten more time-outs with the box open: resends go on, no second box.
+    QTRY_COMPARE_WITH_TIMEOUT(messages.count(DownloadSession::checkCableText()), 3, 5000);
+    QCOMPARE(form.findChildren<QMessageBox*>(QStringLiteral("MessageBox")).size(), 1);
     terminal->silent = false; // the line is back; the box stays open
     QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 1, 10000);
     QVERIFY(box->isVisible());

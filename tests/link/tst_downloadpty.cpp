@@ -60,8 +60,7 @@ struct PtyFixture
                              QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
                              QStringLiteral("HOLDER %1").arg(i, 3, 10, QLatin1Char('0')),
                              QStringLiteral("%1").arg(i * 1000 + 7, 8, 10, QLatin1Char('0')), QStringLiteral("00100"),
-                             QStringLiteral("0102%1").arg(i % 100, 2, 10, QLatin1Char('0')),
-                             QStringLiteral("      ")});
+                             QStringLiteral("0102%1").arg(i % 100, 2, 10, QLatin1Char('0')), QStringLiteral("      ")});
         }
     }
 

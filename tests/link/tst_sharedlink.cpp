@@ -53,7 +53,9 @@ void tst_SharedLink::onlyTheLastOpenerReadsWritesAndCloses()
     QVERIFY(!send.busy());
 
     // An answer meant for the receive screen is not taken by the send screen.
-    channel->feed(QByteArray(8, '\0') + QByteArray("\x00\x00" "AACK", 6));
+    channel->feed(QByteArray(8, '\0') + QByteArray("\x00\x00"
+                                                   "AACK",
+                                                   6));
     QCOMPARE(completed.count(), 0);
     QVERIFY(channel->pending.isEmpty());
     QCOMPARE(t.ctx->link.RxBuffer.size(), 14); // kept by the receive side, waiting for 137

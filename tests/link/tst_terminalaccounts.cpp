@@ -128,8 +128,7 @@ void TestTerminalAccounts::headerFrameWithLongerTransactions()
     job.branchName = QStringLiteral("MAIN ROAD");
     job.fontSize = QStringLiteral("0");
     LinkCodec codec;
-    const QByteArray frame =
-        DownloadFrames::header(job, QDateTime(QDate(2007, 11, 16), QTime(10, 20, 30)), codec);
+    const QByteArray frame = DownloadFrames::header(job, QDateTime(QDate(2007, 11, 16), QTime(10, 20, 30)), codec);
     QCOMPARE(frame.size(), 138);
     QCOMPARE(static_cast<unsigned char>(frame.at(6)), 0x82u); // not recomputed
     QVERIFY(DownloadTerminal::headerCheckOk(frame));

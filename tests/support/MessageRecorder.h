@@ -28,7 +28,8 @@ public:
     }
     template <typename T> void listen(T* sender, void (T::*signal)(const QString&, Messenger::Icon))
     {
-        QObject::connect(sender, signal, sender, [this](const QString& text, Messenger::Icon icon) { add(text, icon); });
+        QObject::connect(sender, signal, sender,
+                         [this](const QString& text, Messenger::Icon icon) { add(text, icon); });
     }
 
     void add(const QString& text, Messenger::Icon icon) { m_entries.append({text, icon}); }
