@@ -143,6 +143,10 @@ int main(int argc, char* argv[])
             loop.quit();
         });
         deadline.start(static_cast<int>((60000 + accountsPerSend * 2000) * scale));
+        // Each download from a freshly opened send screen: a second one from
+        // the same screen would find "download complete" still set and never
+        // resend, as the original did.
+        session.Form_Load();
         session.prepareSend();
         session.FirstProtocol(job);
         if (outcome == Running)
@@ -170,7 +174,10 @@ int main(int argc, char* argv[])
             verdict = "HUNG";
             session.stopTransfer();
         }
-        std::printf("send %3d: %s\n", send, verdict);
+        if (outcome == Stopped)
+            std::printf("send %3d: %s (%s)\n", send, verdict, qPrintable(ending.section(QLatin1Char('\n'), 0, 0)));
+        else
+            std::printf("send %3d: %s\n", send, verdict);
         std::fflush(stdout);
     }
 
