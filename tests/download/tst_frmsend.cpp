@@ -8,6 +8,7 @@
 #include "frmsend.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -504,6 +505,19 @@ void tst_frmsend::boxLeftOpenWhileAnswersKeepComing()
     QCOMPARE(cableBoxes, 1);
 }
 
+// Polls in small steps (QTRY_* waits 50 ms between looks).
+template <typename Condition> bool waitFor(Condition done, int timeoutMs = 5000)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QTest::qWait(1);
+    }
+    return true;
+}
+
 // The screen closed and the terminal gone within milliseconds of each other,
 // on a real serial port, after a refused Send: nothing may crash.
 void tst_frmsend::closedAsTheTerminalGoes()
@@ -538,7 +552,7 @@ void tst_frmsend::closedAsTheTerminalGoes()
         QTest::keyClicks(date, QStringLiteral("1611"));
         // A send the terminal refuses: the port stays open.
         QTest::mouseClick(send, Qt::LeftButton);
-        QTRY_VERIFY(send->isEnabled());
+        QVERIFY(waitFor([&] { return send->isEnabled(); }));
         // Then a send refused for a missing file, answered.
         date->setText(QStringLiteral("1612"));
         QTest::mouseClick(send, Qt::LeftButton);
@@ -553,7 +567,7 @@ void tst_frmsend::closedAsTheTerminalGoes()
         }
         QTest::qWait(5);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        QTRY_VERIFY(form.isNull());
+        QVERIFY(waitFor([&] { return form.isNull(); }));
     }
 }
 
