@@ -164,6 +164,17 @@ int main(int argc, char* argv[])
             } else {
                 ++wrong;
                 verdict = "WRONG DATA";
+                const QList<TerminalAccount> expected = expectedAccounts(job.accounts);
+                const QList<TerminalAccount>& got = terminal.state().accounts;
+                int firstDiff = -1;
+                for (int i = 0; i < std::min(expected.size(), got.size()) && firstDiff < 0; ++i)
+                    if (!(expected.at(i) == got.at(i)))
+                        firstDiff = i;
+                std::printf("  terminal holds %lld accounts for %s (expected %lld for %s), end frames %d, first "
+                            "difference at %d\n",
+                            static_cast<long long>(got.size()), qPrintable(terminal.state().agentId),
+                            static_cast<long long>(expected.size()), qPrintable(job.agentId),
+                            terminal.endFramesReceived(), firstDiff);
             }
         } else if (outcome == Stopped) {
             ++withMessage;

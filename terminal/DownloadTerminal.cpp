@@ -124,6 +124,13 @@ void DownloadTerminal::take(const QByteArray& bytes)
         qsizetype size = headSize + length;
         if (m_buffer.size() < size)
             return;
+        const qsizetype inner = m_buffer.indexOf(prefix, 1);
+        if (inner > 0 && inner < size) {
+            // A frame that lost bytes on the way runs into the next one; its
+            // check byte would be a matter of luck. Drop it.
+            m_buffer.remove(0, inner);
+            continue;
+        }
         const bool header = size == 137 && byteAt(m_buffer, 7) == 0 && byteAt(m_buffer, 8) == 0;
         if (header) {
             // The header's length byte stays 130 even when a longer
@@ -195,7 +202,10 @@ void DownloadTerminal::handleFrame(const QByteArray& frame)
         const int next = m_frames.isEmpty() ? 2 : m_frames.lastKey() + 1;
         const bool nextOne = number == next && number <= m_state.recordCount + 1;
         const bool sameAgain = m_frames.value(number) == frame;
-        if (!nextOne && !sameAgain) {
+        // The last account again, changed: its first copy was the damaged
+        // one (its answer lost), and the PC sends it until it is taken.
+        const bool lastAgain = !m_frames.isEmpty() && number == m_frames.lastKey();
+        if (!nextOne && !sameAgain && !lastAgain) {
             ++m_rejected;
             emit note(QStringLiteral("frame %1: not the next account (%2), NACK").arg(number).arg(next));
             answer(number, QByteArrayLiteral("NACK"));
