@@ -1,26 +1,29 @@
 #pragma once
 
 #include "AppSettings.h"
+#include "LinkChannel.h"
+#include "LinkPort.h"
 #include "LinkState.h"
 #include "LinkTrace.h"
 
-#include <QPointer>
 #include <QString>
 #include <functional>
 #include <memory>
 
 class Clock;
-class LinkChannel;
 class Messenger;
 class SharedDatabase;
 
 // What the whole program shares: the database handle, the settings copy, the
-// login target, the link state and the one link to the terminal, plus the
-// seams (messages, clock) that differ between the desktop program, the
-// command-line tool and the tests. Created once and handed to every screen
-// and session.
+// login target and the one port to the terminal (LinkPort, with the link
+// state), plus the seams (messages, clock) that differ between the desktop
+// program, the command-line tool and the tests. Created once and handed to
+// every screen; protocol sessions get only the port and the clock.
 class AppContext
 {
+    // Declared first: `link` below refers into it.
+    LinkPort m_port;
+
 public:
     AppContext(SharedDatabase& db, Messenger& messenger, Clock& clock);
     ~AppContext();
@@ -30,11 +33,12 @@ public:
     SharedDatabase& db() { return m_db; }
     Messenger& messenger() { return m_messenger; }
     Clock& clock() { return m_clock; }
+    LinkPort& port() { return m_port; }
 
     AppSettings settings;     // AppSettings
     bool LoginTarget = false; // false: configuration, true: folder selection
     bool LoginPassed = false;
-    LinkState link;
+    LinkState& link; // the port's program-wide link state
 
     // The folder holding the database, DownLoadData, BackupData and ports.ini.
     QString dataDir;
@@ -43,7 +47,7 @@ public:
 
     // Starts writing the link trace; false with a reason on failure.
     bool startTrace(const QString& path, QString* error);
-    LinkTrace* trace() { return m_trace.isOpen() ? &m_trace : nullptr; }
+    LinkTrace* trace() { return m_port.trace(); }
 
     // The device the configured Comm Port (or --port) means.
     QString portDevice() const;
@@ -51,16 +55,19 @@ public:
     // The one link to the terminal (a serial port unless a test put in its
     // own). openCommPort() closes it if open and opens it on the current
     // device; false with a message naming the device and the reason.
-    LinkChannel& channel();
-    bool openCommPort(QString* error);
+    LinkChannel& channel() { return m_port.channel(); }
+    bool openCommPort(QString* error) { return m_port.reopen(error); }
     // The same, recording which session now talks to the terminal. Only one
     // screen talks to it at a time: the last to open the port. The others
     // must neither read, write nor close it.
-    bool openCommPort(QString* error, QObject* owner);
-    bool ownsLink(const QObject* who) const { return !m_linkOwner || m_linkOwner == who; }
+    bool openCommPort(QString* error, QObject* owner) { return m_port.open(owner, error); }
+    bool ownsLink(const QObject* who) const { return m_port.holds(who); }
     // Closes the port if `who` is the session that opened it last.
-    void releaseLink(const QObject* who);
-    void setChannelFactory(std::function<std::unique_ptr<LinkChannel>()> factory);
+    void releaseLink(const QObject* who) { m_port.release(who); }
+    void setChannelFactory(std::function<std::unique_ptr<LinkChannel>()> factory)
+    {
+        m_port.setChannelFactory(std::move(factory));
+    }
 
     // A path inside the data folder ("DownLoadData", "BackupData", ...).
     QString dataPath(const QString& name) const;
@@ -69,8 +76,4 @@ private:
     SharedDatabase& m_db;
     Messenger& m_messenger;
     Clock& m_clock;
-    LinkTrace m_trace;
-    std::unique_ptr<LinkChannel> m_channel;
-    QPointer<QObject> m_linkOwner;
-    std::function<std::unique_ptr<LinkChannel>()> m_channelFactory;
 };

@@ -4,14 +4,12 @@
 // terminal's bytes paced as on the 19200-baud cable (total time against the
 // time the line itself needs for the bytes exchanged).
 
-#include "AppContext.h"
 #include "Clock.h"
 #include "DownloadSession.h"
 #include "DownloadTerminal.h"
-#include "Messenger.h"
+#include "LinkPort.h"
 #include "Pty.h"
 #include "SerialLink.h"
-#include "SharedDatabase.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -23,22 +21,6 @@
 #include <cstdio>
 
 namespace {
-
-class PrintingMessenger : public Messenger
-{
-public:
-    void show(const QString& text, Icon, const QString&) override
-    {
-        messages << text;
-        std::printf("  message: %s\n", qPrintable(text));
-    }
-    bool askOkCancel(const QString& text, Icon, const QString&) override
-    {
-        messages << text;
-        return true;
-    }
-    QStringList messages;
-};
 
 // The serial link with a stopwatch on its reads and writes.
 class TimedLink : public SerialLink
@@ -80,13 +62,7 @@ struct Result
 Result runDownload(int accounts, int baud)
 {
     Result result;
-    QTemporaryDir dir;
-    SharedDatabase db;
     QString error;
-    if (!dir.isValid() || !db.open(QDir(dir.path()).filePath(SharedDatabase::fileName()), &error)) {
-        std::fprintf(stderr, "cannot open a database: %s\n", qPrintable(error));
-        return result;
-    }
     Pty pty;
     if (!pty.open(&error)) {
         std::fprintf(stderr, "cannot open a pseudo-terminal: %s\n", qPrintable(error));
@@ -101,37 +77,20 @@ Result runDownload(int accounts, int baud)
     QObject::connect(&terminal, &DownloadTerminal::accountReceived,
                      [&frameTimes, &stopwatch] { frameTimes.append(stopwatch.nsecsElapsed()); });
 
-    PrintingMessenger messenger;
     FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(9, 0))};
-    AppContext ctx(db, messenger, clock);
-    ctx.dataDir = dir.path();
-    ctx.portOverride = pty.devicePath();
-    ctx.settings.BankName = QStringLiteral("TONVY BANK");
-    ctx.settings.BranchName = QStringLiteral("MAIN ROAD");
-    ctx.settings.FontSize = QStringLiteral("0");
+    LinkPort port;
+    const QString device = pty.devicePath();
+    port.setDeviceLookup([device] { return device; });
     TimedLink* link = nullptr;
-    ctx.setChannelFactory([&stopwatch, &link] {
+    port.setChannelFactory([&stopwatch, &link] {
         auto timed = std::make_unique<TimedLink>(stopwatch);
         link = timed.get();
         return timed;
     });
 
-    {
-        SharedDatabase::Transaction transaction(db);
-        for (int i = 1; i <= accounts; ++i)
-            db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
-                                      "AgreedAmount, OpeningDate, SNo, Txndate, FileName, AgentID) "
-                                      "VALUES (?,?,?,?,?,?,?,?,?,?,?)"),
-                       {QStringLiteral("1"), QStringLiteral("SB001"),
-                        QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
-                        QStringLiteral("ACCOUNT HOLDER %1").arg(i, 4, 10, QLatin1Char('0')),
-                        QStringLiteral("%1").arg(i * 37, 8, 10, QLatin1Char('0')), QStringLiteral("00050"),
-                        QStringLiteral("010203"), QStringLiteral("1"), QStringLiteral("150607"),
-                        QStringLiteral("Bank/0051611d.txt"), QStringLiteral("AG0005         ")});
-        transaction.commit();
-    }
-
-    DownloadSession session(ctx);
+    DownloadSession session(port, clock);
+    QObject::connect(&session, &DownloadSession::message,
+                     [](const SessionMessage& m) { std::printf("  message: %s\n", qPrintable(m.text)); });
     session.Form_Load();
     DownloadJob job;
     job.agentDateKey = QStringLiteral("0051611");
@@ -142,6 +101,15 @@ Result runDownload(int accounts, int baud)
     job.transactions = QStringLiteral("5");
     job.downloadPassword = QStringLiteral("1111");
     job.setupPassword = QStringLiteral("2222");
+    job.bankName = QStringLiteral("TONVY BANK");
+    job.branchName = QStringLiteral("MAIN ROAD");
+    job.fontSize = QStringLiteral("0");
+    for (int i = 1; i <= accounts; ++i)
+        job.accounts.append({QStringLiteral("1"), QStringLiteral("SB001"),
+                             QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
+                             QStringLiteral("ACCOUNT HOLDER %1").arg(i, 4, 10, QLatin1Char('0')),
+                             QStringLiteral("%1").arg(i * 37, 8, 10, QLatin1Char('0')), QStringLiteral("00050"),
+                             QStringLiteral("010203"), QStringLiteral("150607")});
 
     QEventLoop loop;
     QObject::connect(&session, &DownloadSession::completed, &loop, [&] {

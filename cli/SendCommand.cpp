@@ -39,6 +39,9 @@ int run(CliRun& run)
         return cliUsageError(QStringLiteral("--give-up-after takes a number of seconds, 1 or more."));
 
     SendFlow flow(run.ctx);
+    // Information on standard output, refusals and failures on standard error.
+    QObject::connect(&flow, &SendFlow::message, &flow,
+                     [&run](const QString& text, Messenger::Icon icon) { run.messenger.show(text, icon); });
     flow.Form_Load();
 
     TransferWait transfer(run.messenger, giveUpAfter, QStringLiteral("download"));

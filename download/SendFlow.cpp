@@ -1,13 +1,29 @@
 #include "SendFlow.h"
 
 #include "AppContext.h"
+#include "PasswordStore.h"
+#include "SharedDatabase.h"
+#include "SharedRecordset.h"
+#include "StoreError.h"
 
 #include <QDir>
 #include <QFileInfo>
 
-SendFlow::SendFlow(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx), m_session(ctx), m_store(ctx.db())
+namespace {
+
+Messenger::Icon boxIcon(SessionMessage::Icon icon)
+{
+    return icon == SessionMessage::Icon::Critical ? Messenger::Icon::Critical : Messenger::Icon::Information;
+}
+
+} // namespace
+
+SendFlow::SendFlow(AppContext& ctx, QObject* parent)
+    : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock()), m_store(ctx.db())
 {
     connect(&m_session, &DownloadSession::progress, this, &SendFlow::progress);
+    connect(&m_session, &DownloadSession::message, this,
+            [this](const SessionMessage& m) { emit message(m.text, boxIcon(m.icon)); });
     connect(&m_session, &DownloadSession::stopped, this, [this] {
         emit buttonsEnabled(true);
         emit stopped();
@@ -31,6 +47,18 @@ QString SendFlow::agentNumber(const QString& agentText)
 void SendFlow::Form_Load()
 {
     m_session.Form_Load();
+    m_downloadPassword.clear();
+    m_setupPassword.clear();
+    try {
+        const PasswordStore::Row row = PasswordStore::load(m_ctx.db());
+        if (row.found) {
+            m_downloadPassword = DownloadFrames::formatDigits(row.download, 4);
+            m_setupPassword = DownloadFrames::formatDigits(row.setup, 4);
+        }
+    } catch (const StoreError& e) {
+        emit message(QStringLiteral("The terminal passwords cannot be read: %1").arg(e.message()),
+                     Messenger::Icon::Critical);
+    }
 }
 
 void SendFlow::Form_Unload()
@@ -38,25 +66,67 @@ void SendFlow::Form_Unload()
     m_session.closePort();
 }
 
+void SendFlow::stopTransfer()
+{
+    m_session.stopTransfer();
+    emit buttonsEnabled(true);
+}
+
 SendFlow::Result SendFlow::stop(const QString& text, Messenger::Icon icon)
 {
-    m_ctx.messenger().show(text, icon);
+    emit message(text, icon);
     emit buttonsEnabled(true);
     emit stopped();
     return Result::Stopped;
 }
 
+bool SendFlow::readAccounts(QString* error)
+{
+    // The accounts go out sorted by holder name, then by opening date (the
+    // ddmmyy text, compared as text).
+    try {
+        SharedDatabase& db = m_ctx.db();
+        SharedRecordset& rs = db.openSharedRecordset(QStringLiteral("SELECT * FROM Bankdata WHERE AgentID=? AND "
+                                                                    "SNo='1' AND filename=? ORDER BY "
+                                                                    "ACName,OpeningDate"),
+                                                     {m_job.agentId, m_job.fileName});
+        m_job.accounts.clear();
+        if (!(rs.eof() && rs.bof()))
+            rs.moveFirst();
+        while (!rs.eof()) {
+            DownloadAccount a;
+            a.categoryCode = rs.text(QStringLiteral("CATEGORYCODE"));
+            a.schemeCode = rs.text(QStringLiteral("SCHEMECODE"));
+            a.acNumber = rs.text(QStringLiteral("ACNumber"));
+            a.acName = rs.text(QStringLiteral("ACName"));
+            a.balAmount = rs.text(QStringLiteral("BalAmount"));
+            a.agreedAmount = rs.text(QStringLiteral("AgreedAmount"));
+            a.openingDate = rs.text(QStringLiteral("OpeningDate"));
+            a.txnDate = rs.text(QStringLiteral("TxnDate"));
+            m_job.accounts.append(a);
+            rs.moveNext();
+        }
+        db.closeSharedRecordset();
+        return true;
+    } catch (const StoreError& e) {
+        *error = e.message();
+        return false;
+    }
+}
+
 SendFlow::Result SendFlow::cmdSend(const QString& agentText, const QString& dateText, QString& transactText)
 {
+    if (m_session.busy())
+        return Result::Busy;
     const QString agentTyped = agentText.trimmed();
     const QString date = dateText.trimmed();
     if (agentTyped.isEmpty()) {
-        m_ctx.messenger().information(QStringLiteral("Enter Agent ID"));
+        emit message(QStringLiteral("Enter Agent ID"), Messenger::Icon::Information);
         return Result::AgentMissing;
     }
     // One to four characters are taken as they stand: "161" names a file too.
     if (date.isEmpty() || date.size() > 4) {
-        m_ctx.messenger().information(QStringLiteral("Enter Date"));
+        emit message(QStringLiteral("Enter Date"), Messenger::Icon::Information);
         return Result::DateMissing;
     }
 
@@ -91,8 +161,24 @@ SendFlow::Result SendFlow::cmdSend(const QString& agentText, const QString& date
     m_job.branchId = m_file.BranchID();
     m_job.agentId = m_file.AgentID();
     m_job.recordCount = m_file.recordCount();
-    m_job.downloadPassword = m_session.downloadPassword();
-    m_job.setupPassword = m_session.setupPassword();
+    m_job.downloadPassword = m_downloadPassword;
+    m_job.setupPassword = m_setupPassword;
+    if (!readAccounts(&error))
+        return stop(QStringLiteral("The download to the hand-held terminal was stopped: %1\nCheck the data and press "
+                                   "Send again.")
+                        .arg(error),
+                    Messenger::Icon::Critical);
+
+    // The header takes the names padded and a negative font size as 0, and
+    // the padded values stay in the settings, as they always did.
+    AppSettings& settings = m_ctx.settings;
+    settings.BankName = DownloadFrames::paddedBankName(settings.BankName);
+    settings.BranchName = DownloadFrames::paddedBranchName(settings.BranchName);
+    settings.FontSize = DownloadFrames::headerFontSize(settings.FontSize);
+    m_job.bankName = settings.BankName;
+    m_job.branchName = settings.BranchName;
+    m_job.fontSize = settings.FontSize;
+
     m_session.FirstProtocol(m_job);
-    return Result::Started;
+    return m_session.busy() ? Result::Started : Result::Stopped;
 }

@@ -3,6 +3,7 @@
 #include "AccountStore.h"
 #include "DownloadFile.h"
 #include "DownloadSession.h"
+#include "Messenger.h"
 
 #include <QObject>
 #include <QString>
@@ -10,9 +11,10 @@
 class AppContext;
 
 // What the Send button does, without the window: the input checks, locating
-// and reading the download file, storing its accounts and starting the
-// download protocol, with the same messages whether the send screen or the
-// command-line tool drives it.
+// and reading the download file, storing its accounts, reading them back in
+// the order they are sent and starting the download protocol with them.
+// Everything the user must be told comes out of message(), whether the send
+// screen (boxes that do not block) or the command-line tool (lines) shows it.
 class SendFlow : public QObject
 {
     Q_OBJECT
@@ -22,22 +24,31 @@ public:
         DateMissing,  // "Enter Date": the date box wants the focus
         Stopped,      // refused or failed with a message; Send and Clear enabled again
         Started,      // the header frame is out; the session goes on
+        Busy,         // a download is under way; nothing done
     };
 
     explicit SendFlow(AppContext& ctx, QObject* parent = nullptr);
 
-    // Screen loaded: the session's start state; the session reads the
-    // terminal passwords ("0000" format) that travel in the header.
+    // Screen loaded: the session's start state, and the terminal passwords
+    // ("0000" format) that travel in the header.
     void Form_Load();
-    // Screen closed: the port is closed.
+    // Screen closed: a download under way is stopped and the port closed.
     void Form_Unload();
 
     // The Send button with the three boxes' texts. An empty transactions
     // text is replaced by "1", which the caller shows in its box.
     Result cmdSend(const QString& agentText, const QString& dateText, QString& transactText);
 
+    // The clerk stops a download under way: nothing more is sent, the port
+    // is closed, Send and Clear are enabled again. No message.
+    void stopTransfer();
+    bool busy() const { return m_session.busy(); }
+
     // Agent number formatted "000".
     static QString agentNumber(const QString& agentText);
+
+    QString downloadPassword() const { return m_downloadPassword; }
+    QString setupPassword() const { return m_setupPassword; }
 
     DownloadSession& session() { return m_session; }
     AccountStore& store() { return m_store; }
@@ -46,6 +57,8 @@ public:
     QString downloadPath() const { return m_downloadPath; }
 
 signals:
+    // Something to tell the user, with the icon of its box.
+    void message(const QString& text, Messenger::Icon icon);
     // cmdSend and cmdClear: off for the whole download, on again after every
     // failure reported by a message and after completion.
     void buttonsEnabled(bool enabled);
@@ -56,6 +69,7 @@ signals:
 
 private:
     Result stop(const QString& text, Messenger::Icon icon);
+    bool readAccounts(QString* error);
 
     AppContext& m_ctx;
     DownloadSession m_session;
@@ -63,4 +77,6 @@ private:
     DownloadFile m_file;
     DownloadJob m_job;
     QString m_downloadPath;
+    QString m_downloadPassword;
+    QString m_setupPassword;
 };

@@ -2,8 +2,9 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
-#include "ScreenParts.h"
 #include "KeyHook.h"
+#include "MessageBoxMessenger.h"
+#include "ScreenParts.h"
 #include "SendFlow.h"
 
 #include <QCloseEvent>
@@ -12,6 +13,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QProgressBar>
 #include <QVBoxLayout>
 
@@ -52,16 +54,47 @@ void filterKeys(QLineEdit* box, QChar highest, QWidget* next)
     });
 }
 
+QMessageBox::Icon boxIcon(Messenger::Icon icon)
+{
+    switch (icon) {
+    case Messenger::Icon::Information:
+        return QMessageBox::Information;
+    case Messenger::Icon::Critical:
+        return QMessageBox::Critical;
+    case Messenger::Icon::None:
+        break;
+    }
+    return QMessageBox::NoIcon;
+}
+
 // Enter on a focused button presses it, as it did on the original screen.
+// Both the press and the release of the key are taken here, so a button
+// that also answers Enter by itself (on either) is still pressed once.
+class EnterPresses : public QObject
+{
+public:
+    explicit EnterPresses(ColourButton* button) : QObject(button), m_button(button) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() != QEvent::KeyPress && event->type() != QEvent::KeyRelease)
+            return QObject::eventFilter(watched, event);
+        auto* key = static_cast<QKeyEvent*>(event);
+        if (!KeyHook::isEnter(key))
+            return QObject::eventFilter(watched, event);
+        if (event->type() == QEvent::KeyPress && !key->isAutoRepeat() && m_button->isEnabled())
+            m_button->click();
+        return true;
+    }
+
+private:
+    ColourButton* m_button;
+};
+
 void pressOnEnter(ColourButton* button)
 {
-    KeyHook::install(button, [button](QKeyEvent* e) {
-        if (!KeyHook::isEnter(e))
-            return false;
-        if (button->isEnabled())
-            button->click();
-        return true;
-    });
+    button->installEventFilter(new EnterPresses(button));
 }
 
 } // namespace
@@ -100,6 +133,9 @@ frmsend::frmsend(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window)
     m_progress->setRange(0, 1);
     m_progress->setValue(0);
     m_progress->setTextVisible(false);
+    // Where the focus waits while Send and Clear are greyed out: Enter there
+    // does nothing, where on Exit it would close the screen mid-download.
+    m_progress->setFocusPolicy(Qt::NoFocus);
     layout->addWidget(m_progress);
 
     m_send = namedButton("cmdSend", QStringLiteral("&Send"), this);
@@ -126,6 +162,7 @@ frmsend::frmsend(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window)
     connect(m_exit, &QPushButton::clicked, this, &QWidget::close);
     connect(m_flow, &SendFlow::buttonsEnabled, this, &frmsend::setButtonsEnabled);
     connect(m_flow, &SendFlow::progress, this, &frmsend::showProgress);
+    connect(m_flow, &SendFlow::message, this, &frmsend::showMessage);
 
     Form_Load();
     m_agent->setFocus();
@@ -158,6 +195,8 @@ void frmsend::cmdClear_Click()
 
 void frmsend::cmdSend_Click()
 {
+    if (m_flow->busy())
+        return;
     QString transactions = m_transact->text();
     const SendFlow::Result result = m_flow->cmdSend(m_agent->text(), m_date->text(), transactions);
     if (transactions != m_transact->text())
@@ -181,12 +220,68 @@ void frmsend::showProgress(int acknowledged, int total)
 
 void frmsend::setButtonsEnabled(bool enabled)
 {
+    if (!enabled) {
+        // A disabled widget hands the focus to the next one in the chain,
+        // which is Exit: park it where Enter is harmless instead.
+        QWidget* focus = focusWidget();
+        if (!focus || focus == m_send || focus == m_clear)
+            m_progress->setFocus(Qt::OtherFocusReason);
+    }
     m_send->setEnabled(enabled);
     m_clear->setEnabled(enabled);
+    if (enabled && focusWidget() == m_progress)
+        m_send->setFocus(Qt::OtherFocusReason);
+}
+
+void frmsend::showMessage(const QString& text, Messenger::Icon icon)
+{
+    if (m_closing)
+        return;
+    if (QMessageBox* open = m_boxes.value(text)) {
+        if (open->isVisible())
+            return;
+    }
+    auto* box = new QMessageBox(boxIcon(icon), MessageBoxMessenger::defaultTitle(), text, QMessageBox::Ok, this);
+    box->setObjectName(QStringLiteral("MessageBox"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    m_boxes.insert(text, box);
+    box->open();
+}
+
+void frmsend::askToStop()
+{
+    if (m_stopQuestion)
+        return;
+    auto* box = new QMessageBox(QMessageBox::Question, MessageBoxMessenger::defaultTitle(), stopQuestionText(),
+                                QMessageBox::Yes | QMessageBox::No, this);
+    box->setObjectName(QStringLiteral("StopQuestion"));
+    box->setDefaultButton(QMessageBox::No);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    m_stopQuestion = box;
+    connect(box, &QMessageBox::finished, this, [this, box](int) {
+        if (box->standardButton(box->clickedButton()) != QMessageBox::Yes)
+            return;
+        m_flow->stopTransfer();
+        // Closed once the box has gone, not from inside its own signal.
+        QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
+    });
+    box->open();
 }
 
 void frmsend::closeEvent(QCloseEvent* event)
 {
+    if (m_flow->busy()) {
+        event->ignore();
+        askToStop();
+        return;
+    }
+    m_closing = true;
     m_flow->Form_Unload();
+    for (const QPointer<QMessageBox>& box : std::as_const(m_boxes)) {
+        if (box)
+            box->close();
+    }
+    if (m_stopQuestion)
+        m_stopQuestion->close();
     QWidget::closeEvent(event);
 }

@@ -1,8 +1,13 @@
 #pragma once
 
+#include "Messenger.h"
+
+#include <QHash>
+#include <QPointer>
 #include <QWidget>
 
 class AppContext;
+class QMessageBox;
 class ColourButton;
 class QLabel;
 class QLineEdit;
@@ -24,12 +29,22 @@ public:
 
     SendFlow& flow() { return *m_flow; }
 
+    // The question asked when the screen is closed during a download.
+    static QString stopQuestionText()
+    {
+        return QStringLiteral("A download to the hand-held terminal is under way.\nStop it and close the screen?");
+    }
+
 protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
     void showProgress(int acknowledged, int total);
     void setButtonsEnabled(bool enabled);
+    // A box that does not block: the protocol goes on while it is open. A
+    // text already on screen is not shown a second time.
+    void showMessage(const QString& text, Messenger::Icon icon);
+    void askToStop();
 
     AppContext& m_ctx;
     SendFlow* m_flow = nullptr;
@@ -41,4 +56,7 @@ private:
     ColourButton* m_send = nullptr;
     ColourButton* m_clear = nullptr;
     ColourButton* m_exit = nullptr;
+    QHash<QString, QPointer<QMessageBox>> m_boxes;
+    QPointer<QMessageBox> m_stopQuestion;
+    bool m_closing = false;
 };

@@ -1,51 +1,51 @@
 #pragma once
 
-#include "AppSettings.h"
-#include "LinkCodec.h"
+#include "DownloadFrames.h"
+#include "SessionMessage.h"
 
 #include <QByteArray>
-#include <QDateTime>
 #include <QList>
 #include <QObject>
 #include <QString>
 #include <QTimer>
 
-class AppContext;
-class SharedRecordset;
-
-// What the download file and the send screen hand to the download protocol
-// (the form-level values the protocol reads).
-struct DownloadJob
-{
-    QString agentDateKey; // agent (3 digits) and date (ddmm), e.g. "0051611"
-    QString fileName;     // FileName value stored with the accounts
-    QString branchId;     // BranchID of the last record, 15 characters
-    QString agentId;      // AgentID of the last record, 15 characters
-    int recordCount = 0;
-    QString transactions;     // trimmed text of txtTransact
-    QString downloadPassword; // terminal "Download" password, formatted "0000"
-    QString setupPassword;    // terminal "Setup" password, formatted "0000"
-};
+class Clock;
+class LinkPort;
+struct LinkState;
 
 // The PC side of sending one agent's accounts to the terminal: header frame,
 // one record frame per account, the end frame, acknowledgements, resends and
-// time-outs. Works on the program-wide link state and link of AppContext and
-// shows its messages through the context's Messenger. Handlers carry the
-// original's names so that screens, the CLI and tests can drive each one.
+// time-outs. It works on the port's program-wide link state, shows nothing
+// and never waits for anyone: what the user must be told is emitted as a
+// message, and the screen or the command line decides how to show it.
+// Handlers carry the original's names so that screens, the CLI and tests can
+// drive each one.
 class DownloadSession : public QObject
 {
     Q_OBJECT
 public:
-    explicit DownloadSession(AppContext& ctx, QObject* parent = nullptr);
+    enum class Phase {
+        Idle,               // nothing sent yet
+        AwaitingHeaderAck,  // the header is out, sent once, waiting for its acknowledgement
+        HeaderAcknowledged, // the 10 ms tick that starts the accounts is due
+        SendingRecords,     // account frames out one by one
+        AwaitingEndAck,     // "OVER" is out
+        Done,               // the final acknowledgement arrived
+        Stopped,            // ended with a message, or stopped by the clerk
+    };
+    Q_ENUM(Phase)
+
+    DownloadSession(LinkPort& port, Clock& clock, QObject* parent = nullptr);
     ~DownloadSession() override;
 
     // Send screen loaded: download complete cleared, send counter "0",
     // timers stopped (Timer1 at 10 ms).
     void Form_Load();
-    // Send pressed: send counter "0", header pending, timers stopped.
+    // Send pressed: send counter "0", receive buffer emptied, timers stopped,
+    // nothing of an earlier send left.
     void prepareSend();
 
-    bool OpenCommPort(); // false after reporting the failure
+    bool OpenCommPort(); // false after emitting the reason
     void FirstProtocol(const DownloadJob& job);
     void SecondProtocol();
     void SendOneByOne();
@@ -53,16 +53,22 @@ public:
     void Timer1_Timer();
     void Timer2_Timer();
     void Timer3_Timer();
+    // No answer to the header within five seconds.
+    void headerTimedOut();
+    // The clerk stops the transfer: timers off, the port closed, nothing
+    // more sent. Emits nothing.
+    void stopTransfer();
     void closePort(); // Form_Unload
+
+    Phase phase() const { return m_phase; }
+    // A transfer is under way (the header is out and no end reached).
+    bool busy() const;
+    int sendCounter() const { return m_counter; }
 
     QTimer& timer1() { return m_timer1; }
     QTimer& timer2() { return m_timer2; }
     QTimer& timer3() { return m_timer3; }
-
-    // The terminal passwords read by Form_Load ("0000" format); FirstProtocol
-    // uses them when the job leaves its own empty.
-    QString downloadPassword() const { return m_downloadPassword; }
-    QString setupPassword() const { return m_setupPassword; }
+    QTimer& headerWatch() { return m_headerWatch; }
 
     const DownloadJob& job() const { return m_job; }
     const QByteArray& headerFrame() const { return m_header; }
@@ -70,17 +76,14 @@ public:
     QByteArray recordFrame(int index) const { return m_recordFrames.value(index); }
     int lastFrameSent() const { return m_lastFrameSent; }
 
-    static QByteArray endFrame();
-    // The header frame for a job, the settings and a clock reading; throws
-    // LinkError on a conversion failure. Pads the bank and branch names and
-    // clears a negative font size in the settings given, as the send does.
-    static QByteArray buildHeaderFrame(const DownloadJob& job, AppSettings& settings, const QDateTime& now,
-                                       LinkCodec& codec);
-    // The frame of one account row (fields by name) under a frame number;
-    // throws LinkError on a conversion failure.
-    static QByteArray buildRecordFrame(const SharedRecordset& row, int frameNumber, LinkCodec& codec);
+    static QByteArray endFrame() { return DownloadFrames::end(); }
 
     static constexpr int FrameCapacity = 2500; // record frame array, index 0 unused
+    static constexpr int HeaderWaitMs = 5000;
+    // Answers in a row that bring no new account forward before the session
+    // stops answering and lets the line go quiet (see MSComm1_OnComm).
+    static constexpr int LagLimit = 8;
+
     static QString notInDownloadModeText()
     {
         return QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!");
@@ -88,11 +91,18 @@ public:
     static QString completedText() { return QStringLiteral("Download Completed Successfully!"); }
     static QString completedPlainText() { return QStringLiteral("Download Completed Successfully"); }
     static QString checkCableText() { return QStringLiteral("Please Check the Communication Cable"); }
+    static QString portTakenText()
+    {
+        return QStringLiteral("The download was stopped: the Receive screen has taken the port. "
+                              "Press Send again when the receive is over.");
+    }
 
 signals:
     // lblRecord: acknowledged records " / " record count.
     void progress(int acknowledged, int total);
-    // A failure reported by message: cmdSend and cmdClear are enabled again.
+    // Something to tell the user; emitted before stopped() or completed().
+    void message(const SessionMessage& message);
+    // Ended with a message: cmdSend and cmdClear are enabled again.
     void stopped();
     // The final acknowledgement arrived ("Download Completed Successfully").
     void completed();
@@ -102,23 +112,34 @@ private:
     void doSecondProtocol();
     void doSendOneByOne();
     void doOnComm();
+    void doTimer2();
+    void send(const QByteArray& frame);
+    void setCounter(int counter);
     void stepBackSendCounter();
     void stopTimers();
+    void stopWith(const SessionMessage& message);
+    void complete(const QString& text);
     void fail(const QString& why);
     void onLinkFailed(const QString& message);
+    void onPortTaken();
+    LinkState& link();
     int frameCount() const { return static_cast<int>(m_recordFrames.size()) - 1; }
     template <typename Step> void guarded(Step step);
 
-    AppContext& m_ctx;
-    QString m_downloadPassword;
-    QString m_setupPassword;
+    LinkPort& m_port;
+    Clock& m_clock;
+    Phase m_phase = Phase::Idle;
     DownloadJob m_job;
     QByteArray m_header;
     QList<QByteArray> m_recordFrames; // index 1..N; index 0 never filled
     int m_lastFrameSent = 0;
+    int m_counter = 0;       // the send counter (RecordNo of the shared state)
+    int m_highest = 0;       // the furthest the counter has come in this send
+    int m_sinceProgress = 0; // answers since it last came further
+    bool m_draining = false; // answers dropped until the next time-out
+    int m_quietTicks = 0;    // time-outs that resent nothing
     QTimer m_timer1;
     QTimer m_timer2;
     QTimer m_timer3;
-    QMetaObject::Connection m_dataConnection;
-    QMetaObject::Connection m_failConnection;
+    QTimer m_headerWatch;
 };

@@ -26,6 +26,4 @@ struct LinkState
     // does nothing. The send side calls it "download complete".
     bool UploadDone = false;
     bool HeaderDecoded = false;
-    bool HeaderPending = false;
-    bool EndFrameSent = false;
 };

@@ -2,6 +2,8 @@
 
 #include "LinkTrace.h"
 
+#include <QFileInfo>
+
 SerialLink::SerialLink(QObject* parent) : LinkChannel(parent)
 {
     connect(&m_port, &QSerialPort::readyRead, this, &LinkChannel::dataArrived);
@@ -13,28 +15,56 @@ SerialLink::~SerialLink()
     close();
 }
 
-QString SerialLink::openErrorText(const QString& device, QSerialPort::SerialPortError error,
-                                  const QString& detail)
+namespace {
+
+// Another program (or another copy of this one) has the port: Qt reports a
+// lock it could not take, or the system says the device is busy.
+bool looksBusy(const QString& device, const QString& detail)
+{
+    if (detail.contains(QLatin1String("lock"), Qt::CaseInsensitive) ||
+        detail.contains(QLatin1String("busy"), Qt::CaseInsensitive))
+        return true;
+    const QFileInfo info(device);
+    return info.exists() && info.isReadable() && info.isWritable();
+}
+
+} // namespace
+
+QString SerialLink::openErrorText(const QString& device, QSerialPort::SerialPortError error, const QString& detail)
 {
     if (device.isEmpty())
         return QStringLiteral("No serial port is configured. Choose the Comm Port in CONFIGURE "
                               "(or give the device with --port).");
     switch (error) {
     case QSerialPort::DeviceNotFoundError:
-        return QStringLiteral("The serial port %1 does not exist (%2). Check that the terminal's cable or "
-                              "USB adapter is plugged in and that the Comm Port chosen in CONFIGURE, or "
-                              "ports.ini, names the right device.")
-            .arg(device, detail);
+        return QStringLiteral("The serial port %1 does not exist. Check that the terminal's cable or USB adapter "
+                              "is plugged in, and that the Comm Port chosen in CONFIGURE (or ports.ini) names this "
+                              "device.")
+            .arg(device);
     case QSerialPort::PermissionError:
-        return QStringLiteral("The serial port %1 cannot be opened: permission denied or the port is busy "
-                              "(%2). Close any other program using it; on Linux the user must be in the "
-                              "'dialout' group (log in again after adding it).")
-            .arg(device, detail);
+        if (looksBusy(device, detail))
+            return QStringLiteral("The serial port %1 is busy: another program is using it. Close that program "
+                                  "(or the other Send or Receive screen) and try again.")
+                .arg(device);
+        return QStringLiteral("Permission denied on the serial port %1. The user must be in the 'dialout' group: "
+                              "ask the administrator to add the user, then log out and in again.")
+            .arg(device);
     case QSerialPort::OpenError:
-        return QStringLiteral("The serial port %1 is already open (%2).").arg(device, detail);
+        return QStringLiteral("The serial port %1 is busy: it is already open. Close the other Send or Receive "
+                              "screen and try again.")
+            .arg(device);
     default:
-        return QStringLiteral("The serial port %1 cannot be opened: %2").arg(device, detail);
+        return QStringLiteral("The serial port %1 cannot be used as a serial line (%2). Check that the Comm Port "
+                              "chosen in CONFIGURE (or ports.ini) names the terminal's port.")
+            .arg(device, detail);
     }
+}
+
+QString SerialLink::lostText(const QString& device)
+{
+    return QStringLiteral("The connection to the terminal on %1 was lost: the cable was pulled or the device went "
+                          "away. Check the cable and press the button again.")
+        .arg(device);
 }
 
 bool SerialLink::open(QString* error)
@@ -43,8 +73,8 @@ bool SerialLink::open(QString* error)
     m_port.setPortName(m_device);
     m_port.setReadBufferSize(1024);
     if (m_device.isEmpty() || !m_port.open(QIODevice::ReadWrite)) {
-        const QSerialPort::SerialPortError code = m_device.isEmpty() ? QSerialPort::DeviceNotFoundError
-                                                                     : m_port.error();
+        const QSerialPort::SerialPortError code =
+            m_device.isEmpty() ? QSerialPort::DeviceNotFoundError : m_port.error();
         const QString text = openErrorText(m_device, code, m_port.errorString());
         if (error)
             *error = text;
@@ -53,17 +83,19 @@ bool SerialLink::open(QString* error)
         m_port.clearError();
         return false;
     }
-    const bool ok = m_port.setBaudRate(QSerialPort::Baud19200) && m_port.setParity(QSerialPort::NoParity)
-                    && m_port.setDataBits(QSerialPort::Data8) && m_port.setStopBits(QSerialPort::OneStop)
-                    && m_port.setFlowControl(QSerialPort::NoFlowControl);
+    const bool ok = m_port.setBaudRate(QSerialPort::Baud19200) && m_port.setParity(QSerialPort::NoParity) &&
+                    m_port.setDataBits(QSerialPort::Data8) && m_port.setStopBits(QSerialPort::OneStop) &&
+                    m_port.setFlowControl(QSerialPort::NoFlowControl);
     if (!ok) {
-        const QString text = QStringLiteral("The serial port %1 does not accept 19200,n,8,1: %2")
-                                 .arg(m_device, m_port.errorString());
+        const QString text = openErrorText(m_device, QSerialPort::UnsupportedOperationError, m_port.errorString());
         m_port.close();
         if (error)
             *error = text;
         return false;
     }
+    // Bytes that reached the line before this open (answers to an earlier
+    // session, a terminal's chatter) must never be taken for a reply.
+    m_port.clear(QSerialPort::Input);
     if (m_trace)
         m_trace->note(QStringLiteral("opened %1 at 19200,n,8,1").arg(m_device));
     return true;
@@ -104,9 +136,11 @@ void SerialLink::onError(QSerialPort::SerialPortError error)
 {
     if (error == QSerialPort::NoError || !m_port.isOpen())
         return;
-    const QString text = QStringLiteral("The serial port %1 failed: %2").arg(m_device, m_port.errorString());
+    const bool lost = error == QSerialPort::ResourceError || error == QSerialPort::ReadError ||
+                      error == QSerialPort::WriteError || error == QSerialPort::TimeoutError;
+    const QString text = lost ? lostText(m_device) : openErrorText(m_device, error, m_port.errorString());
     if (m_trace)
-        m_trace->note(text);
+        m_trace->note(QStringLiteral("%1 (%2)").arg(text, m_port.errorString()));
     m_port.clearError();
     m_port.close();
     emit failed(text);

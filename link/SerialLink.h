@@ -27,8 +27,9 @@ public:
     QString deviceName() const override { return m_device; }
 
     // The message for a port that cannot be opened, with the usual remedy.
-    static QString openErrorText(const QString& device, QSerialPort::SerialPortError error,
-                                 const QString& detail);
+    static QString openErrorText(const QString& device, QSerialPort::SerialPortError error, const QString& detail);
+    // The message for a port that failed after it was opened.
+    static QString lostText(const QString& device);
 
 private:
     void onError(QSerialPort::SerialPortError error);

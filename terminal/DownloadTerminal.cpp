@@ -114,9 +114,23 @@ void DownloadTerminal::take(const QByteArray& bytes)
         m_buffer.remove(0, start);
         if (m_buffer.size() < headSize)
             return;
-        qsizetype size = headSize + byteAt(m_buffer, 5) * 256 + byteAt(m_buffer, 6);
+        const int length = byteAt(m_buffer, 5) * 256 + byteAt(m_buffer, 6);
+        if (length != 0x82 && length != 0x07) {
+            // A damaged length: waiting for that many bytes would stall the
+            // terminal for good. Look for the next frame instead.
+            m_buffer.remove(0, 1);
+            continue;
+        }
+        qsizetype size = headSize + length;
         if (m_buffer.size() < size)
             return;
+        const qsizetype inner = m_buffer.indexOf(prefix, 1);
+        if (inner > 0 && inner < size) {
+            // A frame that lost bytes on the way runs into the next one; its
+            // check byte would be a matter of luck. Drop it.
+            m_buffer.remove(0, inner);
+            continue;
+        }
         const bool header = size == 137 && byteAt(m_buffer, 7) == 0 && byteAt(m_buffer, 8) == 0;
         if (header) {
             // The header's length byte stays 130 even when a longer
@@ -180,10 +194,30 @@ void DownloadTerminal::handleFrame(const QByteArray& frame)
         answer(number, QByteArrayLiteral("NACK"));
         return;
     }
+    if (!isHeader && m_headerSeen) {
+        // The record number is not covered by the check byte, so the
+        // terminal takes accounts in order: the next one, or an exact copy
+        // of one it holds (the PC stepping back). Anything else is a frame
+        // whose number was damaged on the way.
+        const int next = m_frames.isEmpty() ? 2 : m_frames.lastKey() + 1;
+        const bool nextOne = number == next && number <= m_state.recordCount + 1;
+        const bool sameAgain = m_frames.value(number) == frame;
+        // The last account again, changed: its first copy was the damaged
+        // one (its answer lost), and the PC sends it until it is taken.
+        const bool lastAgain = !m_frames.isEmpty() && number == m_frames.lastKey();
+        if (!nextOne && !sameAgain && !lastAgain) {
+            ++m_rejected;
+            emit note(QStringLiteral("frame %1: not the next account (%2), NACK").arg(number).arg(next));
+            answer(number, QByteArrayLiteral("NACK"));
+            return;
+        }
+    }
     if (isHeader) {
+        m_headerSeen = true;
         m_state = TerminalAccounts(); // a new download replaces all the terminal held
         m_state.takeHeaderFrame(frame);
         m_accounts.clear();
+        m_frames.clear();
         saveState();
         emit note(QStringLiteral("header: agent %1, key %2, %3 accounts announced")
                       .arg(m_state.agentId.trimmed(), m_state.agentDateKey)
@@ -191,6 +225,7 @@ void DownloadTerminal::handleFrame(const QByteArray& frame)
         emit headerReceived();
     } else {
         m_accounts.insert(number, TerminalAccounts::accountFromFrame(frame));
+        m_frames.insert(number, frame);
         emit accountReceived(number);
     }
     if (takeFault(m_faults.wrongNumberFrame, number)) {

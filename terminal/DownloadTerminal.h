@@ -92,7 +92,9 @@ private:
     QString m_stateDir;
     TerminalAccounts m_state;
     QMap<int, TerminalAccount> m_accounts;
+    QMap<int, QByteArray> m_frames; // the frames the accounts came in, by number
     QList<int> m_received;
+    bool m_headerSeen = false;
     int m_endFrames = 0;
     int m_rejected = 0;
     qint64 m_bytesIn = 0;

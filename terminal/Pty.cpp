@@ -15,6 +15,8 @@ Pty::Pty(QObject* parent) : QObject(parent)
     m_pacer.setInterval(1);
     connect(&m_pacer, &QTimer::timeout, this, &Pty::drain);
     m_clock.start();
+    m_upAgain.setSingleShot(true);
+    connect(&m_upAgain, &QTimer::timeout, this, [this] { setLineDown(false); });
 }
 
 Pty::~Pty()
@@ -64,7 +66,10 @@ bool Pty::open(QString* error)
         for (;;) {
             const ssize_t n = ::read(m_master, buf, sizeof buf);
             if (n > 0) {
-                m_incoming.append(buf, n);
+                if (m_down)
+                    m_dropped += n;
+                else
+                    m_incoming.append(buf, n);
                 continue;
             }
             break;
@@ -82,10 +87,33 @@ QByteArray Pty::readAll()
     return out;
 }
 
+void Pty::setLineDown(bool down)
+{
+    m_down = down;
+    if (!down) {
+        m_upAgain.stop();
+        return;
+    }
+    m_dropped += m_queue.size() + m_incoming.size();
+    m_queue.clear();
+    m_incoming.clear();
+    m_pacer.stop();
+}
+
+void Pty::dropFor(int ms)
+{
+    setLineDown(true);
+    m_upAgain.start(ms);
+}
+
 void Pty::write(const QByteArray& bytes)
 {
     if (m_master < 0 || bytes.isEmpty())
         return;
+    if (m_down) {
+        m_dropped += bytes.size();
+        return;
+    }
     if (m_baud <= 0) {
         m_queue.append(bytes);
         drain();

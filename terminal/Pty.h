@@ -27,6 +27,16 @@ public:
 
     void write(const QByteArray& bytes);
     QByteArray readAll();
+
+    // A pulled cable: while the line is down every byte is lost, in both
+    // directions (what the program sends is read and thrown away, what is
+    // written here, queued output included, never reaches it). Nothing is
+    // held back for later.
+    void setLineDown(bool down);
+    bool lineDown() const { return m_down; }
+    // Down now, up again after `ms` milliseconds.
+    void dropFor(int ms);
+    qint64 bytesDropped() const { return m_dropped; }
     // Bytes written but not yet on the line (paced output).
     qsizetype pending() const { return m_queue.size(); }
 
@@ -46,4 +56,7 @@ private:
     QTimer m_pacer;
     QElapsedTimer m_clock;
     double m_lineFreeAtMs = 0; // when the paced line has sent everything queued so far
+    bool m_down = false;
+    qint64 m_dropped = 0;
+    QTimer m_upAgain;
 };

@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QTextStream>
+#include <QTimer>
 #include <functional>
 
 namespace {
@@ -60,8 +61,8 @@ struct DownloadOptions
             *target = n;
             return true;
         };
-        if (!number(nack, &faults->nackFrame) || !number(wrongNumber, &faults->wrongNumberFrame)
-            || !number(silent, &faults->silentFrame))
+        if (!number(nack, &faults->nackFrame) || !number(wrongNumber, &faults->wrongNumberFrame) ||
+            !number(silent, &faults->silentFrame))
             return false;
         if (parser.isSet(notDownloadMode)) {
             const QString word = parser.value(notDownloadMode).toLower();
@@ -73,6 +74,51 @@ struct DownloadOptions
             faults->notDownloadMode = word.toUpper().toLatin1();
         }
         return true;
+    }
+};
+
+// A pulled cable, at a time or after a number of frames.
+struct LineDropOptions
+{
+    QCommandLineOption at{QStringLiteral("drop-line"),
+                          QStringLiteral("Pull the cable <at>:<for> milliseconds: <at> ms after the first byte from "
+                                         "the PC the line goes dead for <for> ms (bytes lost both ways). May be "
+                                         "given more than once."),
+                          QStringLiteral("at:for")};
+    QCommandLineOption afterFrames{QStringLiteral("drop-after-frames"),
+                                   QStringLiteral("Pull the cable <n>:<for>: after the terminal has taken its n-th "
+                                                  "frame (download frames, upload requests) the line goes dead for "
+                                                  "<for> ms. May be given more than once."),
+                                   QStringLiteral("n:for")};
+
+    struct Drop
+    {
+        int when = 0; // ms, or frame count
+        int forMs = 0;
+    };
+    QList<Drop> timed;
+    QList<Drop> counted;
+
+    void addTo(QCommandLineParser& parser) { parser.addOptions({at, afterFrames}); }
+
+    bool read(const QCommandLineParser& parser, QString* error)
+    {
+        auto parse = [&](const QCommandLineOption& option, QList<Drop>* into, int least) {
+            for (const QString& value : parser.values(option)) {
+                const QStringList parts = value.split(QLatin1Char(':'));
+                bool ok1 = false;
+                bool ok2 = false;
+                const Drop d{parts.value(0).toInt(&ok1), parts.value(1).toInt(&ok2)};
+                if (parts.size() != 2 || !ok1 || !ok2 || d.when < least || d.forMs < 1) {
+                    *error = QStringLiteral("--%1 takes two numbers a:b (b at least 1 ms), not \"%2\".")
+                                 .arg(option.names().first(), value);
+                    return false;
+                }
+                into->append(d);
+            }
+            return true;
+        };
+        return parse(at, &timed, 0) && parse(afterFrames, &counted, 1);
     }
 };
 
@@ -106,11 +152,17 @@ int main(int argc, char* argv[])
     downloadOptions.addTo(parser);
     UploadTerminalOptions uploadOptions;
     uploadOptions.addTo(parser);
+    LineDropOptions dropOptions;
+    dropOptions.addTo(parser);
     parser.process(app);
 
     QString error;
     DownloadTerminal::Faults downloadFaults;
     if (!downloadOptions.read(parser, &downloadFaults, &error)) {
+        err() << error << Qt::endl;
+        return 2;
+    }
+    if (!dropOptions.read(parser, &error)) {
         err() << error << Qt::endl;
         return 2;
     }
@@ -123,8 +175,7 @@ int main(int argc, char* argv[])
     }
     const QString dir = parser.value(stateDir);
     if (!QFileInfo(dir).isDir()) {
-        err() << QStringLiteral("The state folder %1 does not exist.").arg(QDir::toNativeSeparators(dir))
-              << Qt::endl;
+        err() << QStringLiteral("The state folder %1 does not exist.").arg(QDir::toNativeSeparators(dir)) << Qt::endl;
         return 2;
     }
 
@@ -169,9 +220,32 @@ int main(int argc, char* argv[])
     QHash<char, std::function<void(const QByteArray&)>> exchanges;
     exchanges.insert('D', [&download](const QByteArray& bytes) { download.receive(bytes); });
     exchanges.insert('U', [&upload](const QByteArray& bytes) { upload.receive(bytes); });
+    auto pullCable = [&pty, &note](int forMs) {
+        note(QStringLiteral("line down for %1 ms").arg(forMs));
+        pty.dropFor(forMs);
+        QTimer::singleShot(forMs, &pty, [&note] { note(QStringLiteral("line up again")); });
+    };
+    int framesTaken = 0;
+    auto frameTaken = [&] {
+        ++framesTaken;
+        for (const LineDropOptions::Drop& d : std::as_const(dropOptions.counted)) {
+            if (d.when == framesTaken)
+                pullCable(d.forMs);
+        }
+    };
+    QObject::connect(&download, &DownloadTerminal::headerReceived, frameTaken);
+    QObject::connect(&download, &DownloadTerminal::accountReceived, frameTaken);
+    QObject::connect(&upload, &UploadTerminal::replySent, frameTaken);
+    bool firstByteSeen = false;
+
     std::function<void(const QByteArray&)> current;
     QObject::connect(&pty, &Pty::readyRead, [&] {
         const QByteArray bytes = pty.readAll();
+        if (!firstByteSeen) {
+            firstByteSeen = true;
+            for (const LineDropOptions::Drop& d : std::as_const(dropOptions.timed))
+                QTimer::singleShot(d.when, &pty, [&pullCable, d] { pullCable(d.forMs); });
+        }
         const qsizetype head = bytes.indexOf(QByteArrayLiteral("\x01\xFF\x10\xF0"));
         if (head >= 0 && head + 4 < bytes.size()) {
             const char command = bytes.at(head + 4);
@@ -185,6 +259,7 @@ int main(int argc, char* argv[])
     });
 
     out() << QStringLiteral("Terminal ready on %1").arg(pty.devicePath()) << Qt::endl;
-    note(QStringLiteral("State file: %1").arg(QDir::toNativeSeparators(QFileInfo(download.statePath()).absoluteFilePath())));
+    note(QStringLiteral("State file: %1")
+             .arg(QDir::toNativeSeparators(QFileInfo(download.statePath()).absoluteFilePath())));
     return app.exec();
 }

@@ -23,6 +23,7 @@ private slots:
     void fullDownloadAgainstTerminal();
     void terminalNotInDownloadMode();
     void givesUpWhenNobodyAnswers();
+    void unansweredHeaderEndsWithCableMessage();
 
 private:
     struct Result
@@ -164,6 +165,28 @@ void tst_CliSend::givesUpWhenNobodyAnswers()
     QCOMPARE(r.code, 3);
     QVERIFY(r.err.contains("Gave up after 2 seconds"));
     QVERIFY(!r.out.contains("Download Completed"));
+}
+
+void tst_CliSend::unansweredHeaderEndsWithCableMessage()
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    QVERIFY(master >= 0);
+    QVERIFY(grantpt(master) == 0 && unlockpt(master) == 0);
+    const QString device = QString::fromLocal8Bit(ptsname(master));
+
+    const Result r = run({"--port", device, "send", "--agent", "5", "--date", "1611", "--give-up-after", "20"});
+    QByteArray line;
+    ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
+    char buf[4096];
+    for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;)
+        line.append(buf, n);
+    ::close(master);
+    QCOMPARE(r.code, 1);
+    QVERIFY2(r.err.contains("Please Check the Communication Cable"), qPrintable(r.err));
+    // The header, once: 137 bytes starting 01 FF 10 F0 'D', and nothing after it.
+    QCOMPARE(line.size(), 137);
+    QVERIFY(line.startsWith(QByteArray("\x01\xFF\x10\xF0"
+                                       "D")));
 }
 
 QTEST_GUILESS_MAIN(tst_CliSend)

@@ -1,14 +1,21 @@
 #include "DownloadFileMaker.h"
+#include "DownloadTerminal.h"
 #include "FakeTerminal.h"
+#include "MessageRecorder.h"
+#include "Pty.h"
 #include "SendFlow.h"
 #include "TestContext.h"
 #include "frmsend.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSet>
+#include <QSignalSpy>
 
 namespace {
 
@@ -16,6 +23,7 @@ namespace {
 struct ScreenFixture
 {
     TestContext t;
+    MessageRecorder messages;
     FakeTerminal* terminal = nullptr;
     bool silent = true;
     std::unique_ptr<frmsend> form;
@@ -24,6 +32,7 @@ struct ScreenFixture
     {
         prepareSendContext(t, &terminal, &silent);
         form = std::make_unique<frmsend>(*t.ctx);
+        messages.listen(&form->flow(), &SendFlow::message);
         form->show();
         QApplication::setActiveWindow(form.get());
         if (!QTest::qWaitForWindowExposed(form.get()))
@@ -58,6 +67,24 @@ struct ScreenFixture
         QTest::keyClicks(transact(), transactText);
     }
 
+    // The message boxes the screen has open, in the order they were opened.
+    QList<QMessageBox*> boxes() const
+    {
+        QList<QMessageBox*> open;
+        for (QMessageBox* b : form->findChildren<QMessageBox*>(QStringLiteral("MessageBox"))) {
+            if (b->isVisible())
+                open << b;
+        }
+        return open;
+    }
+    // Answers every open box, as the clerk pressing OK.
+    void closeBoxes()
+    {
+        for (QMessageBox* b : boxes())
+            b->accept();
+        QApplication::processEvents();
+    }
+
     bool buttonsEnabled() const { return send()->isEnabled() && clear()->isEnabled(); }
     int framesWritten() const { return terminal ? static_cast<int>(terminal->written.size()) : 0; }
 };
@@ -84,6 +111,12 @@ private slots:
     void progressAndCompletion();
     void clearEmptiesBoxes();
     void closingClosesThePort();
+    void focusStaysOffExitWhileSending();
+    void enterAfterMissingFileDoesNotClose();
+    void closeMidTransferAnsweredNo();
+    void oneBoxOfAKind();
+    void boxLeftOpenWhileAnswersKeepComing();
+    void closedAsTheTerminalGoes();
 };
 
 void tst_frmsend::controls()
@@ -109,8 +142,8 @@ void tst_frmsend::emptyAgentSendsNothing()
     f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(2));
     f.typeAll(QString(), QStringLiteral("1611"), QStringLiteral("1"));
     QTest::mouseClick(f.send(), Qt::LeftButton);
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("Enter Agent ID")});
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Information);
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Enter Agent ID")});
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Information);
     QCOMPARE(QApplication::focusWidget(), f.agent());
     QCOMPARE(f.framesWritten(), 0);
     QVERIFY(f.buttonsEnabled());
@@ -121,8 +154,8 @@ void tst_frmsend::dateOfThreeDigitsAccepted()
     ScreenFixture f;
     f.typeAll(QStringLiteral("5"), QStringLiteral("161"), QStringLiteral("1"));
     QTest::mouseClick(f.send(), Qt::LeftButton);
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("File does not exist!")});
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("File does not exist!")});
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
     QVERIFY(f.form->flow().downloadPath().endsWith(QStringLiteral("005161d.txt")));
     QVERIFY(f.buttonsEnabled());
 }
@@ -133,7 +166,7 @@ void tst_frmsend::dateLongerThanFourRefused()
     f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(2));
     f.typeAll(QStringLiteral("5"), QStringLiteral("16112"), QStringLiteral("1"));
     QTest::mouseClick(f.send(), Qt::LeftButton);
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("Enter Date")});
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Enter Date")});
     QCOMPARE(QApplication::focusWidget(), f.date());
     QCOMPARE(f.framesWritten(), 0);
     QVERIFY(f.buttonsEnabled());
@@ -193,7 +226,7 @@ void tst_frmsend::enterMovesFocus()
     QVERIFY(f.agent()->text().isEmpty());
     // Enter on the focused Send button presses it.
     QTest::keyClick(f.send(), Qt::Key_Return);
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("Enter Agent ID")});
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Enter Agent ID")});
 }
 
 void tst_frmsend::emptyTransactionsBecomeOne()
@@ -224,10 +257,13 @@ void tst_frmsend::buttonsReEnabledAfterEachFailure()
     f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("1"));
     for (int attempt = 0; attempt < 2; ++attempt) {
         QTest::mouseClick(f.send(), Qt::LeftButton);
-        QCOMPARE(f.t.messenger.last(), message);
+        QCOMPARE(f.messages.last(), message);
         QVERIFY(f.buttonsEnabled());
+        QCOMPARE(f.boxes().size(), 1);
+        QCOMPARE(f.boxes().first()->text(), message);
+        f.closeBoxes();
     }
-    QCOMPARE(f.t.messenger.count(message), 2);
+    QCOMPARE(f.messages.count(message), 2);
     QCOMPARE(f.framesWritten(), 0);
 }
 
@@ -252,7 +288,7 @@ void tst_frmsend::terminalRefusalReEnablesButtons()
     QVERIFY(!f.buttonsEnabled());
     f.terminal->feed("BACKBACKBACKBA");
     QVERIFY(f.buttonsEnabled());
-    QCOMPARE(f.t.messenger.last(),
+    QCOMPARE(f.messages.last(),
              QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!"));
 }
 
@@ -263,7 +299,7 @@ void tst_frmsend::progressAndCompletion()
     f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(4));
     f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("2"));
     QTest::mouseClick(f.send(), Qt::LeftButton);
-    QTRY_VERIFY_WITH_TIMEOUT(f.t.messenger.last().startsWith(QStringLiteral("Download Completed Successfully")), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(f.messages.last().startsWith(QStringLiteral("Download Completed Successfully")), 10000);
     QCOMPARE(f.find<QLabel>("lblRecord")->text(), QStringLiteral("4 / 4"));
     QCOMPARE(f.find<QProgressBar>("progressBar")->maximum(), 4);
     QCOMPARE(f.find<QProgressBar>("progressBar")->value(), 4);
@@ -288,8 +324,251 @@ void tst_frmsend::closingClosesThePort()
     QTest::mouseClick(f.send(), Qt::LeftButton);
     QVERIFY(f.terminal && f.terminal->isOpen());
     QTest::mouseClick(f.find<QPushButton>("cmdExit"), Qt::LeftButton);
-    QVERIFY(!f.form->isVisible());
+    // Mid-download: asked first, without blocking.
+    QMessageBox* question = nullptr;
+    QTRY_VERIFY((question = f.form->findChild<QMessageBox*>(QStringLiteral("StopQuestion"))) != nullptr);
+    QCOMPARE(question->text(), frmsend::stopQuestionText());
+    QVERIFY(f.form->isVisible());
+    question->button(QMessageBox::Yes)->click();
+    QTRY_VERIFY(!f.form->isVisible());
     QVERIFY(!f.terminal->isOpen());
+}
+
+void tst_frmsend::focusStaysOffExitWhileSending()
+{
+    ScreenFixture f;
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(3));
+    f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("1"));
+    QTest::keyClick(f.transact(), Qt::Key_Return);
+    QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget*>(f.send()));
+    QTest::keyClick(f.send(), Qt::Key_Return); // Send: the header goes out
+    QCOMPARE(f.framesWritten(), 1);
+    QVERIFY(!f.send()->isEnabled());
+    QWidget* focus = f.form->focusWidget();
+    QVERIFY(focus != f.find<QPushButton>("cmdExit"));
+    QCOMPARE(focus, static_cast<QWidget*>(f.find<QProgressBar>("progressBar")));
+    // A second Enter, as a clerk would press it, does nothing at all.
+    QTest::keyClick(focus, Qt::Key_Return);
+    QTest::keyClick(f.form.get(), Qt::Key_Return);
+    QVERIFY(f.form->isVisible());
+    QVERIFY(!f.form->findChild<QMessageBox*>(QStringLiteral("StopQuestion")));
+    QCOMPARE(f.framesWritten(), 1);
+    QVERIFY(f.form->flow().busy());
+}
+
+void tst_frmsend::enterAfterMissingFileDoesNotClose()
+{
+    ScreenFixture f;
+    f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("1"));
+    f.send()->setFocus();
+    QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget*>(f.send()));
+    QTest::keyClick(f.send(), Qt::Key_Return);
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("File does not exist!")});
+    QCOMPARE(f.boxes().size(), 1);
+    QMessageBox* box = f.boxes().first();
+    QTest::keyClick(box, Qt::Key_Return); // the clerk answers the box with Enter
+    QTRY_VERIFY(f.boxes().isEmpty());
+    // The focus is back on Send, not on Exit: the next Enter sends again.
+    QCOMPARE(f.form->focusWidget(), static_cast<QWidget*>(f.send()));
+    QTest::keyClick(f.form->focusWidget(), Qt::Key_Return);
+    QVERIFY(f.form->isVisible());
+    QCOMPARE(f.messages.count(QStringLiteral("File does not exist!")), 2);
+}
+
+void tst_frmsend::closeMidTransferAnsweredNo()
+{
+    ScreenFixture f;
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(2));
+    f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("1"));
+    QTest::mouseClick(f.send(), Qt::LeftButton);
+    f.form->close();
+    f.form->close(); // asked once, however often
+    QCOMPARE(f.form->findChildren<QMessageBox*>(QStringLiteral("StopQuestion")).size(), 1);
+    QMessageBox* question = f.form->findChild<QMessageBox*>(QStringLiteral("StopQuestion"));
+    QVERIFY(question->isVisible());
+    question->button(QMessageBox::No)->click();
+    QApplication::processEvents();
+    QVERIFY(f.form->isVisible());
+    QVERIFY(f.form->flow().busy());
+    QVERIFY(f.terminal->isOpen());
+}
+
+void tst_frmsend::oneBoxOfAKind()
+{
+    ScreenFixture f;
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(3));
+    f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("1"));
+    QTest::mouseClick(f.send(), Qt::LeftButton);
+    f.terminal->feed(QByteArray(8, '\0') + QByteArray("\x00\x00"
+                                                      "AACK",
+                                                      6));
+    DownloadSession& session = f.form->flow().session();
+    QTRY_VERIFY(session.timer1().isActive() || session.phase() == DownloadSession::Phase::SendingRecords);
+    if (session.timer1().isActive())
+        session.Timer1_Timer();
+    // Fifteen time-outs: three cable messages, one box on screen.
+    for (int i = 0; i < 15; ++i)
+        session.Timer2_Timer();
+    QCOMPARE(f.messages.count(DownloadSession::checkCableText()), 3);
+    QCOMPARE(f.boxes().size(), 1);
+    QCOMPARE(f.boxes().first()->text(), DownloadSession::checkCableText());
+    f.closeBoxes();
+    for (int i = 0; i < 5; ++i)
+        session.Timer2_Timer();
+    QCOMPARE(f.boxes().size(), 1); // shown again once the first was answered
+}
+
+namespace {
+
+// Answers every frame, but NACKs every third one the first time and says
+// nothing to a stretch of frames while the test wants it silent.
+class MoodyTerminal : public FakeChannel
+{
+public:
+    void write(const QByteArray& bytes) override
+    {
+        FakeChannel::write(bytes);
+        if (bytes.isEmpty() || silent)
+            return;
+        const int number = static_cast<unsigned char>(bytes.at(7)) * 256 + static_cast<unsigned char>(bytes.at(8));
+        QByteArray word = "AACK";
+        if (number >= 2 && number % 3 == 0 && !nacked.contains(number)) {
+            nacked.insert(number);
+            word = "NACK";
+        } else if (number >= 2 && bytes.size() == 137) {
+            accepted.insert(number, bytes);
+        }
+        const QByteArray reply = DownloadTerminal::answerFrame(number, word);
+        QTimer::singleShot(2, this, [this, reply] {
+            if (isOpen())
+                feed(reply);
+        });
+    }
+    bool silent = false;
+    QSet<int> nacked;
+    QMap<int, QByteArray> accepted;
+};
+
+} // namespace
+
+// The cable message left on screen while the download goes on underneath:
+// acknowledgements, NACKs and time-outs are all handled, the box blocks
+// nothing, and the terminal ends up with every account once.
+void tst_frmsend::boxLeftOpenWhileAnswersKeepComing()
+{
+    TestContext t;
+    MessageRecorder messages;
+    t.ctx->settings.BankInfoPath = t.path(QStringLiteral("bank"));
+    t.ctx->settings.FontSize = QStringLiteral("0");
+    QDir().mkpath(t.ctx->settings.BankInfoPath);
+    MoodyTerminal* terminal = nullptr;
+    t.ctx->setChannelFactory([&terminal] {
+        auto c = std::make_unique<MoodyTerminal>();
+        terminal = c.get();
+        return c;
+    });
+    QFile file(QDir(t.ctx->settings.BankInfoPath).filePath(QStringLiteral("0051611d.txt")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(accountsFile(40));
+    file.close();
+
+    frmsend form(*t.ctx);
+    messages.listen(&form.flow(), &SendFlow::message);
+    form.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&form));
+    DownloadSession& session = form.flow().session();
+    session.timer2().setInterval(20); // a time-out every 20 ms stands for every second
+    QSignalSpy completed(&form.flow(), &SendFlow::completed);
+    QTest::keyClicks(form.findChild<QLineEdit*>(QStringLiteral("txtAgent")), QStringLiteral("5"));
+    QTest::keyClicks(form.findChild<QLineEdit*>(QStringLiteral("txtDate")), QStringLiteral("1611"));
+    QTest::mouseClick(form.findChild<QPushButton*>(QStringLiteral("cmdSend")), Qt::LeftButton);
+    QTRY_VERIFY(terminal && terminal->accepted.size() >= 5);
+    terminal->silent = true; // five time-outs: the cable message
+    QTRY_COMPARE_WITH_TIMEOUT(messages.count(DownloadSession::checkCableText()), 1, 5000);
+    QMessageBox* box = form.findChild<QMessageBox*>(QStringLiteral("MessageBox"));
+    QVERIFY(box && box->isVisible());
+    // Ten more time-outs with the box open: resends go on, no second box.
+    QTRY_COMPARE_WITH_TIMEOUT(messages.count(DownloadSession::checkCableText()), 3, 5000);
+    QCOMPARE(form.findChildren<QMessageBox*>(QStringLiteral("MessageBox")).size(), 1);
+    terminal->silent = false; // the line is back; the box stays open
+    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 1, 10000);
+    QVERIFY(box->isVisible());
+    QCOMPARE(terminal->accepted.size(), 40);
+    for (auto it = terminal->accepted.cbegin(); it != terminal->accepted.cend(); ++it)
+        QCOMPARE(it.value(), session.recordFrame(it.key() - 1));
+    QCOMPARE(messages.last(), DownloadSession::completedText());
+    QCOMPARE(form.findChild<QLabel*>(QStringLiteral("lblRecord"))->text(), QStringLiteral("40 / 40"));
+    // Each kind of box once on screen.
+    int cableBoxes = 0;
+    for (QMessageBox* b : form.findChildren<QMessageBox*>(QStringLiteral("MessageBox")))
+        cableBoxes += b->isVisible() && b->text() == DownloadSession::checkCableText();
+    QCOMPARE(cableBoxes, 1);
+}
+
+// Polls in small steps (QTRY_* waits 50 ms between looks).
+template <typename Condition> bool waitFor(Condition done, int timeoutMs = 5000)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QTest::qWait(1);
+    }
+    return true;
+}
+
+// The screen closed and the terminal gone within milliseconds of each other,
+// on a real serial port, after a refused Send: nothing may crash.
+void tst_frmsend::closedAsTheTerminalGoes()
+{
+    for (int round = 0; round < 50; ++round) {
+        TestContext t;
+        auto pty = std::make_unique<Pty>();
+        QString error;
+        QVERIFY2(pty->open(&error), qPrintable(error));
+        DownloadTerminal terminal(pty.get());
+        DownloadTerminal::Faults faults;
+        faults.notDownloadMode = "CLOS";
+        terminal.setFaults(faults);
+        terminal.attach();
+        t.ctx->portOverride = pty->devicePath();
+        t.ctx->settings.BankInfoPath = t.path(QStringLiteral("bank"));
+        t.ctx->settings.FontSize = QStringLiteral("0");
+        QDir().mkpath(t.ctx->settings.BankInfoPath);
+        QFile file(QDir(t.ctx->settings.BankInfoPath).filePath(QStringLiteral("0051611d.txt")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(accountsFile(2));
+        file.close();
+
+        QPointer<frmsend> form = new frmsend(*t.ctx);
+        form->setAttribute(Qt::WA_DeleteOnClose);
+        form->show();
+        QVERIFY(QTest::qWaitForWindowExposed(form));
+        auto* agent = form->findChild<QLineEdit*>(QStringLiteral("txtAgent"));
+        auto* date = form->findChild<QLineEdit*>(QStringLiteral("txtDate"));
+        auto* send = form->findChild<QPushButton*>(QStringLiteral("cmdSend"));
+        QTest::keyClicks(agent, QStringLiteral("5"));
+        QTest::keyClicks(date, QStringLiteral("1611"));
+        // A send the terminal refuses: the port stays open.
+        QTest::mouseClick(send, Qt::LeftButton);
+        QVERIFY(waitFor([&] { return send->isEnabled(); }));
+        // Then a send refused for a missing file, answered.
+        date->setText(QStringLiteral("1612"));
+        QTest::mouseClick(send, Qt::LeftButton);
+        for (QMessageBox* b : form->findChildren<QMessageBox*>())
+            b->accept();
+        if (round % 2 == 0) {
+            form->findChild<QPushButton*>(QStringLiteral("cmdExit"))->click();
+            pty.reset(); // the terminal goes right after
+        } else {
+            pty.reset(); // the terminal goes right before
+            form->findChild<QPushButton*>(QStringLiteral("cmdExit"))->click();
+        }
+        QTest::qWait(5);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(waitFor([&] { return form.isNull(); }));
+    }
 }
 
 QTEST_MAIN(tst_frmsend)

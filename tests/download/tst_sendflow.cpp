@@ -1,5 +1,6 @@
 #include "DownloadFileMaker.h"
 #include "FakeTerminal.h"
+#include "MessageRecorder.h"
 #include "SendFlow.h"
 #include "TestContext.h"
 
@@ -11,6 +12,7 @@ namespace {
 struct FlowFixture
 {
     TestContext t;
+    MessageRecorder messages;
     FakeTerminal* terminal = nullptr;
     std::unique_ptr<SendFlow> flow;
     bool silent = false; // the terminal hears but never answers
@@ -19,6 +21,7 @@ struct FlowFixture
     {
         prepareSendContext(t, &terminal, &silent);
         flow = std::make_unique<SendFlow>(*t.ctx);
+        messages.listen(flow.get(), &SendFlow::message);
         flow->Form_Load();
     }
 
@@ -62,6 +65,13 @@ private slots:
     void downLoadDataFolderUnderProgramFolder();
     void fullDownload();
     void terminalNotInDownloadModeReEnablesButtons();
+    void formLoadReadsTerminalPasswords();
+    void accountsGoOutInNameOrder();
+    void settingsPaddedInMemory();
+    void storeFailureIsReported();
+    void portErrorIsReportedOnce();
+    void stopTransferReEnablesButtons();
+    void busyFlowIgnoresSend();
 };
 
 void tst_SendFlow::agentNumber_data()
@@ -114,8 +124,8 @@ void tst_SendFlow::inputChecks()
     QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
     QString transactions;
     QCOMPARE(int(f.flow->cmdSend(agent, date, transactions)), result);
-    QCOMPARE(f.t.messenger.texts(), QStringList{message});
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Information);
+    QCOMPARE(f.messages.texts(), QStringList{message});
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Information);
     QCOMPARE(buttons.count(), 0);
     QCOMPARE(f.framesWritten(), 0);
     QVERIFY(f.bankData().isEmpty());
@@ -126,10 +136,10 @@ void tst_SendFlow::threeDigitDateNamesTheFile()
     FlowFixture f;
     QString transactions = QStringLiteral("1");
     QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("161"), transactions), SendFlow::Result::Stopped);
-    QCOMPARE(f.t.messenger.last(), QStringLiteral("File does not exist!"));
+    QCOMPARE(f.messages.last(), QStringLiteral("File does not exist!"));
     QCOMPARE(f.flow->downloadPath(), QDir(f.t.ctx->settings.BankInfoPath).filePath(QStringLiteral("005161d.txt")));
 
-    f.t.messenger.clear();
+    f.messages.clear();
     f.writeFile(QStringLiteral("005161d.txt"), accountsFile(2));
     QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("161"), transactions), SendFlow::Result::Started);
     QCOMPARE(f.flow->job().agentDateKey, QStringLiteral("005161"));
@@ -142,8 +152,8 @@ void tst_SendFlow::missingFileReEnablesButtons()
     QSignalSpy stopped(f.flow.get(), &SendFlow::stopped);
     QString transactions = QStringLiteral("3");
     QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Stopped);
-    QCOMPARE(f.t.messenger.last(), QStringLiteral("File does not exist!"));
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(f.messages.last(), QStringLiteral("File does not exist!"));
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
     QCOMPARE(buttons.count(), 2);
     QCOMPARE(buttons.at(0).at(0).toBool(), false);
     QCOMPARE(buttons.at(1).at(0).toBool(), true);
@@ -187,12 +197,12 @@ void tst_SendFlow::rejectedFileLeavesBankData()
     QCOMPARE(before.size(), 3);
 
     f.writeFile(QStringLiteral("0051611d.txt"), content);
-    f.t.messenger.clear();
+    f.messages.clear();
     QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
     const int written = f.framesWritten();
     QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Stopped);
-    QCOMPARE(f.t.messenger.texts(), QStringList{message});
-    QCOMPARE(int(f.t.messenger.lastIcon()), icon);
+    QCOMPARE(f.messages.texts(), QStringList{message});
+    QCOMPARE(int(f.messages.lastIcon()), icon);
     QCOMPARE(f.bankData(), before);
     QCOMPARE(buttons.last().at(0).toBool(), true);
     QCOMPARE(f.framesWritten(), written);
@@ -242,7 +252,7 @@ void tst_SendFlow::fullDownload()
     QString transactions = QStringLiteral("2");
     QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
     QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 1, 10000);
-    QVERIFY(f.t.messenger.last().startsWith(QStringLiteral("Download Completed Successfully")));
+    QVERIFY(f.messages.last().startsWith(QStringLiteral("Download Completed Successfully")));
     QCOMPARE(progress.last().at(0).toInt(), 3);
     QCOMPARE(progress.last().at(1).toInt(), 3);
     QCOMPARE(buttons.last().at(0).toBool(), true);
@@ -263,8 +273,131 @@ void tst_SendFlow::terminalNotInDownloadModeReEnablesButtons()
     f.terminal->feed("CLOSCLOSCLOSCL");
     QCOMPARE(stopped.count(), 1);
     QCOMPARE(buttons.last().at(0).toBool(), true);
-    QCOMPARE(f.t.messenger.last(),
+    QCOMPARE(f.messages.last(),
              QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!"));
+}
+
+void tst_SendFlow::formLoadReadsTerminalPasswords()
+{
+    FlowFixture f;
+    f.t.db.execute(QStringLiteral("UPDATE Password SET download=?, setup=? WHERE SNo=?"),
+                   {QStringLiteral("1234"), QStringLiteral("56"), QStringLiteral("1")});
+    f.flow->Form_Load();
+    QCOMPARE(f.flow->downloadPassword(), QStringLiteral("1234"));
+    QCOMPARE(f.flow->setupPassword(), QStringLiteral("0056"));
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(1));
+    f.silent = true;
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    const QByteArray frame = f.terminal->written.first();
+    QCOMPARE(frame.mid(113, 4), QByteArray("1234"));
+    QCOMPARE(frame.mid(117, 1), QByteArray("1"));
+    QCOMPARE(frame.mid(118, 4), QByteArray("0056"));
+}
+
+void tst_SendFlow::accountsGoOutInNameOrder()
+{
+    FlowFixture f(true);
+    QList<QByteArray> lines;
+    const QStringList names = {QStringLiteral("CHITRA"), QStringLiteral("BALU"), QStringLiteral("ANU"),
+                               QStringLiteral("BALU")};
+    const QStringList opening = {QStringLiteral("01/01/2001"), QStringLiteral("20/01/2001"),
+                                 QStringLiteral("01/01/2001"), QStringLiteral("10/05/2005")};
+    for (int i = 0; i < names.size(); ++i) {
+        AccountLine line;
+        line.acNumber = QStringLiteral("%1").arg(i + 1, 15, 10, QLatin1Char('0'));
+        line.name = names.at(i);
+        line.opening = opening.at(i);
+        lines << line.bytes();
+    }
+    f.writeFile(QStringLiteral("0051611d.txt"), joinLines(lines));
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    QStringList order;
+    for (const DownloadAccount& a : f.flow->job().accounts)
+        order << a.acNumber;
+    // By name, then by opening date compared as text ("100505" < "200101").
+    QCOMPARE(order, (QStringList{QStringLiteral("000000000000003"), QStringLiteral("000000000000004"),
+                                 QStringLiteral("000000000000002"), QStringLiteral("000000000000001")}));
+}
+
+void tst_SendFlow::settingsPaddedInMemory()
+{
+    FlowFixture f(true);
+    f.t.ctx->settings.FontSize = QStringLiteral("-1");
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(1));
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    QCOMPARE(f.t.ctx->settings.BankName, QStringLiteral("STATE BANK").leftJustified(48));
+    QCOMPARE(f.t.ctx->settings.BranchName, QStringLiteral("MAIN ROAD").leftJustified(22));
+    QCOMPARE(f.t.ctx->settings.FontSize, QStringLiteral("0"));
+    QCOMPARE(f.terminal->written.first().mid(41, 1), QByteArray("0"));
+}
+
+void tst_SendFlow::storeFailureIsReported()
+{
+    FlowFixture f;
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(2));
+    f.t.db.execute(QStringLiteral("DROP TABLE BankData"));
+    QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Stopped);
+    QCOMPARE(f.messages.entries().size(), 1);
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(buttons.last().at(0).toBool(), true);
+    QCOMPARE(f.framesWritten(), 0);
+}
+
+void tst_SendFlow::portErrorIsReportedOnce()
+{
+    TestContext t;
+    MessageRecorder messages;
+    t.ctx->settings.BankInfoPath = t.path(QStringLiteral("bank"));
+    t.ctx->settings.FontSize = QStringLiteral("0");
+    QDir().mkpath(t.ctx->settings.BankInfoPath);
+    t.ctx->portOverride = t.path(QStringLiteral("no-such-device"));
+    SendFlow flow(*t.ctx);
+    messages.listen(&flow, &SendFlow::message);
+    flow.Form_Load();
+    QFile file(QDir(t.ctx->settings.BankInfoPath).filePath(QStringLiteral("0051611d.txt")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(accountsFile(2));
+    file.close();
+    QSignalSpy buttons(&flow, &SendFlow::buttonsEnabled);
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(flow.cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Stopped);
+    QCOMPARE(messages.entries().size(), 1);
+    QVERIFY2(messages.last().contains(t.ctx->portOverride), qPrintable(messages.last()));
+    QVERIFY(messages.last().contains(QStringLiteral("does not exist")));
+    QCOMPARE(messages.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(buttons.last().at(0).toBool(), true);
+    QTest::qWait(50);
+    QCOMPARE(messages.entries().size(), 1);
+}
+
+void tst_SendFlow::stopTransferReEnablesButtons()
+{
+    FlowFixture f(true);
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(3));
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    QVERIFY(f.flow->busy());
+    QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
+    f.flow->stopTransfer();
+    QVERIFY(!f.flow->busy());
+    QVERIFY(!f.terminal->isOpen());
+    QCOMPARE(buttons.last().at(0).toBool(), true);
+    QVERIFY(f.messages.entries().isEmpty());
+}
+
+void tst_SendFlow::busyFlowIgnoresSend()
+{
+    FlowFixture f(true);
+    f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(3));
+    QString transactions = QStringLiteral("1");
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
+    QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Busy);
+    QCOMPARE(f.terminal->written.size(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_SendFlow)

@@ -4,6 +4,7 @@
 
 #include "DownloadSession.h"
 #include "DownloadTerminal.h"
+#include "MessageRecorder.h"
 #include "Pty.h"
 #include "TestContext.h"
 
@@ -18,6 +19,8 @@ struct PtyFixture
 {
     Pty pty;
     TestContext t;
+    MessageRecorder messages;
+    QList<DownloadAccount> accounts;
     std::unique_ptr<DownloadTerminal> terminal;
     std::unique_ptr<DownloadSession> session;
     std::unique_ptr<QSignalSpy> completed;
@@ -39,7 +42,8 @@ struct PtyFixture
         ctx.settings.BankName = QStringLiteral("TONVY BANK");
         ctx.settings.BranchName = QStringLiteral("MAIN ROAD");
         ctx.settings.FontSize = QStringLiteral("0");
-        session = std::make_unique<DownloadSession>(ctx);
+        session = std::make_unique<DownloadSession>(ctx.port(), t.clock);
+        messages.listen(session.get(), &DownloadSession::message);
         completed = std::make_unique<QSignalSpy>(session.get(), &DownloadSession::completed);
         stopped = std::make_unique<QSignalSpy>(session.get(), &DownloadSession::stopped);
         progress = std::make_unique<QSignalSpy>(session.get(), &DownloadSession::progress);
@@ -50,16 +54,13 @@ struct PtyFixture
 
     void insertAccounts(int n)
     {
+        accounts.clear();
         for (int i = 1; i <= n; ++i) {
-            t.db.execute(
-                QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
-                               "AgreedAmount, OpeningDate, SNo, Txndate, FileName, AgentID) "
-                               "VALUES (?,?,?,?,?,?,?,?,?,?,?)"),
-                {QStringLiteral("2"), QStringLiteral("RD010"), QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
-                 QStringLiteral("HOLDER %1").arg(i, 3, 10, QLatin1Char('0')),
-                 QStringLiteral("%1").arg(i * 1000 + 7, 8, 10, QLatin1Char('0')), QStringLiteral("00100"),
-                 QStringLiteral("0102%1").arg(i % 100, 2, 10, QLatin1Char('0')), QStringLiteral("1"),
-                 QStringLiteral("      "), QStringLiteral("Bank/0051611d.txt"), QStringLiteral("AG0005         ")});
+            accounts.append({QStringLiteral("2"), QStringLiteral("RD010"),
+                             QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
+                             QStringLiteral("HOLDER %1").arg(i, 3, 10, QLatin1Char('0')),
+                             QStringLiteral("%1").arg(i * 1000 + 7, 8, 10, QLatin1Char('0')), QStringLiteral("00100"),
+                             QStringLiteral("0102%1").arg(i % 100, 2, 10, QLatin1Char('0')), QStringLiteral("      ")});
         }
     }
 
@@ -75,6 +76,10 @@ struct PtyFixture
         job.transactions = QStringLiteral("3");
         job.downloadPassword = QStringLiteral("1111");
         job.setupPassword = QStringLiteral("2222");
+        job.bankName = t.ctx->settings.BankName;
+        job.branchName = t.ctx->settings.BranchName;
+        job.fontSize = t.ctx->settings.FontSize;
+        job.accounts = accounts;
         session->prepareSend();
         session->FirstProtocol(job);
     }
@@ -101,6 +106,11 @@ private slots:
     void notInDownloadMode_data();
     void notInDownloadMode();
     void totalSilenceCableMessage();
+    void silentTerminalHeaderSentOnce();
+    void staleBytesBeforeOpenAreDropped();
+    void droppedLineRecovers();
+    void pausedTerminalRecovers();
+    void closedMidTransferAndSentAgain();
 };
 
 void TestDownloadPty::fullDownload()
@@ -111,7 +121,7 @@ void TestDownloadPty::fullDownload()
     QCOMPARE(f.terminal->receivedNumbers(), PtyFixture::expectedNumbers(4));
     QCOMPARE(f.terminal->endFramesReceived(), 1);
     QCOMPARE(f.terminal->rejectedFrames(), 0);
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
     QCOMPARE(f.stopped->count(), 0);
     QCOMPARE(f.progress->count(), 4);
     QCOMPARE(f.progress->last().at(0).toInt(), 4);
@@ -156,7 +166,7 @@ void TestDownloadPty::nackResend()
     QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, 10000);
     QCOMPARE(f.terminal->receivedNumbers(), (QList<int>{0, 2, 3, 3, 4, 5}));
     QCOMPARE(f.terminal->state().accounts.size(), 4);
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
 }
 
 void TestDownloadPty::wrongNumber()
@@ -170,7 +180,7 @@ void TestDownloadPty::wrongNumber()
     // Frame 4 acknowledged as 5: the PC steps back two and sends 2 onwards again.
     QCOMPARE(f.terminal->receivedNumbers(), (QList<int>{0, 2, 3, 4, 2, 3, 4, 5}));
     QCOMPARE(f.terminal->state().accounts.size(), 4);
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
 }
 
 void TestDownloadPty::silentFrameTimeoutResend()
@@ -187,7 +197,7 @@ void TestDownloadPty::silentFrameTimeoutResend()
     QCOMPARE(numbers.mid(0, 5), (QList<int>{0, 2, 3, 2, 3}));
     QCOMPARE(numbers.last(), 5);
     QCOMPARE(f.terminal->state().accounts.size(), 4);
-    QCOMPARE(f.t.messenger.count(QStringLiteral("Download Completed Successfully!")), 1);
+    QCOMPARE(f.messages.count(QStringLiteral("Download Completed Successfully!")), 1);
     QCOMPARE(f.t.ctx->link.TimeoutCount, 1);
 }
 
@@ -207,9 +217,9 @@ void TestDownloadPty::notInDownloadMode()
     f.terminal->setFaults(faults);
     f.send(2);
     QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, 10000);
-    QCOMPARE(f.t.messenger.texts(),
+    QCOMPARE(f.messages.texts(),
              QStringList{QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!")});
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Information);
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Information);
     QTest::qWait(100);
     QCOMPARE(f.terminal->receivedNumbers(), QList<int>{0});
     QCOMPARE(f.completed->count(), 0);
@@ -231,16 +241,122 @@ void TestDownloadPty::totalSilenceCableMessage()
     });
     f.session->timer2().setInterval(30);
     f.send(3);
-    QTRY_COMPARE_WITH_TIMEOUT(f.t.messenger.count(cable), 1, 10000);
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QTRY_COMPARE_WITH_TIMEOUT(f.messages.count(cable), 1, 10000);
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
     // Resending goes on after the message: the count comes round again.
-    QTRY_COMPARE_WITH_TIMEOUT(f.t.messenger.count(cable), 2, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.messages.count(cable), 2, 10000);
     QCOMPARE(f.stopped->count(), 0);
     QVERIFY(f.session->timer2().isActive());
     const QByteArray all = chunks.join();
     // Header, the first account frame, then a resend at every time-out.
     QVERIFY2(all.count(QByteArrayLiteral("\x01\xFF\x10\xF0")) >= 11, qPrintable(QString::number(all.size())));
     QVERIFY(all.contains(f.session->recordFrame(1)));
+}
+
+void TestDownloadPty::silentTerminalHeaderSentOnce()
+{
+    PtyFixture f(false);
+    QByteArray all;
+    QObject::connect(&f.pty, &Pty::readyRead, [&] { all += f.pty.readAll(); });
+    f.session->headerWatch().setInterval(300);
+    f.send(2);
+    QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, 5000);
+    QCOMPARE(f.messages.texts(), QStringList{cable});
+    QTest::qWait(200);
+    QCOMPARE(all, f.session->headerFrame()); // the header, once, and nothing else
+}
+
+void TestDownloadPty::staleBytesBeforeOpenAreDropped()
+{
+    PtyFixture f;
+    // Answers of an earlier exchange wait in the line before the port opens.
+    f.pty.write(DownloadTerminal::answerFrame(7, "AACK") + DownloadTerminal::answerFrame(0, "NACK"));
+    QTest::qWait(50);
+    f.send(3);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, 10000);
+    QCOMPARE(f.terminal->receivedNumbers(), PtyFixture::expectedNumbers(3));
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
+}
+
+// The cable pulled for 13 time-outs (1.3 s at a tenth of the real time-out)
+// and plugged in again: the download completes within ten time-outs of the
+// line coming back, and the terminal holds every account.
+void TestDownloadPty::droppedLineRecovers()
+{
+    PtyFixture f;
+    f.session->timer2().setInterval(100);
+    QObject::connect(f.terminal.get(), &DownloadTerminal::accountReceived, [&](int number) {
+        if (number == 4 && !f.pty.lineDown() && f.pty.bytesDropped() == 0)
+            f.pty.dropFor(1300);
+    });
+    QElapsedTimer clock;
+    f.send(20);
+    clock.start();
+    QTRY_VERIFY_WITH_TIMEOUT(f.pty.bytesDropped() > 0, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(!f.pty.lineDown(), 5000);
+    const qint64 up = clock.elapsed();
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, 10000);
+    QCOMPARE(f.completed->count(), 1);
+    QVERIFY2(clock.elapsed() - up <= 10 * 100 + 500, qPrintable(QString::number(clock.elapsed() - up)));
+    QCOMPARE(f.terminal->state().accounts.size(), 20);
+    QCOMPARE(f.terminal->endFramesReceived(), 1);
+}
+
+// The terminal stops reading for 13 time-outs and then takes everything that
+// waited in the line, answering every copy the time-outs sent meanwhile.
+void TestDownloadPty::pausedTerminalRecovers()
+{
+    PtyFixture f(false);
+    bool paused = false;
+    bool pausedOnce = false;
+    QObject::connect(&f.pty, &Pty::readyRead, [&] {
+        if (!paused)
+            f.terminal->receive(f.pty.readAll()); // while paused the bytes stay in the line
+    });
+    QObject::connect(f.terminal.get(), &DownloadTerminal::accountReceived, [&](int number) {
+        if (number == 4 && !pausedOnce) {
+            paused = true;
+            pausedOnce = true;
+            QTimer::singleShot(1300, &f.pty, [&] {
+                paused = false;
+                f.terminal->receive(f.pty.readAll());
+            });
+        }
+    });
+    f.session->timer2().setInterval(100);
+    QElapsedTimer clock;
+    clock.start();
+    f.send(20);
+    QTRY_VERIFY_WITH_TIMEOUT(paused, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(!paused, 5000);
+    const qint64 resumed = clock.elapsed();
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, 10000);
+    QCOMPARE(f.completed->count(), 1);
+    QVERIFY2(clock.elapsed() - resumed <= 10 * 100 + 500, qPrintable(QString::number(clock.elapsed() - resumed)));
+    QCOMPARE(f.terminal->state().accounts.size(), 20);
+    for (const TerminalAccount& a : f.terminal->state().accounts)
+        QVERIFY(a.name.startsWith(QStringLiteral("HOLDER")));
+}
+
+// Send closed after a few accounts while answers are still on their way, and
+// pressed again: the new download is not thrown off by them.
+void TestDownloadPty::closedMidTransferAndSentAgain()
+{
+    PtyFixture f;
+    f.terminal->setLineBaud(19200);
+    f.pty.setBaud(19200);
+    f.send(30);
+    QTRY_VERIFY_WITH_TIMEOUT(f.progress->count() >= 3, 5000);
+    f.session->stopTransfer();
+    // The terminal answers what it still had, into a closed port.
+    f.pty.write(DownloadTerminal::answerFrame(5, "AACK") + DownloadTerminal::answerFrame(6, "AACK"));
+    QTest::qWait(100);
+    f.progress->clear();
+    f.send(30);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, 15000);
+    QCOMPARE(f.completed->count(), 1);
+    QCOMPARE(f.terminal->state().accounts.size(), 30);
+    QCOMPARE(f.progress->last().at(0).toInt(), 30);
 }
 
 QTEST_GUILESS_MAIN(TestDownloadPty)

@@ -1,7 +1,9 @@
 #include "DownloadSession.h"
 #include "FakeChannel.h"
+#include "MessageRecorder.h"
 #include "TestContext.h"
 
+#include <QSet>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -73,7 +75,9 @@ int positions(const QByteArray& frame, int first, int last)
 struct Fixture
 {
     TestContext t;
+    MessageRecorder messages;
     FakeChannel* channel = nullptr;
+    QList<DownloadAccount> accounts; // the job's accounts, in the order they go out
     std::unique_ptr<DownloadSession> session;
     std::unique_ptr<QSignalSpy> progress;
     std::unique_ptr<QSignalSpy> stopped;
@@ -87,7 +91,8 @@ struct Fixture
         ctx.settings.FontSize = QStringLiteral("1");
         ctx.setChannelFactory([] { return std::make_unique<FakeChannel>(); });
         channel = static_cast<FakeChannel*>(&ctx.channel());
-        session = std::make_unique<DownloadSession>(ctx);
+        session = std::make_unique<DownloadSession>(ctx.port(), t.clock);
+        messages.listen(session.get(), &DownloadSession::message);
         progress = std::make_unique<QSignalSpy>(session.get(), &DownloadSession::progress);
         stopped = std::make_unique<QSignalSpy>(session.get(), &DownloadSession::stopped);
         completed = std::make_unique<QSignalSpy>(session.get(), &DownloadSession::completed);
@@ -95,15 +100,11 @@ struct Fixture
     }
 
     LinkState& link() { return t.ctx->link; }
+    DownloadSession::Phase phase() const { return session->phase(); }
 
     void insert(const Account& a)
     {
-        t.db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
-                                    "AgreedAmount, OpeningDate, SNo, Txndate, FileName, CustomerCode, BranchID, "
-                                    "AgentID, MyDate, BankSoftACNumber) VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)"),
-                     {a.category, a.scheme, a.number, a.name, a.balance, a.agreed, a.opening, QStringLiteral("1"),
-                      a.txn, a.file, QStringLiteral("C00001"), QStringLiteral("BR0001         "), a.agent,
-                      QStringLiteral("161107"), QStringLiteral("BS1")});
+        accounts.append({a.category, a.scheme, a.number, a.name, a.balance, a.agreed, a.opening, a.txn});
     }
 
     void insertNumbered(int n)
@@ -124,6 +125,10 @@ struct Fixture
         j.transactions = QStringLiteral("5");
         j.downloadPassword = QStringLiteral("1234");
         j.setupPassword = QStringLiteral("5678");
+        j.bankName = t.ctx->settings.BankName;
+        j.branchName = t.ctx->settings.BranchName;
+        j.fontSize = t.ctx->settings.FontSize;
+        j.accounts = accounts;
         return j;
     }
 
@@ -159,11 +164,10 @@ private slots:
     void headerTooShortIsReported();
     void headerChecksumOverflowIsReported();
     void headerWithoutFontSizeIsReported();
-    void formLoadReadsTerminalPasswords();
     void formLoadClearsDownloadComplete();
     void recordFrameByteExact_data();
     void recordFrameByteExact();
-    void recordFramesInNameOrder();
+    void recordFramesInJobOrder();
     void endFrameFixed();
     void firstRecordFrameIsNumberTwo();
     void fullDownload();
@@ -177,14 +181,23 @@ private slots:
     void notInDownloadMode_data();
     void notInDownloadMode();
     void fiveTimeoutsCableMessage();
-    void unansweredHeaderIsResent();
+    void headerSentOnceThenCableMessage();
+    void headerWatchRunsOnRealTime();
     void firstTimeoutStepsBackOne();
     void secondDownloadNeverResends();
     void portOpenFailure();
     void linkFailure();
     void ackNumberOverflowIsReported();
-    void storeFailureIsReported();
     void timer3StepsBack();
+    void staleAnswerToHeaderDropped();
+    void bytesAfterTheEndAreIgnored();
+    void newSendEmptiesTheReceiveBuffer();
+    void lostEndAcknowledgementEndsWithMessage();
+    void portTakenByAnotherSession();
+    void stopTransferClosesThePort();
+    void lateAnswersAreDrained();
+    void pausedTerminalRecoversWithinTenTimeouts_data();
+    void pausedTerminalRecoversWithinTenTimeouts();
 };
 
 void TestDownloadSession::headerFrameByteExact()
@@ -217,8 +230,8 @@ void TestDownloadSession::headerFrameByteExact()
     QCOMPARE(frame.toHex(' '), expected.toHex(' '));
     QCOMPARE(f.session->headerFrame(), expected);
     QCOMPARE(f.session->lastFrameSent(), 0);
-    QVERIFY(f.link().HeaderPending);
-    QVERIFY(f.t.messenger.entries().isEmpty());
+    QCOMPARE(f.phase(), DownloadSession::Phase::AwaitingHeaderAck);
+    QVERIFY(f.messages.entries().isEmpty());
 }
 
 void TestDownloadSession::headerChecksumCoversTwice()
@@ -256,10 +269,8 @@ void TestDownloadSession::headerPadsSettings()
     const QByteArray frame = f.channel->written.first();
     QCOMPARE(frame.size(), 137);
     QCOMPARE(QString::fromLatin1(frame.mid(41, 1)), sentFont);
-    // The padded values replace the settings in memory.
-    QCOMPARE(f.t.ctx->settings.BankName, QStringLiteral("TONVY BANK").leftJustified(48));
-    QCOMPARE(f.t.ctx->settings.BranchName, QStringLiteral("MAIN ROAD").leftJustified(22));
-    QCOMPARE(f.t.ctx->settings.FontSize, sentFont);
+    QCOMPARE(frame.mid(42, 48), QByteArray("TONVY BANK").leftJustified(48));
+    QCOMPARE(frame.mid(90, 22), QByteArray("MAIN ROAD").leftJustified(22));
 }
 
 void TestDownloadSession::headerTooShortIsReported()
@@ -270,8 +281,8 @@ void TestDownloadSession::headerTooShortIsReported()
     f.session->prepareSend();
     f.session->FirstProtocol(job);
     QCOMPARE(f.stopped->count(), 1);
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY(f.t.messenger.last().contains(QStringLiteral("header frame of")));
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY(f.messages.last().contains(QStringLiteral("header frame of")));
     QVERIFY(f.channel->written.isEmpty());
 }
 
@@ -283,8 +294,8 @@ void TestDownloadSession::headerChecksumOverflowIsReported()
     f.t.ctx->settings.BranchName = QString(22, QChar(0xFF));
     f.start(1);
     QCOMPARE(f.stopped->count(), 1);
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY(f.t.messenger.last().contains(QStringLiteral("Overflow")));
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY(f.messages.last().contains(QStringLiteral("Overflow")));
     QVERIFY(f.channel->written.isEmpty());
 }
 
@@ -294,29 +305,10 @@ void TestDownloadSession::headerWithoutFontSizeIsReported()
     f.t.ctx->settings.FontSize.clear(); // settings saved by the folder screen only
     f.start(1);
     QCOMPARE(f.stopped->count(), 1);
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY2(f.t.messenger.last().contains(QStringLiteral("font size is not set; choose it in CONFIGURE")),
-             qPrintable(f.t.messenger.last()));
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY2(f.messages.last().contains(QStringLiteral("font size is not set; choose it in CONFIGURE")),
+             qPrintable(f.messages.last()));
     QVERIFY(f.channel->written.isEmpty());
-}
-
-void TestDownloadSession::formLoadReadsTerminalPasswords()
-{
-    Fixture f;
-    f.t.db.execute(QStringLiteral("UPDATE Password SET download=?, setup=? WHERE SNo=?"),
-                   {QStringLiteral("1234"), QStringLiteral("56"), QStringLiteral("1")});
-    f.session->Form_Load();
-    QCOMPARE(f.session->downloadPassword(), QStringLiteral("1234"));
-    QCOMPARE(f.session->setupPassword(), QStringLiteral("0056"));
-    DownloadJob job = f.job(1);
-    job.downloadPassword.clear();
-    job.setupPassword.clear();
-    f.session->prepareSend();
-    f.session->FirstProtocol(job);
-    const QByteArray frame = f.channel->written.first();
-    QCOMPARE(frame.mid(113, 4), QByteArray("1234"));
-    QCOMPARE(frame.mid(117, 1), QByteArray("1"));
-    QCOMPARE(frame.mid(118, 4), QByteArray("0056"));
 }
 
 void TestDownloadSession::formLoadClearsDownloadComplete()
@@ -409,39 +401,29 @@ void TestDownloadSession::recordFrameByteExact()
     QCOMPARE(f.session->recordFrame(1).size(), 137);
     QCOMPARE(f.session->recordFrame(1).toHex(' '), expected.toHex(' '));
     QCOMPARE(f.channel->written.last(), expected);
-    QVERIFY(f.t.messenger.entries().isEmpty());
+    QVERIFY(f.messages.entries().isEmpty());
 }
 
-void TestDownloadSession::recordFramesInNameOrder()
+void TestDownloadSession::recordFramesInJobOrder()
 {
     Fixture f;
-    Account later = account(QStringLiteral("BALU"), QStringLiteral("000000000000002"));
-    later.opening = QStringLiteral("200101");
-    Account earlier = account(QStringLiteral("BALU"), QStringLiteral("000000000000003"));
-    earlier.opening = QStringLiteral("100505"); // compared as text: "100505" < "200101"
-    Account otherAgent = account(QStringLiteral("AAA OTHER AGENT"));
-    otherAgent.agent = QStringLiteral("AG0009         ");
-    Account otherFile = account(QStringLiteral("AAA OTHER FILE"));
-    otherFile.file = QStringLiteral("Bank/0051511d.txt");
     f.insert(account(QStringLiteral("CHITRA"), QStringLiteral("000000000000001")));
-    f.insert(later);
-    f.insert(otherAgent);
-    f.insert(earlier);
-    f.insert(otherFile);
     f.insert(account(QStringLiteral("ANU"), QStringLiteral("000000000000004")));
-    f.start(4);
+    f.insert(account(QStringLiteral("BALU"), QStringLiteral("000000000000002")));
+    f.start(3);
     f.channel->feed(answer(0));
     f.session->Timer1_Timer();
 
-    const QStringList expected = {QStringLiteral("000000000000004"), QStringLiteral("000000000000003"),
-                                  QStringLiteral("000000000000002"), QStringLiteral("000000000000001")};
-    for (int i = 1; i <= 4; ++i) {
+    // The download side hands the accounts over in the order they go out.
+    const QStringList expected = {QStringLiteral("000000000000001"), QStringLiteral("000000000000004"),
+                                  QStringLiteral("000000000000002")};
+    for (int i = 1; i <= 3; ++i) {
         const QByteArray frame = f.session->recordFrame(i);
         QCOMPARE(frame.size(), 137);
         QCOMPARE(numberOf(frame), i + 1);
         QCOMPARE(QString::fromLatin1(frame.mid(15, 15)), expected.at(i - 1));
     }
-    QVERIFY(f.session->recordFrame(5).isEmpty());
+    QVERIFY(f.session->recordFrame(4).isEmpty());
     QVERIFY(f.session->recordFrame(0).isEmpty());
 }
 
@@ -454,14 +436,14 @@ void TestDownloadSession::endFrameFixed()
     f.startRecords(1);
     f.ackLast(); // frame 2
     QCOMPARE(f.channel->written.last(), expected);
-    QVERIFY(f.link().EndFrameSent);
+    QCOMPARE(f.phase(), DownloadSession::Phase::AwaitingEndAck);
 }
 
 void TestDownloadSession::firstRecordFrameIsNumberTwo()
 {
     Fixture f;
     f.startRecords(3);
-    QVERIFY(!f.link().HeaderPending);
+    QCOMPARE(f.phase(), DownloadSession::Phase::SendingRecords);
     QCOMPARE(f.channel->written.size(), 2);
     const QByteArray first = f.channel->written.last();
     QCOMPARE(first, f.session->recordFrame(1));
@@ -488,15 +470,15 @@ void TestDownloadSession::fullDownload()
     QCOMPARE(sent, (QList<int>{2, 3, 4, -1}));
     QCOMPARE(f.completed->count(), 1);
     QCOMPARE(f.stopped->count(), 0);
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Information);
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Information);
     QCOMPARE(f.progress->count(), 3);
     for (int i = 0; i < 3; ++i) {
         QCOMPARE(f.progress->at(i).at(0).toInt(), i + 1);
         QCOMPARE(f.progress->at(i).at(1).toInt(), 3);
     }
     QVERIFY(f.link().UploadDone);
-    QVERIFY(!f.link().EndFrameSent);
+    QCOMPARE(f.phase(), DownloadSession::Phase::Done);
     QVERIFY(!f.session->timer1().isActive());
     QVERIFY(!f.session->timer2().isActive());
     QVERIFY(!f.session->timer3().isActive());
@@ -553,7 +535,7 @@ void TestDownloadSession::aackPosition()
     QCOMPARE(f.link().RecordNo, counterAfter);
     QCOMPARE(numberOf(f.channel->written.last()), frameResent);
     QCOMPARE(f.session->lastFrameSent(), frameResent);
-    QVERIFY(f.t.messenger.entries().isEmpty());
+    QVERIFY(f.messages.entries().isEmpty());
 }
 
 void TestDownloadSession::nackResendsSameFrame()
@@ -580,10 +562,10 @@ void TestDownloadSession::nackToHeaderResendsHeader()
     f.channel->feed(answer(0, "NACK"));
     QCOMPARE(f.channel->written.size(), 2);
     QCOMPARE(f.channel->written.last(), f.session->headerFrame());
-    QVERIFY(f.link().HeaderPending);
+    QCOMPARE(f.phase(), DownloadSession::Phase::AwaitingHeaderAck);
     QVERIFY(f.progress->isEmpty());
     f.channel->feed(answer(0));
-    QVERIFY(!f.link().HeaderPending);
+    QCOMPARE(f.phase(), DownloadSession::Phase::HeaderAcknowledged);
     QVERIFY(f.session->timer1().isActive());
 }
 
@@ -610,7 +592,7 @@ void TestDownloadSession::mismatchStepsBack()
     QCOMPARE(f.link().RecordNo, counterAfter);
     QCOMPARE(numberOf(f.channel->written.last()), counterAfter.toInt());
     QVERIFY(f.session->timer2().isActive());
-    QVERIFY(f.t.messenger.entries().isEmpty());
+    QVERIFY(f.messages.entries().isEmpty());
 }
 
 void TestDownloadSession::notInDownloadMode_data()
@@ -636,9 +618,9 @@ void TestDownloadSession::notInDownloadMode()
     }
     const int writes = static_cast<int>(f.channel->written.size());
     f.channel->feed(answer(atHeader ? 0 : 2, word));
-    QCOMPARE(f.t.messenger.texts(),
+    QCOMPARE(f.messages.texts(),
              QStringList{QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!")});
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Information);
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Information);
     QCOMPARE(f.stopped->count(), 1);
     QVERIFY(f.link().RxBuffer.isEmpty());
     QVERIFY(!f.session->timer1().isActive());
@@ -659,35 +641,61 @@ void TestDownloadSession::fiveTimeoutsCableMessage()
         QCOMPARE(f.channel->written.size(), writes + 1);
         QCOMPARE(f.channel->written.last(), f.session->recordFrame(1));
         QVERIFY(f.session->timer2().isActive());
-        QCOMPARE(f.t.messenger.count(cable), i / 5);
+        QCOMPARE(f.messages.count(cable), i / 5);
         QCOMPARE(f.link().TimeoutCount, i % 5);
     }
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
     QCOMPARE(f.stopped->count(), 0);
     // The download is not abandoned: an acknowledgement carries on.
     f.ackLast();
     QCOMPARE(numberOf(f.channel->written.last()), 3);
 }
 
-void TestDownloadSession::unansweredHeaderIsResent()
+void TestDownloadSession::headerSentOnceThenCableMessage()
 {
     Fixture f;
     f.insertNumbered(2);
     f.start(2);
-    QVERIFY(f.session->timer2().isActive());
-    const QString cable = QStringLiteral("Please Check the Communication Cable");
-    for (int i = 1; i <= 5; ++i) {
-        f.session->Timer2_Timer();
-        QCOMPARE(f.channel->written.size(), i + 1);
-        QCOMPARE(f.channel->written.last(), f.session->headerFrame());
-        QVERIFY(f.link().HeaderPending);
-    }
-    QCOMPARE(f.t.messenger.count(cable), 1);
-    // When the terminal answers at last, the accounts follow as usual.
+    QCOMPARE(f.channel->written.size(), 1);
+    // No response timer before the header's acknowledgement; the watch only
+    // tells the clerk.
+    QVERIFY(!f.session->timer2().isActive());
+    QVERIFY(f.session->headerWatch().isActive());
+    QCOMPARE(f.session->headerWatch().interval(), 5000);
+    QVERIFY(f.session->headerWatch().isSingleShot());
+    f.session->Timer2_Timer(); // a stray tick sends nothing
+    QCOMPARE(f.channel->written.size(), 1);
+    QVERIFY(f.messages.entries().isEmpty());
+
+    f.session->headerTimedOut();
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Please Check the Communication Cable")});
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(f.stopped->count(), 1);
+    QCOMPARE(f.phase(), DownloadSession::Phase::Stopped);
+    QCOMPARE(f.channel->written.size(), 1); // nothing extra on the wire
+    QVERIFY(!f.session->timer1().isActive() && !f.session->timer2().isActive());
+
+    // A late answer is not taken up: the clerk presses Send again.
     f.channel->feed(answer(0));
-    QVERIFY(f.session->timer1().isActive());
+    QVERIFY(!f.session->timer1().isActive());
+    QCOMPARE(f.channel->written.size(), 1);
+    f.start(2);
+    QCOMPARE(f.channel->written.size(), 2);
+    QCOMPARE(f.channel->written.last(), f.session->headerFrame());
+    f.channel->feed(answer(0));
     f.session->Timer1_Timer();
     QCOMPARE(numberOf(f.channel->written.last()), 2);
+}
+
+void TestDownloadSession::headerWatchRunsOnRealTime()
+{
+    Fixture f;
+    f.insertNumbered(1);
+    f.session->headerWatch().setInterval(30); // the same watch, shortened
+    f.start(1);
+    QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, 2000);
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Please Check the Communication Cable")});
+    QCOMPARE(f.channel->written.size(), 1);
 }
 
 void TestDownloadSession::firstTimeoutStepsBackOne()
@@ -723,12 +731,19 @@ void TestDownloadSession::secondDownloadNeverResends()
     QCOMPARE(f.channel->written.size(), 2);
     QVERIFY(f.link().UploadDone);
     const int calls = f.channel->writeCalls;
-    f.t.messenger.clear();
-    for (int i = 0; i < 6; ++i)
+    f.messages.clear();
+    for (int i = 0; i < 4; ++i)
         f.session->Timer2_Timer();
     QCOMPARE(f.channel->writeCalls, calls);
     QCOMPARE(f.link().TimeoutCount, 0);
-    QVERIFY(f.t.messenger.entries().isEmpty());
+    QVERIFY(f.messages.entries().isEmpty());
+    // Waiting on in silence would never end: the fifth tells the clerk,
+    // still without sending anything.
+    f.session->Timer2_Timer();
+    QCOMPARE(f.channel->writeCalls, calls);
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Please Check the Communication Cable")});
+    QCOMPARE(f.stopped->count(), 1);
+    QVERIFY(!f.session->timer2().isActive());
 }
 
 void TestDownloadSession::portOpenFailure()
@@ -738,8 +753,8 @@ void TestDownloadSession::portOpenFailure()
     f.channel->openError = why;
     f.insertNumbered(1);
     f.start(1);
-    QCOMPARE(f.t.messenger.texts(), QStringList{why});
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(f.messages.texts(), QStringList{why});
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
     QCOMPARE(f.stopped->count(), 1);
     QVERIFY(f.channel->written.isEmpty());
 }
@@ -749,8 +764,8 @@ void TestDownloadSession::linkFailure()
     Fixture f;
     f.startRecords(2);
     f.channel->fail(QStringLiteral("The serial port fake failed: Resource error"));
-    QCOMPARE(f.t.messenger.texts(), QStringList{QStringLiteral("The serial port fake failed: Resource error")});
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("The serial port fake failed: Resource error")});
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
     QCOMPARE(f.stopped->count(), 1);
     QVERIFY(!f.session->timer2().isActive());
 }
@@ -761,23 +776,9 @@ void TestDownloadSession::ackNumberOverflowIsReported()
     f.startRecords(2);
     f.channel->feed(answer(0x8002));
     QCOMPARE(f.stopped->count(), 1);
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY(f.t.messenger.last().contains(QStringLiteral("Overflow")));
+    QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY(f.messages.last().contains(QStringLiteral("Overflow")));
     QVERIFY(!f.session->timer2().isActive());
-}
-
-void TestDownloadSession::storeFailureIsReported()
-{
-    Fixture f;
-    f.insertNumbered(1);
-    f.start(1);
-    f.channel->feed(answer(0));
-    f.t.db.execute(QStringLiteral("DROP TABLE BankData"));
-    f.session->Timer1_Timer();
-    QCOMPARE(f.stopped->count(), 1);
-    QCOMPARE(f.t.messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY(f.t.messenger.last().contains(QStringLiteral("stopped")));
-    QCOMPARE(f.channel->written.size(), 1);
 }
 
 void TestDownloadSession::timer3StepsBack()
@@ -797,6 +798,233 @@ void TestDownloadSession::timer3StepsBack()
     f.session->timer3().start();
     f.channel->feed("x");
     QVERIFY(!f.session->timer3().isActive());
+}
+
+void TestDownloadSession::staleAnswerToHeaderDropped()
+{
+    Fixture f;
+    f.insertNumbered(2);
+    f.start(2);
+    // An acknowledgement of a frame of some earlier download.
+    f.channel->feed(answer(57));
+    QCOMPARE(f.channel->written.size(), 1);
+    QCOMPARE(f.phase(), DownloadSession::Phase::AwaitingHeaderAck);
+    QVERIFY(f.session->headerWatch().isActive());
+    f.channel->feed(answer(0));
+    QCOMPARE(f.phase(), DownloadSession::Phase::HeaderAcknowledged);
+}
+
+void TestDownloadSession::bytesAfterTheEndAreIgnored()
+{
+    Fixture f;
+    f.startRecords(1);
+    f.ackLast(); // 2
+    f.ackLast(); // OVER
+    QCOMPARE(f.completed->count(), 1);
+    const int writes = f.channel->writeCalls;
+    f.channel->feed(answer(2));
+    f.channel->feed(answer(9, "NACK"));
+    QCOMPARE(f.channel->writeCalls, writes);
+    QVERIFY(f.link().RxBuffer.isEmpty());
+    QCOMPARE(f.messages.count(QStringLiteral("Download Completed Successfully!")), 1);
+}
+
+void TestDownloadSession::newSendEmptiesTheReceiveBuffer()
+{
+    Fixture f;
+    f.startRecords(3);
+    f.channel->feed(answer(2).left(9)); // half an answer, then Send closed
+    f.session->closePort();
+    QVERIFY(!f.channel->isOpen());
+    f.start(3);
+    QVERIFY(f.link().RxBuffer.isEmpty());
+    QCOMPARE(f.session->sendCounter(), 0);
+    f.channel->feed(answer(0));
+    QCOMPARE(f.phase(), DownloadSession::Phase::HeaderAcknowledged);
+}
+
+void TestDownloadSession::lostEndAcknowledgementEndsWithMessage()
+{
+    Fixture f;
+    f.startRecords(1);
+    f.ackLast(); // 2: "OVER" goes out
+    QCOMPARE(f.phase(), DownloadSession::Phase::AwaitingEndAck);
+    const int writes = static_cast<int>(f.channel->written.size());
+    for (int i = 1; i <= 4; ++i)
+        f.session->Timer2_Timer();
+    QCOMPARE(f.channel->written.size(), writes); // "OVER" is sent once
+    QVERIFY(f.messages.entries().isEmpty());
+    f.session->Timer2_Timer();
+    QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Please Check the Communication Cable")});
+    QCOMPARE(f.stopped->count(), 1);
+    QCOMPARE(f.phase(), DownloadSession::Phase::Stopped);
+    QVERIFY(!f.session->timer2().isActive());
+}
+
+void TestDownloadSession::portTakenByAnotherSession()
+{
+    Fixture f;
+    f.startRecords(3);
+    QObject receiveScreen;
+    QString error;
+    QVERIFY(f.t.ctx->openCommPort(&error, &receiveScreen));
+    QCOMPARE(f.stopped->count(), 1);
+    QCOMPARE(f.messages.texts(), QStringList{DownloadSession::portTakenText()});
+    QVERIFY(!f.session->timer2().isActive());
+    const int writes = f.channel->writeCalls;
+    f.channel->feed(answer(2));
+    f.session->Timer2_Timer();
+    QCOMPARE(f.channel->writeCalls, writes);
+    // Closing the send screen leaves the other's port open.
+    f.session->closePort();
+    QVERIFY(f.channel->isOpen());
+}
+
+void TestDownloadSession::stopTransferClosesThePort()
+{
+    Fixture f;
+    f.startRecords(3);
+    f.session->stopTransfer();
+    QVERIFY(!f.channel->isOpen());
+    QCOMPARE(f.phase(), DownloadSession::Phase::Stopped);
+    QVERIFY(!f.session->busy());
+    QVERIFY(!f.session->timer1().isActive() && !f.session->timer2().isActive() && !f.session->timer3().isActive());
+    QVERIFY(f.messages.entries().isEmpty());
+    QCOMPARE(f.stopped->count(), 0);
+}
+
+void TestDownloadSession::lateAnswersAreDrained()
+{
+    Fixture f;
+    f.startRecords(10);
+    f.ackLast(); // 2
+    f.ackLast(); // 3
+    // Answers that keep missing the frame last sent.
+    for (int i = 1; i < DownloadSession::LagLimit; ++i) {
+        const int writes = static_cast<int>(f.channel->written.size());
+        f.channel->feed(answer(40 + i));
+        QCOMPARE(f.channel->written.size(), writes + 1); // each one stepped back and resent
+    }
+    const int writes = static_cast<int>(f.channel->written.size());
+    f.channel->feed(answer(99));
+    QCOMPARE(f.channel->written.size(), writes); // now the line is left to go quiet
+    QVERIFY(f.session->timer2().isActive());
+    f.channel->feed(answer(2));
+    f.channel->feed(answer(3));
+    QCOMPARE(f.channel->written.size(), writes);
+    f.session->Timer2_Timer(); // the next time-out resends from a clean line
+    QCOMPARE(f.channel->written.size(), writes + 1);
+    f.ackLast();
+    QCOMPARE(f.channel->written.size(), writes + 2);
+}
+
+namespace {
+
+// A terminal that answers every frame it received, oldest first, one answer
+// at a time; while paused the frames wait in the line, while the line is
+// down they are lost.
+class QueueTerminal : public FakeChannel
+{
+public:
+    void write(const QByteArray& bytes) override
+    {
+        FakeChannel::write(bytes);
+        if (!bytes.isEmpty() && !lineDown)
+            queue.append(bytes);
+    }
+    bool answerOne()
+    {
+        if (queue.isEmpty() || paused)
+            return false;
+        const QByteArray frame = queue.takeFirst();
+        const int number = numberOf(frame);
+        if (frame == DownloadSession::endFrame())
+            sawEnd = true;
+        else if (number >= 2)
+            accepted.insert(number);
+        feed(answer(number));
+        return true;
+    }
+    QList<QByteArray> queue;
+    QSet<int> accepted;
+    bool paused = false;
+    bool lineDown = false;
+    bool sawEnd = false;
+};
+
+} // namespace
+
+void TestDownloadSession::pausedTerminalRecoversWithinTenTimeouts_data()
+{
+    QTest::addColumn<bool>("held");
+    QTest::newRow("paused: frames wait in the line") << true;
+    QTest::newRow("cable pulled: frames lost") << false;
+}
+
+void TestDownloadSession::pausedTerminalRecoversWithinTenTimeouts()
+{
+    QFETCH(bool, held);
+    TestContext t;
+    t.ctx->settings.FontSize = QStringLiteral("0");
+    QueueTerminal* terminal = nullptr;
+    t.ctx->setChannelFactory([&terminal] {
+        auto c = std::make_unique<QueueTerminal>();
+        terminal = c.get();
+        return c;
+    });
+    DownloadSession session(t.ctx->port(), t.clock);
+    QSignalSpy completed(&session, &DownloadSession::completed);
+    QSignalSpy stopped(&session, &DownloadSession::stopped);
+    session.Form_Load();
+    DownloadJob job;
+    job.agentDateKey = QStringLiteral("0051611");
+    job.branchId = QStringLiteral("BR0001         ");
+    job.agentId = QStringLiteral("AG0005         ");
+    job.transactions = QStringLiteral("1");
+    job.downloadPassword = QStringLiteral("1234");
+    job.setupPassword = QStringLiteral("5678");
+    job.fontSize = QStringLiteral("0");
+    for (int i = 1; i <= 30; ++i)
+        job.accounts.append(DownloadAccount{QStringLiteral("1"), QStringLiteral("SB001"),
+                                            QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
+                                            QStringLiteral("N%1").arg(i), QStringLiteral("100"), QStringLiteral("10"),
+                                            QStringLiteral("010101"), QStringLiteral("010101")});
+    job.recordCount = static_cast<int>(job.accounts.size());
+    session.prepareSend();
+    session.FirstProtocol(job);
+    QVERIFY(terminal);
+
+    // Each step: one answer if the terminal has one, else a second passes.
+    auto step = [&](int* seconds) {
+        if (session.timer1().isActive()) {
+            session.Timer1_Timer();
+            return;
+        }
+        if (terminal->answerOne())
+            return;
+        ++*seconds;
+        if (session.timer2().isActive())
+            session.Timer2_Timer();
+    };
+    int seconds = 0;
+    while (terminal->accepted.size() < 5)
+        step(&seconds);
+    // Thirteen seconds without the terminal.
+    if (held)
+        terminal->paused = true;
+    else
+        terminal->lineDown = true;
+    for (int i = 0; i < 13; ++i)
+        session.Timer2_Timer();
+    terminal->paused = false;
+    terminal->lineDown = false;
+    seconds = 0;
+    for (int guard = 0; guard < 5000 && completed.isEmpty() && stopped.isEmpty(); ++guard)
+        step(&seconds);
+    QCOMPARE(completed.count(), 1);
+    QVERIFY2(seconds <= 10, qPrintable(QString::number(seconds)));
+    QCOMPARE(terminal->accepted.size(), 30);
+    QVERIFY(terminal->sawEnd);
 }
 
 QTEST_GUILESS_MAIN(TestDownloadSession)

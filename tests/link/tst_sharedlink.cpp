@@ -27,20 +27,35 @@ void tst_SharedLink::onlyTheLastOpenerReadsWritesAndCloses()
         return c;
     });
 
-    DownloadSession send(*t.ctx);
+    t.ctx->settings.FontSize = QStringLiteral("0");
+    DownloadSession send(t.ctx->port(), t.clock);
     send.Form_Load();
-    QVERIFY(send.OpenCommPort());
-    // A download that has sent its end frame and waits for the last answer.
-    t.ctx->link.HeaderPending = false;
-    t.ctx->link.EndFrameSent = true;
     QSignalSpy completed(&send, &DownloadSession::completed);
+    QSignalSpy stopped(&send, &DownloadSession::stopped);
+    // A download whose header is out, waiting for its answer.
+    DownloadJob job;
+    job.agentDateKey = QStringLiteral("0051611");
+    job.branchId = QStringLiteral("BR0001         ");
+    job.agentId = QStringLiteral("AG0005         ");
+    job.transactions = QStringLiteral("1");
+    job.downloadPassword = QStringLiteral("1234");
+    job.setupPassword = QStringLiteral("5678");
+    job.fontSize = QStringLiteral("0");
+    send.prepareSend();
+    send.FirstProtocol(job);
+    QVERIFY(send.busy());
 
     UploadSession receive(*t.ctx);
     QVERIFY(receive.Form_Load());
     QCOMPARE(channel->opens, 2);
+    // The send side is told once that the port is gone, and stops.
+    QCOMPARE(stopped.count(), 1);
+    QVERIFY(!send.busy());
 
     // An answer meant for the receive screen is not taken by the send screen.
-    channel->feed(QByteArray(8, '\0') + QByteArray("\x00\x00" "AACK", 6));
+    channel->feed(QByteArray(8, '\0') + QByteArray("\x00\x00"
+                                                   "AACK",
+                                                   6));
     QCOMPARE(completed.count(), 0);
     QVERIFY(channel->pending.isEmpty());
     QCOMPARE(t.ctx->link.RxBuffer.size(), 14); // kept by the receive side, waiting for 137

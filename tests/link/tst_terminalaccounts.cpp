@@ -124,13 +124,11 @@ void TestTerminalAccounts::headerFrameWithLongerTransactions()
     job.transactions = QStringLiteral("17");
     job.downloadPassword = QStringLiteral("1234");
     job.setupPassword = QStringLiteral("5678");
-    AppSettings settings;
-    settings.BankName = QStringLiteral("TONVY BANK");
-    settings.BranchName = QStringLiteral("MAIN ROAD");
-    settings.FontSize = QStringLiteral("0");
+    job.bankName = QStringLiteral("TONVY BANK");
+    job.branchName = QStringLiteral("MAIN ROAD");
+    job.fontSize = QStringLiteral("0");
     LinkCodec codec;
-    const QByteArray frame =
-        DownloadSession::buildHeaderFrame(job, settings, QDateTime(QDate(2007, 11, 16), QTime(10, 20, 30)), codec);
+    const QByteArray frame = DownloadFrames::header(job, QDateTime(QDate(2007, 11, 16), QTime(10, 20, 30)), codec);
     QCOMPARE(frame.size(), 138);
     QCOMPARE(static_cast<unsigned char>(frame.at(6)), 0x82u); // not recomputed
     QVERIFY(DownloadTerminal::headerCheckOk(frame));

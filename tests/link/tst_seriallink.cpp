@@ -1,0 +1,119 @@
+// The serial line: what its messages say, and that it empties its input when
+// opened. Real ports are pseudo-terminals here.
+
+#include "Pty.h"
+#include "SerialLink.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+class tst_SerialLink : public QObject
+{
+    Q_OBJECT
+private slots:
+    void openErrorTexts_data();
+    void openErrorTexts();
+    void missingDevice();
+    void busyDevice();
+    void inputEmptiedOnOpen();
+    void lostLineReportedOnce();
+};
+
+void tst_SerialLink::openErrorTexts_data()
+{
+    QTest::addColumn<QString>("device");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("detail");
+    QTest::addColumn<QStringList>("says");
+    QTest::newRow("missing") << "/dev/ttyUSB7" << int(QSerialPort::DeviceNotFoundError) << "No such file or directory"
+                             << QStringList{"/dev/ttyUSB7", "does not exist", "CONFIGURE"};
+    QTest::newRow("permission") << "/nonexistent/ttyS9" << int(QSerialPort::PermissionError) << "Permission denied"
+                                << QStringList{"/nonexistent/ttyS9", "Permission denied", "'dialout' group"};
+    QTest::newRow("locked") << "/dev/ttyS0" << int(QSerialPort::PermissionError)
+                            << "Permission error while locking the device"
+                            << QStringList{"/dev/ttyS0", "is busy", "another program"};
+    QTest::newRow("already open") << "/dev/ttyS1" << int(QSerialPort::OpenError) << "Device is already open"
+                                  << QStringList{"/dev/ttyS1", "is busy"};
+    QTest::newRow("not a serial line") << "/dev/pts/0" << int(QSerialPort::UnsupportedOperationError)
+                                       << "Inappropriate ioctl for device"
+                                       << QStringList{"/dev/pts/0", "cannot be used as a serial line",
+                                                      "Inappropriate ioctl for device"};
+    QTest::newRow("none configured") << "" << int(QSerialPort::DeviceNotFoundError) << ""
+                                     << QStringList{"No serial port is configured", "CONFIGURE"};
+}
+
+void tst_SerialLink::openErrorTexts()
+{
+    QFETCH(QString, device);
+    QFETCH(int, error);
+    QFETCH(QString, detail);
+    QFETCH(QStringList, says);
+    const QString text = SerialLink::openErrorText(device, static_cast<QSerialPort::SerialPortError>(error), detail);
+    for (const QString& part : says)
+        QVERIFY2(text.contains(part), qPrintable(text));
+}
+
+void tst_SerialLink::missingDevice()
+{
+    QTemporaryDir dir;
+    SerialLink link;
+    const QString device = QDir(dir.path()).filePath(QStringLiteral("ttyNothing"));
+    link.setDevice(device);
+    QString error;
+    QVERIFY(!link.open(&error));
+    QVERIFY2(error.contains(device) && error.contains(QStringLiteral("does not exist")), qPrintable(error));
+}
+
+void tst_SerialLink::busyDevice()
+{
+    Pty pty;
+    QString error;
+    QVERIFY(pty.open(&error));
+    SerialLink first;
+    first.setDevice(pty.devicePath());
+    QVERIFY2(first.open(&error), qPrintable(error));
+    SerialLink second;
+    second.setDevice(pty.devicePath());
+    QVERIFY(!second.open(&error));
+    QVERIFY2(error.contains(pty.devicePath()) && error.contains(QStringLiteral("busy")), qPrintable(error));
+}
+
+void tst_SerialLink::inputEmptiedOnOpen()
+{
+    Pty pty;
+    QString error;
+    QVERIFY(pty.open(&error));
+    pty.write("answers of an earlier exchange");
+    QTest::qWait(50);
+    SerialLink link;
+    link.setDevice(pty.devicePath());
+    QVERIFY2(link.open(&error), qPrintable(error));
+    QTest::qWait(100);
+    QVERIFY(link.readAll().isEmpty());
+    QSignalSpy arrived(&link, &LinkChannel::dataArrived);
+    pty.write("fresh");
+    QTRY_VERIFY(!arrived.isEmpty());
+    QCOMPARE(link.readAll(), QByteArray("fresh"));
+}
+
+void tst_SerialLink::lostLineReportedOnce()
+{
+    auto pty = std::make_unique<Pty>();
+    QString error;
+    QVERIFY(pty->open(&error));
+    const QString device = pty->devicePath();
+    SerialLink link;
+    link.setDevice(device);
+    QVERIFY2(link.open(&error), qPrintable(error));
+    QSignalSpy failed(&link, &LinkChannel::failed);
+    pty.reset(); // the other end goes away
+    QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, 5000);
+    QTest::qWait(200);
+    QCOMPARE(failed.count(), 1);
+    QVERIFY(!link.isOpen());
+    const QString text = failed.first().first().toString();
+    QVERIFY2(text.contains(device) && text.contains(QStringLiteral("was lost")), qPrintable(text));
+}
+
+QTEST_GUILESS_MAIN(tst_SerialLink)
+#include "tst_seriallink.moc"
