@@ -4,6 +4,7 @@
 #include "RestoreStore.h"
 #include "StoreError.h"
 
+#include <QPointer>
 #include <exception>
 
 ReceiveFlow::ReceiveFlow(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx), m_session(ctx)
@@ -42,6 +43,8 @@ void ReceiveFlow::Form_Unload()
 
 void ReceiveFlow::cmdSend_Click()
 {
+    if (m_restoring)
+        return;
     m_restorePending = false;
     m_restored = false;
     m_session.cmdSend_Click();
@@ -60,7 +63,7 @@ void ReceiveFlow::stop()
 
 bool ReceiveFlow::isBusy() const
 {
-    return m_restorePending || m_session.isBusy();
+    return m_restorePending || m_restoring || m_session.isBusy();
 }
 
 void ReceiveFlow::restore()
@@ -70,14 +73,27 @@ void ReceiveFlow::restore()
     if (!m_restorePending || m_session.phase() != UploadSession::Phase::Done)
         return;
     m_restorePending = false;
+    m_restoring = true;
+    // The restore step may still show a box of its own; should this flow go
+    // with its screen meanwhile, the step works on its own copy.
+    QPointer<ReceiveFlow> self(this);
+    AppContext& ctx = m_ctx;
+    UploadSummary summary = m_session.summary();
     bool ok = false;
+    QString error;
     try {
-        ok = RestoreStore::RestoreData(m_ctx, m_session.summary());
+        ok = RestoreStore::RestoreData(ctx, summary);
     } catch (const StoreError& e) {
-        emit message(SessionMessage{e.message(), SessionMessage::Icon::Critical});
+        error = e.message();
     } catch (const std::exception& e) {
-        emit message(SessionMessage{QString::fromLocal8Bit(e.what()), SessionMessage::Icon::Critical});
+        error = QString::fromLocal8Bit(e.what());
     }
+    if (!self)
+        return;
+    m_restoring = false;
+    m_session.summary() = summary;
+    if (!error.isEmpty())
+        emit message(SessionMessage{error, SessionMessage::Icon::Critical});
     m_restored = ok;
     emit completed(ok);
 }

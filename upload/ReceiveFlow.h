@@ -30,9 +30,10 @@ public:
     // The clerk stops the receive mid-way: port closed, nothing stored.
     void stop();
 
-    // A receive is under way (or its restore step is still to run): closing
-    // now loses it.
+    // A receive is under way (or its restore step is still to run or
+    // running): closing now loses it.
     bool isBusy() const;
+    bool isRestoring() const { return m_restoring; }
     // The restore step ran for this receive and reported success.
     bool restored() const { return m_restored; }
 
@@ -63,5 +64,6 @@ private:
     AppContext& m_ctx;
     UploadSession m_session;
     bool m_restorePending = false;
+    bool m_restoring = false;
     bool m_restored = false;
 };

@@ -206,6 +206,11 @@ void frmReceive::showEvent(QShowEvent* event)
 
 void frmReceive::closeEvent(QCloseEvent* event)
 {
+    if (m_flow->isRestoring()) {
+        // Storing and writing the files cannot be stopped half-way.
+        event->ignore();
+        return;
+    }
     if (!m_closeAllowed && m_flow->isBusy()) {
         // Closing now would lose the receive: ask first, without blocking.
         event->ignore();

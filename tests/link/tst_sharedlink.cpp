@@ -38,9 +38,12 @@ void tst_SharedLink::onlyTheLastOpenerReadsWritesAndCloses()
     UploadSession receive(*t.ctx);
     QVERIFY(receive.Form_Load());
     QCOMPARE(channel->opens, 2);
+    receive.cmdSend_Click();
 
     // An answer meant for the receive screen is not taken by the send screen.
-    channel->feed(QByteArray(8, '\0') + QByteArray("\x00\x00" "AACK", 6));
+    channel->feed(QByteArray(8, '\0') + QByteArray("\x00\x00"
+                                                   "AACK",
+                                                   6));
     QCOMPARE(completed.count(), 0);
     QVERIFY(channel->pending.isEmpty());
     QCOMPARE(t.ctx->link.RxBuffer.size(), 14); // kept by the receive side, waiting for 137
