@@ -139,6 +139,7 @@ void UploadSession::cmdSend_Click()
         link.CrcErrorCount = 0;
         m_questionOpen = false;
         m_badSummaries = 0;
+        m_unmatched = 0;
         clearMatching();
         m_summary.TotalRecords = 5000;
         setPhase(Phase::AwaitingHeader);
@@ -324,8 +325,20 @@ void UploadSession::onComm()
         return;
     }
     link.CrcErrorCount = 0;
-    if (!matchReply(n, reply))
+    if (!matchReply(n, reply)) {
+        // A terminal that goes on answering with records that were not asked
+        // for would otherwise keep the receive going round without a word.
+        if (m_phase != Phase::Stopped && ++m_unmatched >= UnmatchedRepliesAllowed)
+            fail(QStringLiteral("The terminal keeps answering the request for record %1 with other records.\n\n"
+                                "The receive has stopped and nothing was stored. Switch the terminal off and "
+                                "on, put it in upload mode again and press Receive.")
+                     .arg(n));
         return;
+    }
+    // Only a record not held before is progress: asking again for records
+    // already kept can go round in a circle.
+    if (link.Records.at(n).isEmpty())
+        m_unmatched = 0;
     takeReply(n, reply);
 }
 

@@ -103,6 +103,9 @@ public:
     // Summary replies in a row that do not read as a summary before the
     // receive is given up.
     static constexpr int BadSummariesAllowed = 3;
+    // Good replies in a row that answer no request (late, misplaced)
+    // before the receive is given up.
+    static constexpr int UnmatchedRepliesAllowed = 20;
 
     static QString noAcknowledgementText() { return QStringLiteral("No Acknowledgement from HandHeld Terminal"); }
     static QString checkCableText() { return QStringLiteral("Please Check the Communication Cable"); }
@@ -155,6 +158,7 @@ private:
     int m_recordNo = -1;
     bool m_questionOpen = false;
     int m_badSummaries = 0;
+    int m_unmatched = 0;
     // A record kept earlier answered differently on a later request: the
     // answer that comes twice in a row wins.
     int m_disputed = -1;

@@ -846,6 +846,26 @@ private slots:
         QCOMPARE(decoded.count(), 1);
     }
 
+    void terminalAnsweringWithOneRecordForeverStops()
+    {
+        QSignalSpy stopped(session.get(), &UploadSession::stopped);
+        startUpload(9);
+        answerUpTo(6);
+        // From here on every request is answered with record 3 at once;
+        // the response time-out fires only when no new request went out.
+        for (int i = 0; i < 200 && session->phase() != UploadSession::Phase::Stopped; ++i) {
+            const qsizetype writes = channel->written.size();
+            channel->feed(reply(transactionRecord(3)));
+            if (channel->written.size() == writes && session->timer1().isActive())
+                session->Timer1_Timer();
+        }
+        QCOMPARE(stopped.count(), 1);
+        QVERIFY(lastMessage().text.startsWith(QStringLiteral("The terminal keeps answering")));
+        QCOMPARE(finished->count(), 0);
+        for (int n = 2; n <= 6; ++n)
+            QCOMPARE(link().Records.at(n), reply(transactionRecord(n)));
+    }
+
     void summaryThatNeverReadsStops()
     {
         QSignalSpy stopped(session.get(), &UploadSession::stopped);
