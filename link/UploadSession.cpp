@@ -171,6 +171,10 @@ bool UploadSession::OpenCommPort()
             m_timer3.stop();
             return;
         }
+        if (m_phase == Phase::Idle || m_phase == Phase::Stopped) {
+            fail(QStringLiteral("%1\n\nCheck the cable to the terminal, then press Receive.").arg(text));
+            return;
+        }
         fail(QStringLiteral("%1\n\nThe receive has stopped and nothing was stored. Check the cable to the "
                             "terminal, put the terminal in upload mode again and press Receive.")
                  .arg(text));
