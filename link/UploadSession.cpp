@@ -50,6 +50,9 @@ UploadSession::UploadSession(AppContext& ctx, QObject* parent) : QObject(parent)
     m_timer3.setInterval(5000);
     connect(&m_timer1, &QTimer::timeout, this, &UploadSession::Timer1_Timer);
     connect(&m_timer3, &QTimer::timeout, this, &UploadSession::Timer3_Timer);
+    m_flushTimer.setSingleShot(true);
+    m_flushTimer.setInterval(FlushQuietMs);
+    connect(&m_flushTimer, &QTimer::timeout, this, &UploadSession::FlushTimer_Timer);
 }
 
 UploadSession::~UploadSession()
@@ -80,6 +83,7 @@ void UploadSession::fail(const QString& text)
 {
     m_timer1.stop();
     m_timer3.stop();
+    m_flushTimer.stop();
     m_questionOpen = false;
     m_ctx.link.RxBuffer.clear();
     setPhase(Phase::Stopped);
@@ -138,6 +142,7 @@ void UploadSession::cmdSend_Click()
         link.TimeoutCount = 0;
         link.CrcErrorCount = 0;
         m_questionOpen = false;
+        m_flushTimer.stop();
         m_badSummaries = 0;
         m_unmatched = 0;
         clearMatching();
@@ -186,6 +191,7 @@ void UploadSession::closePort()
 {
     m_timer1.stop();
     m_timer3.stop();
+    m_flushTimer.stop();
     disconnect(m_dataConnection);
     disconnect(m_failConnection);
     m_ctx.releaseLink(this);
@@ -297,6 +303,12 @@ void UploadSession::onComm()
     // while the check-failure question waits for its answer.
     if (m_phase == Phase::Idle || m_phase == Phase::Stopped || m_questionOpen)
         return;
+    if (m_flushTimer.isActive()) {
+        // The rest of a damaged reply: thrown away, and the quiet time
+        // starts again.
+        m_flushTimer.start();
+        return;
+    }
 
     link.RxBuffer.append(bytes);
     m_timer3.stop();
@@ -353,11 +365,27 @@ void UploadSession::checkFailed()
     m_ctx.channel().readAll();
     ++link.CrcErrorCount;
     if (link.CrcErrorCount != CrcQuestionAfter) {
-        FourthProtocol();
+        // Asked again once the line is quiet: a request sent while the
+        // damaged reply is still coming in would have its answer land
+        // behind that reply's tail, and fail the check in turn.
+        m_timer1.stop();
+        m_flushTimer.start();
         return;
     }
     m_questionOpen = true;
     emit crcQuestion(SessionMessage{crcQuestionText(), SessionMessage::Icon::Critical});
+}
+
+void UploadSession::FlushTimer_Timer()
+{
+    m_flushTimer.stop();
+    guarded([this] {
+        if (!isBusy() || m_questionOpen)
+            return;
+        m_ctx.channel().readAll();
+        m_ctx.link.RxBuffer.clear();
+        FourthProtocol();
+    });
 }
 
 void UploadSession::answerCrcQuestion(bool ok)
@@ -582,7 +610,7 @@ void UploadSession::onTimer1()
         m_timer1.stop();
         return;
     }
-    if (m_phase == Phase::Idle || m_phase == Phase::Stopped || m_questionOpen) {
+    if (m_phase == Phase::Idle || m_phase == Phase::Stopped || m_questionOpen || m_flushTimer.isActive()) {
         m_timer1.stop();
         return;
     }
@@ -611,6 +639,10 @@ void UploadSession::onTimer3()
     m_timer3.stop();
     if (m_phase == Phase::Stopped || m_questionOpen)
         return;
+    if (m_flushTimer.isActive()) {
+        m_timer3.start();
+        return;
+    }
     if (m_recordNo >= 0) {
         stepBackAfterTimeout();
         FourthProtocol();

@@ -80,6 +80,9 @@ public:
     void MSComm1_OnComm();
     void Timer1_Timer();
     void Timer3_Timer();
+    // The line has been quiet for a moment after a failed check: the record
+    // is asked for again.
+    void FlushTimer_Timer();
     void closePort();
 
     Phase phase() const { return m_phase; }
@@ -93,6 +96,7 @@ public:
 
     QTimer& timer1() { return m_timer1; }
     QTimer& timer3() { return m_timer3; }
+    QTimer& flushTimer() { return m_flushTimer; }
 
     UploadSummary& summary() { return m_summary; }
     const UploadSummary& summary() const { return m_summary; }
@@ -106,6 +110,9 @@ public:
     // Good replies in a row that answer no request (late, misplaced)
     // before the receive is given up.
     static constexpr int UnmatchedRepliesAllowed = 20;
+    // After a failed check, what still arrives is the rest of the damaged
+    // reply: it is thrown away until the line has been quiet this long.
+    static constexpr int FlushQuietMs = 50;
 
     static QString noAcknowledgementText() { return QStringLiteral("No Acknowledgement from HandHeld Terminal"); }
     static QString checkCableText() { return QStringLiteral("Please Check the Communication Cable"); }
@@ -154,6 +161,7 @@ private:
     UploadSummary m_summary;
     QTimer m_timer1;
     QTimer m_timer3;
+    QTimer m_flushTimer;
     Phase m_phase = Phase::Idle;
     int m_recordNo = -1;
     bool m_questionOpen = false;

@@ -277,6 +277,35 @@ private slots:
         receiveAndCheck(15000);
     }
 
+    // A line at the cable's speed, where a damaged reply's tail is still
+    // coming in when the check fails, with several faults in one receive.
+    void severalFaultsOnAPacedLine_data()
+    {
+        QTest::addColumn<int>("delayed");
+        QTest::addColumn<int>("misread");
+        QTest::addColumn<int>("misreadAs");
+        QTest::addColumn<int>("corrupt");
+        QTest::newRow("late 4, 6 read as 7") << 4 << 6 << 7 << -1;
+        QTest::newRow("late 9, 3 read as 2, 8 damaged") << 9 << 3 << 2 << 8;
+        QTest::newRow("late 2, 5 read as 9, 3 damaged") << 2 << 5 << 9 << 3;
+    }
+    void severalFaultsOnAPacedLine()
+    {
+        QFETCH(int, delayed);
+        QFETCH(int, misread);
+        QFETCH(int, misreadAs);
+        QFETCH(int, corrupt);
+        start(12, 60, true);
+        UploadTerminal::Faults& f = r->terminal->faults();
+        f.delayRecord = delayed;
+        f.misreadRecord = misread;
+        f.misreadAs = misreadAs;
+        f.corruptRecord = corrupt;
+        f.corruptTimes = 2;
+        receiveAndCheck(20000);
+        QVERIFY(r->messages.isEmpty());
+    }
+
     // The cable pulled for six seconds (nothing gets through) and put back.
     void lineDroppedAndBack()
     {

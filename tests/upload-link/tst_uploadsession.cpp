@@ -100,6 +100,14 @@ class tst_UploadSession : public QObject
         QCOMPARE(session->phase(), UploadSession::Phase::ReceivingRecords);
     }
 
+    // A reply that fails its check, and the quiet line after it.
+    void feedBad(const QByteArray& bad)
+    {
+        channel->feed(bad);
+        if (session && session->flushTimer().isActive())
+            session->FlushTimer_Timer();
+    }
+
     // Records 2 .. last answered in order.
     void answerUpTo(int last)
     {
@@ -455,7 +463,7 @@ private slots:
         const QByteArray bad = corrupted(reply(transactionRecord(2)));
         for (int i = 1; i <= 14; ++i) {
             const int writes = static_cast<int>(channel->written.size());
-            channel->feed(bad);
+            feedBad(bad);
             QCOMPARE(channel->written.size(), writes + 1);
             QCOMPARE(requested(channel->lastWritten()), 2);
             QCOMPARE(link().CrcErrorCount, i);
@@ -477,9 +485,34 @@ private slots:
         QVERIFY(channel->pending.isEmpty());
         QVERIFY(link().RxBuffer.isEmpty());
         QCOMPARE(requested(channel->lastWritten()), 2);
+        session->FlushTimer_Timer();
         channel->feed(reply(transactionRecord(2)));
         QCOMPARE(requested(channel->lastWritten()), 3);
         QCOMPARE(link().CrcErrorCount, 0);
+    }
+
+    void checkFailureWaitsForAQuietLine()
+    {
+        startUpload(10);
+        const int writes = static_cast<int>(channel->written.size());
+        channel->feed(corrupted(reply(transactionRecord(2))));
+        QCOMPARE(channel->written.size(), writes);
+        QVERIFY(session->flushTimer().isActive());
+        QCOMPARE(session->flushTimer().interval(), UploadSession::FlushQuietMs);
+        QVERIFY(!session->timer1().isActive());
+        // The damaged reply's tail and whatever else comes meanwhile is
+        // thrown away; the time-outs wait too.
+        channel->feed(QByteArray(100, 'x'));
+        channel->feed(reply(transactionRecord(2)));
+        session->Timer1_Timer();
+        QCOMPARE(channel->written.size(), writes);
+        QVERIFY(link().RxBuffer.isEmpty());
+        QVERIFY(link().Records.at(2).isEmpty());
+        QTRY_COMPARE(channel->written.size(), writes + 1);
+        QCOMPARE(requested(channel->lastWritten()), 2);
+        QVERIFY(session->timer1().isActive());
+        channel->feed(reply(transactionRecord(2)));
+        QCOMPARE(requested(channel->lastWritten()), 3);
     }
 
     void fifteenthCheckFailureAsksOkResets()
@@ -488,7 +521,7 @@ private slots:
         startUpload(10);
         const QByteArray bad = corrupted(reply(transactionRecord(2)));
         for (int i = 1; i <= 15; ++i)
-            channel->feed(bad);
+            feedBad(bad);
         QCOMPARE(question.count(), 1);
         QCOMPARE(question.last().at(0).value<SessionMessage>(),
                  (SessionMessage{QStringLiteral("Error in CRC,Press OK to try again or Cancel to Quit"),
@@ -513,7 +546,7 @@ private slots:
         QSignalSpy question(session.get(), &UploadSession::crcQuestion);
         startUpload(3);
         link().CrcErrorCount = 14;
-        channel->feed(corrupted(reply(transactionRecord(2))));
+        feedBad(corrupted(reply(transactionRecord(2))));
         QCOMPARE(question.count(), 1);
         const int writes = static_cast<int>(channel->written.size());
         // A late reply, a NACK and every timer: nothing is asked or kept
@@ -539,7 +572,7 @@ private slots:
         startUpload(10);
         const QByteArray bad = corrupted(reply(transactionRecord(2)));
         for (int i = 1; i <= 15; ++i)
-            channel->feed(bad);
+            feedBad(bad);
         int writesAtClose = -1;
         connect(session.get(), &UploadSession::closeRequested, this,
                 [&] { writesAtClose = static_cast<int>(channel->written.size()); });
@@ -558,7 +591,7 @@ private slots:
     {
         startUpload(10);
         link().CrcErrorCount = 14;
-        channel->feed(corrupted(reply(transactionRecord(2))));
+        feedBad(corrupted(reply(transactionRecord(2))));
         connect(session.get(), &UploadSession::closeRequested, this, [this] {
             messages.reset();
             finished.reset();

@@ -389,8 +389,11 @@ void tst_frmReceive::cancelOnCheckQuestionClosesScreen()
     open();
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
     const QByteArray bad = corrupted(Reply::headerRecord(2, agent));
-    for (int i = 0; i < 15; ++i)
+    for (int i = 0; i < 15; ++i) {
         m_link->feed(bad);
+        if (m_form->flow().session().flushTimer().isActive())
+            m_form->flow().session().FlushTimer_Timer();
+    }
     QMessageBox* box = m_form->openBox(UploadSession::crcQuestionText());
     QVERIFY(box);
     QCOMPARE(box->icon(), QMessageBox::Critical);
@@ -410,8 +413,11 @@ void tst_frmReceive::okOnCheckQuestionGoesOn()
     open();
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
     const QByteArray bad = corrupted(Reply::headerRecord(2, agent));
-    for (int i = 0; i < 15; ++i)
+    for (int i = 0; i < 15; ++i) {
         m_link->feed(bad);
+        if (m_form->flow().session().flushTimer().isActive())
+            m_form->flow().session().FlushTimer_Timer();
+    }
     m_form->openBox(UploadSession::crcQuestionText())->button(QMessageBox::Ok)->click();
     QCOMPARE(m_link->written.size(), 16);
     m_link->feed(Reply::headerRecord(2, agent));

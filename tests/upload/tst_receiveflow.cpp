@@ -136,8 +136,11 @@ private slots:
         QCOMPARE(messages.count(), 1);
         QByteArray bad = UploadRecords::headerRecord(1, agent);
         bad[136] = static_cast<char>(bad.at(136) + 1);
-        for (int i = 0; i < 15; ++i)
+        for (int i = 0; i < 15; ++i) {
             channel->feed(bad);
+            if (flow->session().flushTimer().isActive())
+                flow->session().FlushTimer_Timer();
+        }
         QCOMPARE(question.count(), 1);
         QSignalSpy close(flow.get(), &ReceiveFlow::closeRequested);
         flow->answerCrcQuestion(false);
