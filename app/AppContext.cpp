@@ -1,12 +1,16 @@
 #include "AppContext.h"
 
 #include "PathUtil.h"
+#include "SharedDatabase.h"
 #include "PortResolver.h"
 
 AppContext::AppContext(SharedDatabase& db, Messenger& messenger, Clock& clock)
     : link(m_port.state()), m_db(db), m_messenger(messenger), m_clock(clock)
 {
     m_port.setDeviceLookup([this] { return portDevice(); });
+    // Events the store records itself (settings, passwords, downloads) carry
+    // the program's clock too.
+    m_db.setClock(&m_clock);
 }
 
 AppContext::~AppContext() = default;

@@ -6,7 +6,7 @@
 #include "Clock.h"
 #include "Messenger.h"
 #include "Pty.h"
-#include "RestoreStore.h"
+#include "ReceiveFlow.h"
 #include "SharedDatabase.h"
 #include "UploadRecords.h"
 #include "UploadSession.h"
@@ -89,33 +89,46 @@ int main(int argc, char* argv[])
     }
 
     ctx.portOverride = pty.devicePath();
-    UploadSession session(ctx);
+    ReceiveFlow flow(ctx);
     QElapsedTimer exchange;
+    QElapsedTimer restoreTimer;
     qint64 exchangeNs = 0;
     qint64 restoreNs = 0;
     bool restored = false;
-    session.setRestoreHandler([&](UploadSession& s) {
+    bool overSeen = false;
+    bool completed = false;
+    QObject::connect(&flow.session(), &UploadSession::finished, &app, [&] {
         exchangeNs = exchange.nsecsElapsed();
-        QElapsedTimer t;
-        t.start();
-        restored = RestoreStore::RestoreData(ctx, s.summary());
-        restoreNs = t.nsecsElapsed();
+        flow.session().timer3().stop();
+        restoreTimer.start();
     });
-    // Done once the end frame has reached the terminal.
-    QObject::connect(&session, &UploadSession::finished, &app, [&] { session.timer3().stop(); });
-    QObject::connect(&terminal, &UploadTerminal::overReceived, &app, [&] { app.quit(); });
-    QObject::connect(&session, &UploadSession::failed, &app, [&] { app.exit(1); });
+    // Done once the restore step has run and the end frame has reached the terminal.
+    QObject::connect(&flow, &ReceiveFlow::completed, &app, [&](bool ok) {
+        restoreNs = restoreTimer.nsecsElapsed();
+        restored = ok;
+        completed = true;
+        if (overSeen)
+            app.quit();
+    });
+    QObject::connect(&terminal, &UploadTerminal::overReceived, &app, [&] {
+        overSeen = true;
+        if (completed)
+            app.quit();
+    });
+    QObject::connect(&flow, &ReceiveFlow::stopped, &app, [&] { app.exit(1); });
+    QObject::connect(&flow, &ReceiveFlow::message, &app,
+                     [](const SessionMessage& m) { std::fprintf(stderr, "%s\n", qPrintable(m.text)); });
     QTimer::singleShot(120000, &app, [&] {
         std::fprintf(stderr, "no end after two minutes\n");
         app.exit(1);
     });
 
-    if (!session.Form_Load())
+    if (!flow.Form_Load())
         return 1;
     exchange.start();
-    session.cmdSend_Click();
+    flow.cmdSend_Click();
     const int rc = app.exec();
-    session.closePort();
+    flow.Form_Unload();
     if (rc != 0)
         return rc;
 

@@ -2,13 +2,17 @@
 
 #include "AppContext.h"
 #include "ConsoleMessenger.h"
-#include "RestoreStore.h"
+#include "ReceiveFlow.h"
 #include "TransferWait.h"
-#include "UploadSession.h"
 
 #include <QTimer>
 
 namespace {
+
+Messenger::Icon iconOf(const SessionMessage& m)
+{
+    return m.icon == SessionMessage::Icon::Critical ? Messenger::Icon::Critical : Messenger::Icon::Information;
+}
 
 int run(CliRun& run)
 {
@@ -30,24 +34,28 @@ int run(CliRun& run)
         return cliUsageError(QStringLiteral("--give-up-after takes a number of seconds, 1 or more."));
     run.messenger.setAnswer([retryOnCrcFailure](const QString&) { return retryOnCrcFailure; });
 
-    UploadSession session(run.ctx);
+    ReceiveFlow flow(run.ctx);
     TransferWait transfer(run.messenger, giveUpAfter, QStringLiteral("upload"));
     QObject* loop = transfer.context();
 
-    bool restored = false;
-    const bool acceptMismatch = p.isSet(QStringLiteral("accept-mismatch"));
-    session.setRestoreHandler([&run, &restored, acceptMismatch](UploadSession& s) {
-        const RestoreStore::ReceiveOutcome outcome = RestoreStore::processReceive(run.ctx, s.summary(), acceptMismatch);
+    flow.setAcceptMismatch(p.isSet(QStringLiteral("accept-mismatch")));
+    QObject::connect(&flow, &ReceiveFlow::outcomeReady, loop, [](const RestoreStore::ReceiveOutcome& outcome) {
         for (const QString& line : outcome.reconciliation)
             ConsoleMessenger::line(line);
-        RestoreStore::report(run.messenger, outcome);
-        restored = outcome.succeeded();
     });
-    QObject::connect(&session, &UploadSession::progress, loop, [](int received, int total) {
+    QObject::connect(&flow, &ReceiveFlow::message, loop,
+                     [&run](const SessionMessage& m) { run.messenger.show(m.text, iconOf(m)); });
+    // Asked and answered at once by the --on-crc-failure policy; the answer
+    // goes back after the handler that asked has returned.
+    QObject::connect(&flow, &ReceiveFlow::crcQuestion, loop, [&run, &flow, loop](const SessionMessage& q) {
+        const bool ok = run.messenger.askOkCancel(q.text, iconOf(q));
+        QTimer::singleShot(0, loop, [&flow, ok] { flow.answerCrcQuestion(ok); });
+    });
+    QObject::connect(&flow, &ReceiveFlow::progress, loop, [](int received, int total) {
         ConsoleMessenger::line(QStringLiteral("Records Received : %1 / %2").arg(received).arg(total));
     });
-    QObject::connect(&session, &UploadSession::summaryDecoded, loop, [&session] {
-        const UploadSummary& s = session.summary();
+    QObject::connect(&flow, &ReceiveFlow::summaryDecoded, loop, [&flow] {
+        const UploadSummary& s = flow.summary();
         ConsoleMessenger::line(QStringLiteral("Agent ID : %1").arg(s.AgentId));
         ConsoleMessenger::line(QStringLiteral("Date (ddmm) : %1").arg(s.CollectionDate));
         ConsoleMessenger::line(QStringLiteral("Total No. of Transactions: %1").arg(s.TotalTransactions));
@@ -55,24 +63,27 @@ int run(CliRun& run)
     });
     // The first completed receive ends the command: the screen would go on
     // repeating the last request, which a one-shot command has no use for.
-    // The end frame is still in the port's write buffer at this point; the
-    // loop runs a little longer so that it reaches the terminal before the
-    // port is closed.
-    QObject::connect(&session, &UploadSession::finished, loop, [&] {
-        session.timer3().stop();
+    // The end frame may still be in the port's write buffer; the loop runs
+    // a little longer so that it reaches the terminal before the port is
+    // closed.
+    QObject::connect(&flow, &ReceiveFlow::completed, loop, [&](bool restored) {
+        flow.session().timer3().stop();
         const int code = restored ? CliExit::Success : CliExit::Failure;
         QTimer::singleShot(200, loop, [&transfer, code] { transfer.finish(code); });
     });
-    QObject::connect(&session, &UploadSession::failed, loop, [&] { transfer.finish(CliExit::Failure); });
-    QObject::connect(&session, &UploadSession::closeRequested, loop, [&] { transfer.finish(CliExit::Failure); });
+    QObject::connect(&flow, &ReceiveFlow::stopped, loop, [&] { transfer.finish(CliExit::Failure); });
+    QObject::connect(&flow, &ReceiveFlow::closeRequested, loop, [&] {
+        // The request after Cancel is written; let it leave before closing.
+        QTimer::singleShot(100, loop, [&transfer] { transfer.finish(CliExit::Failure); });
+    });
 
-    if (!session.Form_Load()) {
-        session.closePort();
+    if (!flow.Form_Load()) {
+        flow.Form_Unload();
         return CliExit::Failure;
     }
-    session.cmdSend_Click();
+    flow.cmdSend_Click();
     const int outcome = transfer.wait();
-    session.closePort();
+    flow.Form_Unload();
     return outcome;
 }
 

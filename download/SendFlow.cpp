@@ -1,6 +1,9 @@
 #include "SendFlow.h"
 
 #include "AppContext.h"
+#include "AuditTrail.h"
+#include "Clock.h"
+#include "EntryLimits.h"
 #include "PasswordStore.h"
 #include "SharedDatabase.h"
 #include "SharedRecordset.h"
@@ -25,10 +28,12 @@ SendFlow::SendFlow(AppContext& ctx, QObject* parent)
     connect(&m_session, &DownloadSession::message, this,
             [this](const SessionMessage& m) { emit message(m.text, boxIcon(m.icon)); });
     connect(&m_session, &DownloadSession::stopped, this, [this] {
+        audit(QStringLiteral("stopped before the terminal confirmed the end"));
         emit buttonsEnabled(true);
         emit stopped();
     });
     connect(&m_session, &DownloadSession::completed, this, [this] {
+        audit(QStringLiteral("completed"));
         // Another agent can be sent from the same screen afterwards.
         emit buttonsEnabled(true);
         emit completed();
@@ -70,6 +75,16 @@ void SendFlow::stopTransfer()
 {
     m_session.stopTransfer();
     emit buttonsEnabled(true);
+}
+
+void SendFlow::audit(const QString& outcome)
+{
+    // Never throws: a send already under way must not end in a store error.
+    AuditTrail::tryRecord(m_ctx.db(), m_ctx.clock().now(), AuditTrail::Action::Send,
+                          QStringLiteral("agent and date %1, %2 accounts, file %3: %4")
+                              .arg(m_job.agentDateKey)
+                              .arg(m_job.recordCount)
+                              .arg(m_job.fileName, outcome));
 }
 
 SendFlow::Result SendFlow::stop(const QString& text, Messenger::Icon icon)
@@ -134,6 +149,14 @@ SendFlow::Result SendFlow::cmdSend(const QString& agentText, const QString& date
     emit buttonsEnabled(false);
     if (transactText.isEmpty())
         transactText = QStringLiteral("1");
+    // The header frame has one fixed width for each of these; a longer value
+    // would make a frame the terminal cannot read.
+    const AppSettings& current = m_ctx.settings;
+    if (const QString problem =
+            EntryLimits::headerProblem(current.BankName.trimmed(), current.BranchName.trimmed(),
+                                       DownloadFrames::headerFontSize(current.FontSize), transactText.trimmed());
+        !problem.isEmpty())
+        return stop(problem, Messenger::Icon::Critical);
 
     const QString agent = agentNumber(agentTyped);
     m_downloadPath = DownloadFile::pathFor(m_ctx.settings.BankInfoPath, agent, date);

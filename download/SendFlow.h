@@ -68,6 +68,8 @@ signals:
     void stopped();
 
 private:
+    // The outcome of a download that reached the terminal, for the audit trail.
+    void audit(const QString& outcome);
     Result stop(const QString& text, Messenger::Icon icon);
     bool readAccounts(QString* error);
 

@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
+#include "EntryLimits.h"
 #include "KeyHook.h"
 #include "MessageBoxMessenger.h"
 #include "ScreenParts.h"
@@ -113,7 +114,7 @@ frmsend::frmsend(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window)
 
     m_agent = makeBox("txtAgent", 15, frame);
     m_date = makeBox("txtDate", 8, frame);
-    m_transact = makeBox("txtTransact", 4, frame);
+    m_transact = makeBox("txtTransact", EntryLimits::TransactionsWidth, frame);
     m_record = new QLabel(frame);
     m_record->setObjectName(QStringLiteral("lblRecord"));
     m_record->setMinimumWidth(120);

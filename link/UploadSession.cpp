@@ -4,11 +4,10 @@
 #include "Clock.h"
 #include "LinkChannel.h"
 #include "LinkCodec.h"
-#include "Messenger.h"
-#include "StoreError.h"
+#include "UploadFrames.h"
 
-#include <QCoreApplication>
 #include <QPointer>
+#include <exception>
 
 namespace {
 
@@ -26,16 +25,9 @@ std::uint8_t byteAt(const QByteArray& reply, int position)
     return static_cast<std::uint8_t>(reply.at(position - 1));
 }
 
-// The value of a record number text; an empty text counts as 0.
-int recordNumber(const QString& text)
+QString stoppedAdvice()
 {
-    if (text.trimmed().isEmpty())
-        return 0;
-    bool ok = false;
-    const int n = text.trimmed().toInt(&ok);
-    if (!ok)
-        throw LinkError(LinkError::Kind::TypeMismatch, QStringLiteral("record number \"%1\"").arg(text));
-    return n;
+    return QStringLiteral("The receive has stopped and nothing was stored. Press Receive to start it again.");
 }
 
 } // namespace
@@ -54,27 +46,77 @@ QString UploadSummary::totalAmountText() const
 
 UploadSession::UploadSession(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx)
 {
+    m_timer1.setInterval(1000);
     m_timer3.setInterval(5000);
     connect(&m_timer1, &QTimer::timeout, this, &UploadSession::Timer1_Timer);
     connect(&m_timer3, &QTimer::timeout, this, &UploadSession::Timer3_Timer);
+    m_flushTimer.setSingleShot(true);
+    m_flushTimer.setInterval(FlushQuietMs);
+    connect(&m_flushTimer, &QTimer::timeout, this, &UploadSession::FlushTimer_Timer);
 }
 
 UploadSession::~UploadSession()
 {
-    disconnect(m_dataConnection);
-    disconnect(m_failConnection);
+    closePort();
 }
 
-void UploadSession::report(const QString& message)
+bool UploadSession::isBusy() const
 {
-    m_ctx.messenger().critical(message);
-    emit failed(message);
+    return m_questionOpen || m_phase == Phase::AwaitingHeader || m_phase == Phase::AwaitingSummary ||
+           m_phase == Phase::ReceivingRecords;
+}
+
+void UploadSession::setPhase(Phase phase)
+{
+    if (m_phase == phase)
+        return;
+    m_phase = phase;
+    emit phaseChanged(phase);
+}
+
+void UploadSession::say(const QString& text, SessionMessage::Icon icon)
+{
+    emit message(SessionMessage{text, icon});
+}
+
+void UploadSession::fail(const QString& text)
+{
+    m_timer1.stop();
+    m_timer3.stop();
+    m_flushTimer.stop();
+    m_questionOpen = false;
+    m_ctx.link.RxBuffer.clear();
+    setPhase(Phase::Stopped);
+    say(text, SessionMessage::Icon::Critical);
+    emit stopped();
+}
+
+bool UploadSession::ownsLink() const
+{
+    return m_ctx.ownsLink(this);
+}
+
+template <typename F> void UploadSession::guarded(F&& step)
+{
+    if (!ownsLink()) {
+        // Another screen has opened the port since: it is not ours to use.
+        m_timer1.stop();
+        m_timer3.stop();
+        return;
+    }
+    try {
+        step();
+    } catch (const LinkError& e) {
+        fail(QStringLiteral("%1\n\n%2").arg(e.message(), stoppedAdvice()));
+    } catch (const std::exception& e) {
+        fail(QStringLiteral("%1\n\n%2").arg(QString::fromLocal8Bit(e.what()), stoppedAdvice()));
+    }
 }
 
 bool UploadSession::Form_Load()
 {
-    // Timer3 is enabled in the screen's design: it runs from load whatever
-    // happens to the port.
+    // Timer3 is enabled in the screen's design: it runs from load. With no
+    // record asked for yet its tick does nothing.
     m_timer3.start();
     const bool opened = OpenCommPort();
     m_timer1.setInterval(1000);
@@ -84,14 +126,30 @@ bool UploadSession::Form_Load()
 
 void UploadSession::cmdSend_Click()
 {
-    try {
+    // After a port failure, or when another screen took the port since.
+    if ((!ownsLink() || !m_ctx.channel().isOpen()) && !OpenCommPort())
+        return;
+    guarded([this] {
+        LinkState& link = m_ctx.link;
+        // Whatever waits in the line now was sent before this receive asked
+        // for anything: an interrupted exchange, line noise.
+        m_ctx.channel().readAll();
+        link.RxBuffer.clear();
+        for (QByteArray& r : link.Records)
+            r.clear();
+        link.UploadDone = false;
+        link.HeaderDecoded = false;
+        link.TimeoutCount = 0;
+        link.CrcErrorCount = 0;
+        m_questionOpen = false;
+        m_flushTimer.stop();
+        m_badSummaries = 0;
+        m_unmatched = 0;
+        clearMatching();
         m_summary.TotalRecords = 5000;
+        setPhase(Phase::AwaitingHeader);
         FifthProtocol();
-    } catch (const LinkError& e) {
-        report(e.message());
-    } catch (const StoreError& e) {
-        report(e.message());
-    }
+    });
 }
 
 bool UploadSession::OpenCommPort()
@@ -100,14 +158,31 @@ bool UploadSession::OpenCommPort()
     disconnect(m_failConnection);
     QString error;
     if (!m_ctx.openCommPort(&error, this)) {
-        report(error);
+        m_timer1.stop();
+        setPhase(Phase::Stopped);
+        say(error, SessionMessage::Icon::Critical);
+        emit stopped();
         return false;
     }
     LinkChannel& channel = m_ctx.channel();
     m_dataConnection = connect(&channel, &LinkChannel::dataArrived, this, &UploadSession::MSComm1_OnComm);
-    m_failConnection = connect(&channel, &LinkChannel::failed, this, [this](const QString& message) {
-        if (m_ctx.ownsLink(this))
-            report(message);
+    m_failConnection = connect(&channel, &LinkChannel::failed, this, [this](const QString& text) {
+        if (!ownsLink())
+            return;
+        if (m_phase == Phase::Done) {
+            // The terminal was unplugged after a complete receive: nothing
+            // is lost, only the idle resend ends.
+            m_timer1.stop();
+            m_timer3.stop();
+            return;
+        }
+        if (m_phase == Phase::Idle || m_phase == Phase::Stopped) {
+            fail(QStringLiteral("%1\n\nCheck the cable to the terminal, then press Receive.").arg(text));
+            return;
+        }
+        fail(QStringLiteral("%1\n\nThe receive has stopped and nothing was stored. Check the cable to the "
+                            "terminal, put the terminal in upload mode again and press Receive.")
+                 .arg(text));
     });
     return true;
 }
@@ -116,63 +191,53 @@ void UploadSession::closePort()
 {
     m_timer1.stop();
     m_timer3.stop();
+    m_flushTimer.stop();
     disconnect(m_dataConnection);
     disconnect(m_failConnection);
     m_ctx.releaseLink(this);
 }
 
-QByteArray UploadSession::requestFrame(int recHi, int recLo)
+void UploadSession::stop()
 {
-    QByteArray frame("\x01\xFF\x10\xF0U\x00\x03", 7);
-    frame.append(static_cast<char>(recHi & 0xFF));
-    frame.append(static_cast<char>(recLo & 0xFF));
-    // Always zero, not a check byte of the two before it.
-    frame.append('\0');
-    return frame;
+    m_questionOpen = false;
+    m_ctx.link.RxBuffer.clear();
+    closePort();
+    if (m_phase != Phase::Done)
+        setPhase(Phase::Stopped);
+    emit stopped();
 }
 
-QByteArray UploadSession::endFrame()
+void UploadSession::writeRequest()
 {
-    // 0xC4 is the check byte of bytes 8 to 13 (sum 0x13C), kept as a constant.
-    return QByteArray("\x01\xFF\x10\xF0U\x00\x07\x00\x00OVER\xC4", 14);
+    LinkState& link = m_ctx.link;
+    link.codec.checkbin2R(QString::number(m_recordNo));
+    link.RecordNo = QString::number(m_recordNo);
+    link.TxFrame = UploadFrames::request(link.codec.RecHi, link.codec.RecLo);
+    m_ctx.channel().write(link.TxFrame);
 }
 
 void UploadSession::FifthProtocol()
 {
-    LinkState& link = m_ctx.link;
-    link.RecordNo = QStringLiteral("0");
-    link.codec.checkbin2R(link.RecordNo);
-    link.TxFrame = requestFrame(link.codec.RecHi, link.codec.RecLo);
-    m_ctx.channel().write(link.TxFrame);
+    m_recordNo = 0;
+    writeRequest();
 }
 
 void UploadSession::ThirdProtocol()
 {
-    LinkState& link = m_ctx.link;
-    link.RecordNo = QStringLiteral("1");
-    link.codec.checkbin2R(link.RecordNo);
+    m_recordNo = 1;
     SendRTC();
-    link.TxFrame = requestFrame(link.codec.RecHi, link.codec.RecLo);
-    m_ctx.channel().write(link.TxFrame);
-}
-
-void UploadSession::writeRequest(AppContext& ctx)
-{
-    LinkState& link = ctx.link;
-    link.codec.checkbin2R(link.RecordNo);
-    link.TxFrame = requestFrame(link.codec.RecHi, link.codec.RecLo);
-    ctx.channel().write(link.TxFrame);
+    writeRequest();
 }
 
 void UploadSession::FourthProtocol()
 {
-    writeRequest(m_ctx);
+    writeRequest();
     m_timer1.start();
 }
 
 void UploadSession::CallOver()
 {
-    m_ctx.link.TxFrame = endFrame();
+    m_ctx.link.TxFrame = UploadFrames::end();
     m_ctx.channel().write(m_ctx.link.TxFrame);
 }
 
@@ -221,107 +286,253 @@ void UploadSession::DecodeThirdProtocol()
     emit summaryDecoded();
 }
 
-void UploadSession::flushInput()
-{
-    // Ten reads of whatever is waiting, with one turn of the message loop
-    // after each; receive events during it only discard (see onComm).
-    m_flushing = true;
-    for (int i = 0; i < 10; ++i) {
-        m_ctx.channel().readAll();
-        QCoreApplication::processEvents();
-    }
-    m_flushing = false;
-}
-
 void UploadSession::MSComm1_OnComm()
 {
-    if (!m_ctx.ownsLink(this)) {
-        // Another screen has opened the port since: it is not ours to use.
-        m_timer1.stop();
-        m_timer3.stop();
-        return;
-    }
-    try {
-        onComm();
-    } catch (const LinkError& e) {
-        report(e.message());
-    } catch (const StoreError& e) {
-        report(e.message());
-    }
+    guarded([this] { onComm(); });
 }
 
 void UploadSession::onComm()
 {
     LinkState& link = m_ctx.link;
-    if (m_flushing) {
-        m_ctx.channel().readAll();
+    const QByteArray bytes = m_ctx.channel().readAll();
+    if (m_phase == Phase::Done) {
+        onDone(bytes);
         return;
     }
-    link.RxBuffer.append(m_ctx.channel().readAll());
+    // Nothing is asked for: before Receive, after the receive ended, and
+    // while the check-failure question waits for its answer.
+    if (m_phase == Phase::Idle || m_phase == Phase::Stopped || m_questionOpen)
+        return;
+    if (m_flushTimer.isActive()) {
+        // The rest of a damaged reply: thrown away, and the quiet time
+        // starts again.
+        m_flushTimer.start();
+        return;
+    }
+
+    link.RxBuffer.append(bytes);
     m_timer3.stop();
 
-    if (link.RxBuffer.size() < ReplySize) {
+    if (link.RxBuffer.size() < UploadFrames::ReplySize) {
         m_timer1.start();
         if (link.RxBuffer.toUpper().contains("NACK")) {
             link.RxBuffer.clear();
-            m_ctx.messenger().information(noAcknowledgementText());
+            say(noAcknowledgementText(), SessionMessage::Icon::Information);
         }
         return;
     }
 
     link.TimeoutCount = 0;
     m_timer1.stop();
-    const int n = recordNumber(link.RecordNo);
+    const int n = m_recordNo;
     if (n < 0 || n >= LinkState::RecordsSize)
         throw LinkError(LinkError::Kind::SubscriptOutOfRange,
                         QStringLiteral("a reply to request %1 cannot be kept: a receive holds records 0 to %2")
                             .arg(n)
                             .arg(LinkState::RecordsSize - 1));
-    link.Records[n] = link.RxBuffer;
+    // A longer buffer is kept whole, as it came; the check covers its
+    // first reply.
+    const QByteArray reply = link.RxBuffer;
     link.RxBuffer.clear();
     link.codec.CrcOk = true;
-    link.codec.CheckCRC(link.Records.at(n));
-
+    link.codec.CheckCRC(reply);
     if (!link.codec.CrcOk) {
-        QPointer<UploadSession> self(this);
-        flushInput();
-        if (!self)
+        checkFailed();
+        return;
+    }
+    link.CrcErrorCount = 0;
+    if (!matchReply(n, reply)) {
+        // A terminal that goes on answering with records that were not asked
+        // for would otherwise keep the receive going round without a word.
+        if (m_phase != Phase::Stopped && ++m_unmatched >= UnmatchedRepliesAllowed)
+            fail(QStringLiteral("The terminal keeps answering the request for record %1 with other records.\n\n"
+                                "The receive has stopped and nothing was stored. Switch the terminal off and "
+                                "on, put it in upload mode again and press Receive.")
+                     .arg(n));
+        return;
+    }
+    // Only a record not held before is progress: asking again for records
+    // already kept can go round in a circle.
+    if (link.Records.at(n).isEmpty())
+        m_unmatched = 0;
+    takeReply(n, reply);
+}
+
+void UploadSession::checkFailed()
+{
+    LinkState& link = m_ctx.link;
+    // The rest of a damaged reply must not start the next one.
+    m_ctx.channel().readAll();
+    ++link.CrcErrorCount;
+    if (link.CrcErrorCount != CrcQuestionAfter) {
+        // Asked again once the line is quiet: a request sent while the
+        // damaged reply is still coming in would have its answer land
+        // behind that reply's tail, and fail the check in turn.
+        m_timer1.stop();
+        m_flushTimer.start();
+        return;
+    }
+    m_questionOpen = true;
+    emit crcQuestion(SessionMessage{crcQuestionText(), SessionMessage::Icon::Critical});
+}
+
+void UploadSession::FlushTimer_Timer()
+{
+    m_flushTimer.stop();
+    guarded([this] {
+        if (!isBusy() || m_questionOpen)
             return;
-        ++link.CrcErrorCount;
-        if (link.CrcErrorCount != CrcQuestionAfter) {
+        m_ctx.channel().readAll();
+        m_ctx.link.RxBuffer.clear();
+        FourthProtocol();
+    });
+}
+
+void UploadSession::answerCrcQuestion(bool ok)
+{
+    if (!m_questionOpen)
+        return;
+    m_questionOpen = false;
+    guarded([this, ok] {
+        if (ok) {
+            m_ctx.link.CrcErrorCount = 0;
+            m_ctx.channel().readAll();
             FourthProtocol();
             return;
         }
-        if (m_ctx.messenger().askOkCancel(crcQuestionText(), Messenger::Icon::Critical)) {
-            link.CrcErrorCount = 0;
-        } else {
-            AppContext& ctx = m_ctx;
-            emit closeRequested();
-            if (!self) {
-                // The screen went at once; the request still goes out.
-                writeRequest(ctx);
-                return;
-            }
-        }
-        // After Cancel the request still goes out, as it always did.
-        FourthProtocol();
-        return;
+        // Cancel closes the screen; the request for the same record still
+        // goes out once more, as it always did.
+        writeRequest();
+        m_timer1.stop();
+        m_timer3.stop();
+        setPhase(Phase::Stopped);
+        emit closeRequested();
+    });
+}
+
+int UploadSession::keptElsewhere(int n, const QByteArray& content) const
+{
+    const QList<QByteArray>& records = m_ctx.link.Records;
+    for (int i = 0; i < records.size(); ++i) {
+        if (i != n && !records.at(i).isEmpty() && UploadFrames::content(records.at(i)) == content)
+            return i;
     }
+    return -1;
+}
+
+void UploadSession::clearMatching()
+{
+    m_disputed = -1;
+    m_candidate.clear();
+    m_duplicateFor = -1;
+    m_duplicateOf = -1;
+    m_duplicateCount = 0;
+}
+
+// Whether a good reply is the answer to request n. The reply's head says
+// nothing we may rely on, so replies are told apart by their records: no two
+// records of one upload are alike (each holds its account and its
+// transaction numbers), so the same record at two places means a late reply
+// or a request the terminal read as another one.
+bool UploadSession::matchReply(int n, const QByteArray& reply)
+{
+    LinkState& link = m_ctx.link;
+    const QByteArray content = UploadFrames::content(reply);
+    const int other = keptElsewhere(n, content);
+
+    if (!link.Records.at(n).isEmpty()) {
+        // A record asked for again (step back, check question, walk back).
+        if (UploadFrames::content(link.Records.at(n)) == content) {
+            if (m_disputed == n)
+                m_disputed = -1;
+            return true;
+        }
+        if (other >= 0) {
+            // Another record's late reply: the answer to this request is
+            // still to come.
+            m_timer1.start();
+            return false;
+        }
+        // A different answer than the one kept: ask again, and take
+        // whichever comes twice in a row.
+        if (m_disputed == n && m_candidate == content) {
+            m_disputed = -1;
+            link.Records[n].clear();
+            return true;
+        }
+        m_disputed = n;
+        m_candidate = content;
+        FourthProtocol();
+        return false;
+    }
+
+    if (other >= 0) {
+        if (m_duplicateFor == n && m_duplicateOf == other) {
+            ++m_duplicateCount;
+        } else {
+            m_duplicateFor = n;
+            m_duplicateOf = other;
+            m_duplicateCount = 1;
+        }
+        if (m_duplicateCount == 2) {
+            // The terminal gives the same answer again: the record kept at
+            // `other` may be the misplaced one. Ask for it again and come
+            // back from there.
+            m_recordNo = other;
+            FourthProtocol();
+            return false;
+        }
+        if (m_duplicateCount < 2) {
+            m_timer1.start();
+            return false;
+        }
+        // Asked again at both places and the same each time: the two
+        // records really are alike.
+        m_duplicateFor = -1;
+        m_duplicateCount = 0;
+        return true;
+    }
+
+    if (n == 1 && !UploadFrames::plausibleSummary(reply)) {
+        // A transaction record or noise in the summary's place would show
+        // as agent and date and name the upload file.
+        if (++m_badSummaries >= BadSummariesAllowed) {
+            fail(QStringLiteral("The terminal's summary record cannot be read: agent \"%1\", date \"%2\" are not "
+                                "an agent number and a ddmm date.\n\nNothing was stored. Put the terminal in "
+                                "upload mode again and press Receive; if this comes again, the terminal's "
+                                "collections must be checked on the terminal.")
+                     .arg(field(reply, 10, 3), field(reply, 13, 4)));
+            return false;
+        }
+        m_timer1.start();
+        return false;
+    }
+    return true;
+}
+
+void UploadSession::takeReply(int n, const QByteArray& reply)
+{
+    LinkState& link = m_ctx.link;
+    if (link.Records.at(n).isEmpty())
+        link.Records[n] = reply;
 
     if (n == 0) {
         emit headerReceived();
         link.codec.CrcOk = false;
         DecodeFifthProtocol();
         ThirdProtocol();
+        setPhase(Phase::AwaitingSummary);
         m_timer3.start();
         return;
     }
     if (n == 1) {
+        m_badSummaries = 0;
         DecodeThirdProtocol();
         if (!link.HeaderDecoded)
             return;
         link.codec.CrcOk = false;
-        link.RecordNo = QString::number(n + 1);
+        m_recordNo = n + 1;
+        setPhase(Phase::ReceivingRecords);
         FourthProtocol();
         return;
     }
@@ -331,64 +542,87 @@ void UploadSession::onComm()
         emit busyChanged(true);
         emit progress(received, m_summary.TotalRecords);
         link.codec.CrcOk = false;
-        link.RecordNo = QString::number(n + 1);
+        m_recordNo = n + 1;
         FourthProtocol();
         return;
     }
 
+    // Records are taken one after the other, so every one up to n is in;
+    // checked all the same, since what follows stores them.
+    for (int i = 0; i <= n; ++i) {
+        if (link.Records.at(i).isEmpty()) {
+            fail(QStringLiteral("Record %1 of the upload is missing.\n\n%2").arg(i).arg(stoppedAdvice()));
+            return;
+        }
+    }
     link.UploadDone = true;
+    setPhase(Phase::Done);
     emit progress(received, m_summary.TotalRecords);
     link.RxBuffer.clear();
     emit busyChanged(true);
     if (link.HeaderDecoded)
         CallOver();
-    if (m_restore)
-        m_restore(*this);
+    emit finished();
     emit busyChanged(false);
     if (link.HeaderDecoded)
         m_timer3.start();
-    emit finished();
+}
+
+void UploadSession::onDone(const QByteArray& bytes)
+{
+    // Timer3 goes on repeating the last request after a finished receive.
+    // A terminal still answering it is told again that the exchange is
+    // over; what it sends is not kept again.
+    LinkState& link = m_ctx.link;
+    link.RxBuffer.append(bytes);
+    m_timer3.stop();
+    if (link.RxBuffer.size() < UploadFrames::ReplySize) {
+        if (link.RxBuffer.toUpper().contains("NACK"))
+            link.RxBuffer.clear();
+        m_timer3.start();
+        return;
+    }
+    const QByteArray reply = link.RxBuffer;
+    link.RxBuffer.clear();
+    link.codec.CrcOk = true;
+    link.codec.CheckCRC(reply);
+    if (link.codec.CrcOk && m_recordNo >= 0 && m_recordNo < link.Records.size() &&
+        UploadFrames::content(link.Records.at(m_recordNo)) == UploadFrames::content(reply))
+        CallOver();
+    m_timer3.start();
 }
 
 void UploadSession::stepBackAfterTimeout()
 {
-    LinkState& link = m_ctx.link;
-    const int n = recordNumber(link.RecordNo);
-    if (n > 1 && link.TimeoutCount == 1)
-        link.RecordNo = QString::number(n - 1);
+    if (m_recordNo > 1 && m_ctx.link.TimeoutCount == 1)
+        --m_recordNo;
 }
 
 void UploadSession::Timer1_Timer()
 {
-    if (!m_ctx.ownsLink(this)) {
-        // Another screen has opened the port since: it is not ours to use.
-        m_timer1.stop();
-        m_timer3.stop();
-        return;
-    }
-    try {
-        onTimer1();
-    } catch (const LinkError& e) {
-        report(e.message());
-    } catch (const StoreError& e) {
-        report(e.message());
-    }
+    guarded([this] { onTimer1(); });
 }
 
 void UploadSession::onTimer1()
 {
     LinkState& link = m_ctx.link;
-    if (link.UploadDone)
+    if (link.UploadDone || m_phase == Phase::Done) {
+        m_timer1.stop();
         return;
+    }
+    if (m_phase == Phase::Idle || m_phase == Phase::Stopped || m_questionOpen || m_flushTimer.isActive()) {
+        m_timer1.stop();
+        return;
+    }
     ++link.TimeoutCount;
     if (link.TimeoutCount == CableMessageEvery) {
-        m_ctx.messenger().critical(checkCableText());
+        say(checkCableText(), SessionMessage::Icon::Critical);
         link.TimeoutCount = 0;
     }
     m_timer1.stop();
     m_ctx.channel().write(QByteArray());
     link.RxBuffer.clear();
-    if (!link.RecordNo.isEmpty()) {
+    if (m_recordNo >= 0) {
         stepBackAfterTimeout();
         FourthProtocol();
         m_timer1.start();
@@ -397,26 +631,19 @@ void UploadSession::onTimer1()
 
 void UploadSession::Timer3_Timer()
 {
-    if (!m_ctx.ownsLink(this)) {
-        // Another screen has opened the port since: it is not ours to use.
-        m_timer1.stop();
-        m_timer3.stop();
-        return;
-    }
-    try {
-        onTimer3();
-    } catch (const LinkError& e) {
-        report(e.message());
-    } catch (const StoreError& e) {
-        report(e.message());
-    }
+    guarded([this] { onTimer3(); });
 }
 
 void UploadSession::onTimer3()
 {
-    LinkState& link = m_ctx.link;
     m_timer3.stop();
-    if (!link.RecordNo.isEmpty()) {
+    if (m_phase == Phase::Stopped || m_questionOpen)
+        return;
+    if (m_flushTimer.isActive()) {
+        m_timer3.start();
+        return;
+    }
+    if (m_recordNo >= 0) {
         stepBackAfterTimeout();
         FourthProtocol();
         m_timer3.start();

@@ -65,6 +65,11 @@ void UploadTerminal::handleFrame(const QByteArray& frame)
     if (frame.size() >= 13 && frame.mid(9, 4) == "OVER") {
         ++m_overCount;
         emit note(QStringLiteral("end frame received: %1").arg(LinkTrace::hex(frame)));
+        if (!m_stayInUpload && m_inUploadMode) {
+            m_inUploadMode = false;
+            emit note(QStringLiteral("left upload mode: requests are not answered until the next upload starts "
+                                     "with a header request"));
+        }
         emit overReceived(frame);
         return;
     }
@@ -73,9 +78,23 @@ void UploadTerminal::handleFrame(const QByteArray& frame)
             QStringLiteral("ignored an upload frame of %1 bytes: %2").arg(frame.size()).arg(LinkTrace::hex(frame)));
         return;
     }
-    const int record = static_cast<unsigned char>(frame.at(7)) * 256 + static_cast<unsigned char>(frame.at(8));
+    int record = static_cast<unsigned char>(frame.at(7)) * 256 + static_cast<unsigned char>(frame.at(8));
+    if (record == m_faults.misreadRecord && !m_misreadDone) {
+        m_misreadDone = true;
+        emit note(QStringLiteral("request for record %1 read as %2").arg(record).arg(m_faults.misreadAs));
+        record = m_faults.misreadAs;
+    }
     m_requests.append(record);
     emit requestReceived(record);
+
+    if (!m_inUploadMode) {
+        if (record != 0) {
+            emit replySent(record, QStringLiteral("not in upload mode"));
+            return;
+        }
+        // The agent chose upload again: a new upload begins.
+        m_inUploadMode = true;
+    }
 
     if (record == 0 && m_provider) {
         QString error;
@@ -121,6 +140,16 @@ void UploadTerminal::handleFrame(const QByteArray& frame)
     if (inPieces)
         how = how.isEmpty() ? QStringLiteral("in pieces") : how + QStringLiteral(", in pieces");
     ++m_replies;
+    if (record == m_faults.delayRecord && !m_delayDone) {
+        m_delayDone = true;
+        QPointer<Pty> pty(m_pty);
+        QTimer::singleShot(m_faults.delayMs, this, [pty, reply] {
+            if (pty)
+                pty->write(reply);
+        });
+        emit replySent(record, how.isEmpty() ? QStringLiteral("held back") : how + QStringLiteral(", held back"));
+        return;
+    }
     send(reply, inPieces);
     emit replySent(record, how);
 }

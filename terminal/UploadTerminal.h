@@ -25,10 +25,14 @@ public:
         int corruptNext = 0;    // the next K replies, whatever they are, carry a wrong check byte
         int splitRecord = -1;   // the reply to this record goes out in pieces (-2: every reply)
         int pieces = 3;
-        int pieceDelayMs = 40; // between pieces; under the PC's one-second time-out
-        int nackRecord = -1;   // the first request for this record is answered "NACK"
-        int silentRecord = -1; // the first request for this record is not answered
-        bool mute = false;     // no request is ever answered
+        int pieceDelayMs = 40;  // between pieces; under the PC's one-second time-out
+        int nackRecord = -1;    // the first request for this record is answered "NACK"
+        int silentRecord = -1;  // the first request for this record is not answered
+        bool mute = false;      // no request is ever answered
+        int delayRecord = -1;   // the first reply to this record is held back ...
+        int delayMs = 1300;     // ... this long (past the PC's one-second time-out)
+        int misreadRecord = -1; // the first request for this record is read as a request for ...
+        int misreadAs = -1;     // ... this one (a bit flipped on the line)
     };
 
     explicit UploadTerminal(Pty* pty, QObject* parent = nullptr);
@@ -40,6 +44,13 @@ public:
     void setRecordProvider(std::function<bool(UploadRecords*, QString*)> provider) { m_provider = std::move(provider); }
     const UploadRecords& records() const { return m_records; }
     Faults& faults() { return m_faults; }
+
+    // After the end frame the terminal leaves upload mode, as the real one
+    // returns to its menu: record requests go unanswered until a request for
+    // the header starts the next upload. With this set it keeps answering
+    // every request, as older terminals did.
+    void setStayInUpload(bool stay) { m_stayInUpload = stay; }
+    bool inUploadMode() const { return m_inUploadMode; }
 
     // Reads the PC's bytes from the pty itself (a terminal only in upload mode).
     void attach();
@@ -60,7 +71,9 @@ public:
 
 signals:
     void requestReceived(int record);
-    void replySent(int record, const QString& how); // "", "corrupted", "in pieces", "NACK", "silent"
+    void
+    replySent(int record,
+              const QString& how); // "", "corrupted", "in pieces", "NACK", "silent", "held back", "not in upload mode"
     void overReceived(const QByteArray& frame);
     void note(const QString& text);
 
@@ -78,4 +91,8 @@ private:
     int m_corrupted = 0;
     bool m_nackDone = false;
     bool m_silenceDone = false;
+    bool m_delayDone = false;
+    bool m_misreadDone = false;
+    bool m_stayInUpload = false;
+    bool m_inUploadMode = true;
 };

@@ -43,7 +43,7 @@ QDate downloadDay(const TerminalAccounts& state)
 void UploadTerminalOptions::addTo(QCommandLineParser& parser)
 {
     parser.addOptions({m_script, m_generate, m_sample, m_date, m_announce, m_mismatch, m_corrupt, m_corruptNext,
-                       m_split, m_pieces, m_nack, m_silent, m_mute});
+                       m_split, m_pieces, m_nack, m_silent, m_mute, m_delay, m_misread, m_stay});
 }
 
 bool UploadTerminalOptions::apply(const QCommandLineParser& parser, const QString& stateDir, UploadTerminal& terminal,
@@ -62,6 +62,29 @@ bool UploadTerminalOptions::apply(const QCommandLineParser& parser, const QStrin
             return false;
         }
     }
+    if (parser.isSet(m_delay)) {
+        const QStringList parts = parser.value(m_delay).split(QLatin1Char(':'));
+        bool ok = parts.size() <= 2;
+        faults.delayRecord = ok ? parts.at(0).toInt(&ok) : -1;
+        if (ok && parts.size() == 2)
+            faults.delayMs = parts.at(1).toInt(&ok);
+        if (!ok || faults.delayRecord < 0 || faults.delayMs < 0) {
+            *error = QStringLiteral("--upload-delay needs a record number, optionally :milliseconds, not \"%1\".")
+                         .arg(parser.value(m_delay));
+            return false;
+        }
+    }
+    if (parser.isSet(m_misread)) {
+        const QStringList parts = parser.value(m_misread).split(QLatin1Char(':'));
+        bool ok = parts.size() == 2, ok2 = false;
+        faults.misreadRecord = ok ? parts.at(0).toInt(&ok) : -1;
+        faults.misreadAs = parts.size() == 2 ? parts.at(1).toInt(&ok2) : -1;
+        if (!ok || !ok2 || faults.misreadRecord < 0 || faults.misreadAs < 0) {
+            *error = QStringLiteral("--upload-misread needs two record numbers n:m, not \"%1\".")
+                         .arg(parser.value(m_misread));
+            return false;
+        }
+    }
     if (!number(parser, m_corruptNext, 1, 1000000, &faults.corruptNext, error) ||
         !number(parser, m_pieces, 2, 137, &faults.pieces, error) ||
         !number(parser, m_nack, 0, 65535, &faults.nackRecord, error) ||
@@ -74,6 +97,7 @@ bool UploadTerminalOptions::apply(const QCommandLineParser& parser, const QStrin
             return false;
     }
     faults.mute = parser.isSet(m_mute);
+    terminal.setStayInUpload(parser.isSet(m_stay));
 
     UploadRecords::Options options;
     options.summaryMismatch = parser.isSet(m_mismatch);

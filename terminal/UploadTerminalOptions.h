@@ -58,4 +58,16 @@ private:
                                 QStringLiteral("Leave the first request for record <n> unanswered."),
                                 QStringLiteral("n")};
     QCommandLineOption m_mute{QStringLiteral("upload-mute"), QStringLiteral("Never answer an upload request.")};
+    QCommandLineOption m_delay{QStringLiteral("upload-delay"),
+                               QStringLiteral("Hold back the first reply to record <n> for 1300 ms, or <ms> "
+                                              "(a late reply that crosses the PC's next request)."),
+                               QStringLiteral("n[:ms]")};
+    QCommandLineOption m_misread{QStringLiteral("upload-misread"),
+                                 QStringLiteral("Read the first request for record <n> as a request for <m> (a "
+                                                "bit flipped on the line)."),
+                                 QStringLiteral("n:m")};
+    QCommandLineOption m_stay{QStringLiteral("stay-in-upload"),
+                              QStringLiteral("Keep answering record requests after the end frame (by default "
+                                             "the terminal leaves upload mode at \"OVER\" until the next header "
+                                             "request).")};
 };

@@ -2,16 +2,18 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
-#include "ScreenParts.h"
 #include "KeyHook.h"
-#include "RestoreStore.h"
-#include "UploadSession.h"
+#include "MessageBoxMessenger.h"
+#include "ReceiveFlow.h"
+#include "ScreenParts.h"
 
 #include <QCloseEvent>
 #include <QFrame>
 #include <QGridLayout>
-#include <QHBoxLayout>
 #include <QLabel>
+#include <QMessageBox>
+#include <QTimer>
+#include <QPushButton>
 #include <QProgressBar>
 #include <QVBoxLayout>
 
@@ -30,6 +32,10 @@ frmReceive::frmReceive(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::W
     auto* frame = new QFrame(this);
     frame->setObjectName(QStringLiteral("Frame1"));
     frame->setFrameShape(QFrame::StyledPanel);
+    // Takes the focus when Receive greys out, so that it does not pass to
+    // Exit, where the next Enter would close the screen.
+    frame->setFocusPolicy(Qt::ClickFocus);
+    m_frame = frame;
     auto* grid = new QGridLayout(frame);
     auto row = [&](int r, const char* captionName, const QString& caption, const char* valueName) {
         grid->addWidget(addLabel(captionName, caption, frame), r, 0);
@@ -60,21 +66,35 @@ frmReceive::frmReceive(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::W
     auto* cmdexit = namedButton("cmdexit", QStringLiteral("&Exit"), this);
     addButtonRow(layout, {m_cmdSend, cmdexit});
 
-    m_session = new UploadSession(ctx, this);
-    m_session->setRestoreHandler([this](UploadSession& s) { RestoreStore::RestoreData(m_ctx, s.summary()); });
-    connect(m_session, &UploadSession::headerReceived, m_cmdSend, [this] { m_cmdSend->setEnabled(false); });
-    connect(m_session, &UploadSession::summaryDecoded, this, &frmReceive::showSummary);
-    connect(m_session, &UploadSession::progress, this, &frmReceive::showProgress);
-    connect(m_session, &UploadSession::busyChanged, m_busy, &QWidget::setVisible);
-    // Queued: the session still sends its last request after asking to close.
-    connect(m_session, &UploadSession::closeRequested, this, &QWidget::close, Qt::QueuedConnection);
+    m_flow = new ReceiveFlow(ctx, this);
+    connect(m_flow, &ReceiveFlow::receiveEnabled, this, &frmReceive::setReceiveEnabled);
+    connect(m_flow, &ReceiveFlow::summaryDecoded, this, &frmReceive::showSummary);
+    connect(m_flow, &ReceiveFlow::progress, this, &frmReceive::showProgress);
+    connect(m_flow, &ReceiveFlow::busyChanged, m_busy, &QWidget::setVisible);
+    connect(m_flow, &ReceiveFlow::stopped, m_busy, &QWidget::hide);
+    connect(m_flow, &ReceiveFlow::outcomeReady, this,
+            [this](const RestoreStore::ReceiveOutcome& outcome) { m_result = outcome; });
+    connect(m_flow, &ReceiveFlow::message, this, &frmReceive::showMessage);
+    connect(m_flow, &ReceiveFlow::crcQuestion, this, &frmReceive::askCrcQuestion);
+    // Queued: the screen goes after the handler that asked for it has
+    // returned.
+    connect(
+        m_flow, &ReceiveFlow::closeRequested, this,
+        [this] {
+            m_closeAllowed = true;
+            close();
+        },
+        Qt::QueuedConnection);
 
     connect(m_cmdSend, &QPushButton::clicked, this, &frmReceive::cmdSend_Click);
     connect(cmdexit, &QPushButton::clicked, this, &QWidget::close);
+    // Enter on Receive starts a receive as a click does. Swallowed here, so
+    // the button's own Enter handling never clicks it a second time.
     KeyHook::install(m_cmdSend, [this](QKeyEvent* e) {
         if (!KeyHook::isEnter(e))
             return false;
-        cmdSend_Click();
+        if (!e->isAutoRepeat() && m_cmdSend->isEnabled())
+            cmdSend_Click();
         return true;
     });
 }
@@ -88,19 +108,25 @@ QLabel* frmReceive::addLabel(const char* name, const QString& text, QWidget* par
 
 void frmReceive::Form_Load()
 {
-    m_cmdSend->setEnabled(true);
-    // A port that cannot be opened is reported by the session.
-    m_session->Form_Load();
+    // A port that cannot be opened is reported through the flow.
+    m_flow->Form_Load();
 }
 
 void frmReceive::cmdSend_Click()
 {
-    m_session->cmdSend_Click();
+    m_flow->cmdSend_Click();
+}
+
+void frmReceive::setReceiveEnabled(bool enabled)
+{
+    if (!enabled && m_cmdSend->hasFocus())
+        m_frame->setFocus(Qt::OtherFocusReason);
+    m_cmdSend->setEnabled(enabled);
 }
 
 void frmReceive::showSummary()
 {
-    const UploadSummary& s = m_session->summary();
+    const UploadSummary& s = m_flow->summary();
     m_agent->setText(s.AgentId);
     m_date->setText(s.CollectionDate);
     m_transactions->setText(QString::number(s.TotalTransactions));
@@ -114,6 +140,89 @@ void frmReceive::showProgress(int received, int total)
     m_progress->setValue(qMin(received, qMax(total, 1)));
 }
 
+QMessageBox* frmReceive::openBox(const QString& text) const
+{
+    const QPointer<QMessageBox> box = m_boxes.value(text);
+    return box && box->isVisible() ? box.data() : nullptr;
+}
+
+QMessageBox* frmReceive::makeBox(const SessionMessage& message)
+{
+    if (QMessageBox* open = openBox(message.text)) {
+        // The same message again while its box is still up: one box is
+        // enough.
+        open->raise();
+        return nullptr;
+    }
+    auto* box = new QMessageBox(message.icon == SessionMessage::Icon::Critical ? QMessageBox::Critical
+                                                                               : QMessageBox::Information,
+                                MessageBoxMessenger::defaultTitle(), message.text, QMessageBox::Ok, this);
+    box->setObjectName(QStringLiteral("MessageBox"));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    m_boxes.insert(message.text, box);
+    return box;
+}
+
+void frmReceive::showMessage(const SessionMessage& message)
+{
+    QMessageBox* box = makeBox(message);
+    if (box)
+        decorateResultBox(box, message);
+    if (m_result && !m_result->messages.isEmpty() && message == m_result->messages.constLast())
+        m_result.reset();
+    if (box)
+        box->open();
+}
+
+void frmReceive::decorateResultBox(QMessageBox* box, const SessionMessage& message)
+{
+    if (!m_result || m_result->messages.isEmpty() || !(message == m_result->messages.constLast()))
+        return;
+    if (!m_result->reconciliation.isEmpty())
+        box->setDetailedText(m_result->reconciliation.join(QLatin1Char('\n')));
+    if (!m_result->mayAccept)
+        return;
+    QPushButton* accept = box->addButton(QStringLiteral("&Accept"), QMessageBox::AcceptRole);
+    accept->setObjectName(QStringLiteral("cmdAccept"));
+    accept->setToolTip(QStringLiteral("Store and write this receive as it came; the choice is written to the "
+                                      "audit trail"));
+    box->setDefaultButton(QMessageBox::Ok);
+    connect(accept, &QPushButton::clicked, this, [this] {
+        // Run after the box has closed, never from inside its handler.
+        QTimer::singleShot(0, this, [this] { m_flow->acceptReceive(); });
+    });
+}
+
+void frmReceive::askCrcQuestion(const SessionMessage& question)
+{
+    QMessageBox* box = makeBox(question);
+    if (!box)
+        return;
+    box->setStandardButtons(QMessageBox::Ok | QMessageBox::Cancel);
+    box->setDefaultButton(QMessageBox::Ok);
+    connect(box, &QDialog::finished, this,
+            [this](int result) { m_flow->answerCrcQuestion(result == QMessageBox::Ok); });
+    box->open();
+}
+
+void frmReceive::askToStop()
+{
+    QMessageBox* box = makeBox(SessionMessage{stopQuestionText(), SessionMessage::Icon::Information});
+    if (!box)
+        return;
+    box->setIcon(QMessageBox::Question);
+    box->setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+    box->setDefaultButton(QMessageBox::No);
+    connect(box, &QDialog::finished, this, [this](int result) {
+        if (result != QMessageBox::Yes)
+            return;
+        m_flow->stop();
+        m_closeAllowed = true;
+        close();
+    });
+    box->open();
+}
+
 void frmReceive::showEvent(QShowEvent* event)
 {
     QWidget::showEvent(event);
@@ -125,6 +234,17 @@ void frmReceive::showEvent(QShowEvent* event)
 
 void frmReceive::closeEvent(QCloseEvent* event)
 {
-    m_session->closePort();
+    if (m_flow->isRestoring()) {
+        // Storing and writing the files cannot be stopped half-way.
+        event->ignore();
+        return;
+    }
+    if (!m_closeAllowed && m_flow->isBusy()) {
+        // Closing now would lose the receive: ask first, without blocking.
+        event->ignore();
+        askToStop();
+        return;
+    }
+    m_flow->Form_Unload();
     event->accept();
 }

@@ -51,6 +51,7 @@ void tst_SharedLink::onlyTheLastOpenerReadsWritesAndCloses()
     // The send side is told once that the port is gone, and stops.
     QCOMPARE(stopped.count(), 1);
     QVERIFY(!send.busy());
+    receive.cmdSend_Click();
 
     // An answer meant for the receive screen is not taken by the send screen.
     channel->feed(QByteArray(8, '\0') + QByteArray("\x00\x00"

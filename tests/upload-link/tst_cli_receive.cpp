@@ -5,6 +5,7 @@
 #include "UploadTerminal.h"
 
 #include <QProcess>
+#include <QSqlQuery>
 #include <QtTest>
 
 // 'tonvy-cli receive' as a separate process against the simulated terminal
@@ -64,6 +65,26 @@ class tst_CliReceive : public QObject
         r.out = QString::fromLocal8Bit(p.readAllStandardOutput());
         r.err = QString::fromLocal8Bit(p.readAllStandardError());
         return r;
+    }
+
+    // The upload file holds one line for each collection, with the
+    // terminal's amounts.
+    void checkUploadFile()
+    {
+        QFile file(t->path(QStringLiteral("0011611u.txt")));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QList<QByteArray> lines = file.readAll().split('\n');
+        int count = 0;
+        for (const QByteArray& line : lines)
+            count += line.trimmed().isEmpty() ? 0 : 1;
+        QCOMPARE(count, records.transactionCount);
+        QSqlQuery q(t->db.connection());
+        QVERIFY(q.exec(QStringLiteral("SELECT count(*), sum(CAST(Amtcollected AS REAL)), "
+                                      "count(DISTINCT TransactionNumber) FROM RestoreData")));
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toInt(), records.transactionCount);
+        QCOMPARE(qRound64(q.value(1).toDouble()), records.totalAmount);
+        QCOMPARE(q.value(2).toInt(), records.transactionCount);
     }
 
 private slots:
@@ -139,6 +160,39 @@ private slots:
         const Result r = receive({QStringLiteral("--give-up-after"), QStringLiteral("1")});
         QCOMPARE(r.exitCode, 3);
         QVERIFY(r.err.contains(QStringLiteral("Gave up after 1 seconds")));
+    }
+
+    void lateReplyEndsWithExactlyTheTerminalsData()
+    {
+        prepare();
+        pty->setBaud(19200);
+        terminal->faults().delayRecord = 3;
+        terminal->faults().delayMs = 1300;
+        const Result r = receive({});
+        QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
+        checkUploadFile();
+    }
+
+    void requestAnsweredWithAnotherRecordEndsWithExactlyTheTerminalsData()
+    {
+        prepare();
+        terminal->faults().misreadRecord = 2;
+        terminal->faults().misreadAs = 3;
+        const Result r = receive({});
+        QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
+        checkUploadFile();
+    }
+
+    void bytesLeftOnTheLineAreNotTheHeader()
+    {
+        prepare();
+        // A whole reply of an interrupted exchange, waiting before the port
+        // opens: it would pass the check as a header.
+        pty->write(records.reply(3));
+        const Result r = receive({});
+        QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
+        checkUploadFile();
+        QCOMPARE(terminal->requests().first(), 0);
     }
 
     void badOptionIsAUsageError()

@@ -1,7 +1,7 @@
 #include "LinkCodec.h"
 #include "Pty.h"
+#include "UploadFrames.h"
 #include "UploadRecords.h"
-#include "UploadSession.h"
 #include "UploadTerminal.h"
 
 #include <QSignalSpy>
@@ -193,10 +193,10 @@ private slots:
 
     void frameLength()
     {
-        const QByteArray request = UploadSession::requestFrame(1, 0);
+        const QByteArray request = UploadFrames::request(1, 0);
         QCOMPARE(UploadTerminal::frameLength(request), 10);
         QCOMPARE(UploadTerminal::frameLength(request.left(6)), 0);
-        QCOMPARE(UploadTerminal::frameLength(UploadSession::endFrame()), 14);
+        QCOMPARE(UploadTerminal::frameLength(UploadFrames::end()), 14);
         QCOMPARE(UploadTerminal::frameLength("\x02xyz"), -1);
         QVERIFY(UploadTerminal::isUploadFrame(request));
     }
@@ -216,16 +216,70 @@ private slots:
         QSignalSpy replies(&terminal, &UploadTerminal::replySent);
         QSignalSpy over(&terminal, &UploadTerminal::overReceived);
         // A request split across reads, noise before the next one, the end frame.
-        const QByteArray request = UploadSession::requestFrame(0, 2);
+        const QByteArray request = UploadFrames::request(0, 2);
         terminal.receive(request.left(4));
         QCOMPARE(replies.count(), 0);
-        terminal.receive(request.mid(4) + QByteArray("\x7F\x7F") + UploadSession::requestFrame(0, 1));
-        terminal.receive(UploadSession::endFrame());
+        terminal.receive(request.mid(4) + QByteArray("\x7F\x7F") + UploadFrames::request(0, 1));
+        terminal.receive(UploadFrames::end());
         QCOMPARE(terminal.requests(), (QList<int>{2, 1}));
         QCOMPARE(replies.at(0).at(1).toString(), QStringLiteral("corrupted"));
         QCOMPARE(replies.at(1).at(1).toString(), QString());
         QCOMPARE(over.count(), 1);
         QCOMPARE(terminal.overCount(), 1);
+    }
+
+    void terminalLeavesUploadModeAfterOver_data()
+    {
+        QTest::addColumn<bool>("stay");
+        QTest::newRow("default") << false;
+        QTest::newRow("--stay-in-upload") << true;
+    }
+    void terminalLeavesUploadModeAfterOver()
+    {
+        QFETCH(bool, stay);
+        Pty pty;
+        QString error;
+        QVERIFY2(pty.open(&error), qPrintable(error));
+        UploadTerminal terminal(&pty);
+        UploadRecords r;
+        QVERIFY(UploadRecords::build(twoAccounts(), {}, {}, &r, &error));
+        terminal.setRecords(r);
+        terminal.setStayInUpload(stay);
+        QSignalSpy replies(&terminal, &UploadTerminal::replySent);
+        terminal.receive(UploadFrames::request(2));
+        terminal.receive(UploadFrames::end());
+        QCOMPARE(terminal.inUploadMode(), stay);
+        // The PC's idle resend of the last request.
+        terminal.receive(UploadFrames::request(2));
+        QCOMPARE(replies.last().at(1).toString(), stay ? QString() : QStringLiteral("not in upload mode"));
+        QCOMPARE(terminal.repliesSent(), stay ? 2 : 1);
+        // A header request starts the next upload.
+        terminal.receive(UploadFrames::request(0));
+        QVERIFY(terminal.inUploadMode());
+        QCOMPARE(replies.last().at(1).toString(), QString());
+    }
+
+    void terminalFaultsForMatching()
+    {
+        Pty pty;
+        QString error;
+        QVERIFY2(pty.open(&error), qPrintable(error));
+        UploadTerminal terminal(&pty);
+        UploadRecords r;
+        QVERIFY(UploadRecords::build(twoAccounts(), {}, {}, &r, &error));
+        terminal.setRecords(r);
+        terminal.faults().misreadRecord = 3;
+        terminal.faults().misreadAs = 2;
+        terminal.faults().delayRecord = 4;
+        terminal.faults().delayMs = 50;
+        QSignalSpy replies(&terminal, &UploadTerminal::replySent);
+        terminal.receive(UploadFrames::request(3));
+        terminal.receive(UploadFrames::request(3));
+        QCOMPARE(terminal.requests(), (QList<int>{2, 3}));
+        terminal.receive(UploadFrames::request(4));
+        QCOMPARE(replies.last().at(1).toString(), QStringLiteral("held back"));
+        terminal.receive(UploadFrames::request(4));
+        QCOMPARE(replies.last().at(1).toString(), QString());
     }
 };
 

@@ -1,16 +1,91 @@
 #include "ColourButton.h"
-#include "LinkChannel.h"
 #include "FakeChannel.h"
+#include "LinkChannel.h"
+#include "Pty.h"
+#include "ReceiveFlow.h"
 #include "TestContext.h"
-#include "UploadRecords.h"
+#include "UploadFrames.h"
 #include "UploadSession.h"
+#include "UploadTerminal.h"
 #include "frmReceive.h"
 
 #include <QApplication>
 #include <QFile>
 #include <QLabel>
+#include <QMessageBox>
 #include <QProgressBar>
+#include <QPushButton>
 #include <QSqlQuery>
+
+// The terminal's replies built byte by byte (the simulator's UploadRecords
+// is used for whole receives over the pseudo-terminal).
+namespace Reply {
+
+constexpr int ReplySize = 137;
+
+// Puts text into a reply at a 1-based position.
+inline void put(QByteArray& reply, int pos, const QByteArray& bytes)
+{
+    reply.replace(pos - 1, bytes.size(), bytes);
+}
+
+// Sets byte 137 so that bytes 10 to 137 add up to a multiple of 256.
+inline QByteArray withCheckByte(QByteArray reply)
+{
+    int sum = 0;
+    for (int i = 9; i < 136; ++i)
+        sum += static_cast<unsigned char>(reply.at(i));
+    reply[136] = static_cast<char>((256 - (sum & 255)) & 255);
+    return reply;
+}
+
+inline QByteArray blankReply()
+{
+    QByteArray reply(ReplySize, '\0');
+    put(reply, 1, QByteArray::fromHex("01FF10F055008200"));
+    return reply;
+}
+
+// A transaction record: category (byte 10), scheme (11-15), account
+// (16-30), the 9-byte entries from byte 70, and byte 133 as given.
+inline QByteArray transactionRecord(const QByteArray& category, const QByteArray& scheme, const QByteArray& account,
+                                    const QList<QByteArray>& entries, char countByte)
+{
+    QByteArray reply = blankReply();
+    put(reply, 10, category.leftJustified(1, ' ', true));
+    put(reply, 11, scheme.leftJustified(5, ' ', true));
+    put(reply, 16, account.leftJustified(15, ' ', true));
+    for (int j = 0; j < entries.size(); ++j)
+        put(reply, 70 + 9 * j, entries.at(j));
+    reply[132] = countByte;
+    return withCheckByte(reply);
+}
+
+// Header record: records to follow (bytes 10-11), agent id (27-41).
+inline QByteArray headerRecord(int records, const QByteArray& agentId)
+{
+    QByteArray reply = blankReply();
+    reply[9] = static_cast<char>(records / 256);
+    reply[10] = static_cast<char>(records % 256);
+    put(reply, 27, agentId.leftJustified(15, ' ', true));
+    return withCheckByte(reply);
+}
+
+// Summary record: agent (10-12), ddmm (13-16), transaction count (17-18),
+// total amount as four packed-BCD bytes (19-22).
+inline QByteArray summaryRecord(const QByteArray& agent, const QByteArray& ddmm, int transactions,
+                                const QByteArray& totalBcd)
+{
+    QByteArray reply = blankReply();
+    put(reply, 10, agent);
+    put(reply, 13, ddmm);
+    reply[16] = static_cast<char>(transactions / 256);
+    reply[17] = static_cast<char>(transactions % 256);
+    put(reply, 19, totalBcd);
+    return withCheckByte(reply);
+}
+
+} // namespace Reply
 
 namespace {
 
@@ -18,7 +93,13 @@ const QByteArray agent = "AG0000000000005";
 
 QByteArray request(int record)
 {
-    return UploadSession::requestFrame(record / 256, record % 256);
+    return UploadFrames::request(record);
+}
+
+QByteArray corrupted(QByteArray r)
+{
+    r[136] = static_cast<char>(r.at(136) + 1);
+    return r;
 }
 
 } // namespace
@@ -33,13 +114,21 @@ private slots:
 
     void controlsAndCaptions();
     void loadOpensPortAndEnablesReceive();
-    void portFailureReported();
+    void portFailureShownInABox();
     void receiveStarts_data();
     void receiveStarts();
     void receiveTwiceBeforeHeaderResendsHeaderRequest();
     void wholeReceiveFillsLabelsAndStores();
     void cancelOnCheckQuestionClosesScreen();
+    void okOnCheckQuestionGoesOn();
     void exitClosesPort();
+    void focusStaysOffExitWhenReceiveGreysOut();
+    void closingMidReceiveAsksFirst();
+    void oneCableBoxAtATime();
+    void portLostMidReceiveEnablesReceiveAgain();
+    void boxesLeftOpenTenSecondsWhileTheLineMisbehaves();
+    void checkQuestionLeftOpenTenSeconds();
+    void screenClosedAndTerminalGoneFiftyTimes();
 
 private:
     template <typename T> T* child(const char* name)
@@ -50,14 +139,24 @@ private:
         return w;
     }
     void open(bool portOpens = true);
+    // The simulated terminal on a pseudo-terminal, the screen on its slave.
+    void openOnPty(int accounts = 4, int collections = 9);
+    int visibleBoxes(const QString& text) const;
+    // RestoreData rows, their total and whether the upload file is there.
+    int storedRows(double* total = nullptr);
+    void checkStoredExactly();
 
     std::unique_ptr<TestContext> t;
     std::unique_ptr<frmReceive> m_form;
     FakeChannel* m_link = nullptr;
+    std::unique_ptr<Pty> m_pty;
+    std::unique_ptr<UploadTerminal> m_terminal;
+    UploadRecords m_records;
 };
 
 void tst_frmReceive::init()
 {
+    qRegisterMetaType<SessionMessage>();
     t = std::make_unique<TestContext>();
     t->ctx->settings.BankInfoPath = t->path(QStringLiteral("bank"));
     QDir().mkpath(t->ctx->settings.BankInfoPath);
@@ -66,6 +165,8 @@ void tst_frmReceive::init()
 void tst_frmReceive::cleanup()
 {
     m_form.reset();
+    m_terminal.reset();
+    m_pty.reset();
     t.reset();
     m_link = nullptr;
 }
@@ -82,6 +183,63 @@ void tst_frmReceive::open(bool portOpens)
     m_form = std::make_unique<frmReceive>(*t->ctx);
     m_form->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_form.get()));
+}
+
+void tst_frmReceive::openOnPty(int accounts, int collections)
+{
+    m_pty = std::make_unique<Pty>();
+    QString error;
+    QVERIFY2(m_pty->open(&error), qPrintable(error));
+    m_terminal = std::make_unique<UploadTerminal>(m_pty.get());
+    m_terminal->attach();
+    const QDate day(2007, 11, 16);
+    const TerminalAccounts terminalAccounts = UploadRecords::sampleAccounts(accounts, day);
+    QVERIFY2(UploadRecords::build(terminalAccounts, UploadRecords::generate(terminalAccounts, collections, day, 7), {},
+                                  &m_records, &error),
+             qPrintable(error));
+    m_terminal->setRecords(m_records);
+    for (const TerminalAccount& a : terminalAccounts.accounts)
+        t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
+                                     "AgreedAmount, AgentID, BranchID, MyDate) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+                      {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
+                       a.agreedAmount.toInt(), terminalAccounts.agentId, terminalAccounts.branchId, a.lastTxnDate});
+    t->ctx->portOverride = m_pty->devicePath();
+    m_form = std::make_unique<frmReceive>(*t->ctx);
+    m_form->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_form.get()));
+}
+
+int tst_frmReceive::visibleBoxes(const QString& text) const
+{
+    int n = 0;
+    for (QWidget* w : QApplication::topLevelWidgets()) {
+        auto* box = qobject_cast<QMessageBox*>(w);
+        n += box && box->isVisible() && box->text() == text ? 1 : 0;
+    }
+    return n;
+}
+
+int tst_frmReceive::storedRows(double* total)
+{
+    QSqlQuery q(t->db.connection());
+    if (!q.exec(QStringLiteral("SELECT count(*), sum(CAST(Amtcollected AS REAL)) FROM RestoreData")) || !q.next())
+        return -1;
+    if (total)
+        *total = q.value(1).toDouble();
+    return q.value(0).toInt();
+}
+
+void tst_frmReceive::checkStoredExactly()
+{
+    double total = 0;
+    QCOMPARE(storedRows(&total), m_records.transactionCount);
+    QCOMPARE(qRound64(total), m_records.totalAmount);
+    QSqlQuery q(t->db.connection());
+    QVERIFY(q.exec(QStringLiteral("SELECT count(DISTINCT TransactionNumber) FROM RestoreData")));
+    QVERIFY(q.next());
+    QCOMPARE(q.value(0).toInt(), m_records.transactionCount);
+    QVERIFY(QFile::exists(t->path(QStringLiteral("bank/0011611u.txt"))));
+    QCOMPARE(t->messenger.count(QStringLiteral("Upload Completed Successfully")), 1);
 }
 
 void tst_frmReceive::controlsAndCaptions()
@@ -119,13 +277,18 @@ void tst_frmReceive::loadOpensPortAndEnablesReceive()
     QVERIFY(!t->ctx->link.UploadDone);
     QVERIFY(m_link->written.isEmpty()); // nothing is asked before Receive
     QVERIFY(t->messenger.entries().isEmpty());
+    QVERIFY(m_form->findChildren<QMessageBox*>().isEmpty());
 }
 
-void tst_frmReceive::portFailureReported()
+void tst_frmReceive::portFailureShownInABox()
 {
     open(false);
-    QCOMPARE(t->messenger.texts(), QStringList{QStringLiteral("Cannot open /dev/ttyS0: no such device")});
-    QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
+    QMessageBox* box = m_form->openBox(QStringLiteral("Cannot open /dev/ttyS0: no such device"));
+    QVERIFY(box);
+    QCOMPARE(box->icon(), QMessageBox::Critical);
+    // Shown without blocking: the screen is usable behind it.
+    QVERIFY(!box->isModal() || box->windowModality() != Qt::ApplicationModal);
+    QVERIFY(child<ColourButton>("cmdSend")->isEnabled());
 }
 
 void tst_frmReceive::receiveStarts_data()
@@ -147,10 +310,11 @@ void tst_frmReceive::receiveStarts()
         receive->setFocus();
         QTest::keyClick(receive, static_cast<Qt::Key>(how));
     }
+    QTest::qWait(150); // a second, animated click would land by now
     QCOMPARE(m_link->written, QList<QByteArray>{request(0)});
     QCOMPARE(m_link->written.first(), QByteArray::fromHex("01FF10F055000300 0000"));
-    QCOMPARE(m_form->session().summary().TotalRecords, 5000);
-    QCOMPARE(t->ctx->link.RecordNo, QStringLiteral("0"));
+    QCOMPARE(m_form->flow().summary().TotalRecords, 5000);
+    QCOMPARE(m_form->flow().session().recordNo(), 0);
 }
 
 void tst_frmReceive::receiveTwiceBeforeHeaderResendsHeaderRequest()
@@ -158,12 +322,12 @@ void tst_frmReceive::receiveTwiceBeforeHeaderResendsHeaderRequest()
     open();
     auto* receive = child<ColourButton>("cmdSend");
     QTest::mouseClick(receive, Qt::LeftButton);
-    m_form->session().summary().TotalRecords = 40;
-    t->ctx->link.RecordNo = QStringLiteral("7");
+    m_form->flow().session().summary().TotalRecords = 40;
+    m_form->flow().session().setRecordNo(7);
     QTest::mouseClick(receive, Qt::LeftButton);
     QCOMPARE(m_link->written, (QList<QByteArray>{request(0), request(0)}));
-    QCOMPARE(m_form->session().summary().TotalRecords, 5000);
-    QCOMPARE(t->ctx->link.RecordNo, QStringLiteral("0"));
+    QCOMPARE(m_form->flow().summary().TotalRecords, 5000);
+    QCOMPARE(m_form->flow().session().recordNo(), 0);
     QVERIFY(receive->isEnabled());
 }
 
@@ -179,13 +343,13 @@ void tst_frmReceive::wholeReceiveFillsLabelsAndStores()
     auto* busy = child<QLabel>("Label9");
     QTest::mouseClick(receive, Qt::LeftButton);
 
-    m_link->feed(UploadRecords::headerRecord(2, agent));
+    m_link->feed(Reply::headerRecord(2, agent));
     QVERIFY(!receive->isEnabled());
     QCOMPARE(m_link->written.last(), request(1));
     QCOMPARE(child<QLabel>("Label4")->text(), QString()); // not before the summary
 
     // The summary arrives in two pieces.
-    const QByteArray summary = UploadRecords::summaryRecord("005", "1611", 3, QByteArray::fromHex("00000085"));
+    const QByteArray summary = Reply::summaryRecord("005", "1611", 3, QByteArray::fromHex("00000085"));
     m_link->feed(summary.left(60));
     QCOMPARE(child<QLabel>("TotalTransact")->text(), QString());
     m_link->feed(summary.mid(60));
@@ -196,7 +360,7 @@ void tst_frmReceive::wholeReceiveFillsLabelsAndStores()
     QCOMPARE(m_link->written.last(), request(2));
     QVERIFY(busy->isHidden());
 
-    m_link->feed(UploadRecords::transactionRecord(
+    m_link->feed(Reply::transactionRecord(
         "S", "DD001", "000000000000101",
         {QByteArray::fromHex("000050 16B7 0900 0001"), QByteArray::fromHex("000020 16B7 0930 0002")}, '\x02'));
     QVERIFY(!busy->isHidden());
@@ -204,18 +368,16 @@ void tst_frmReceive::wholeReceiveFillsLabelsAndStores()
     QCOMPARE(child<QProgressBar>("progressBar")->value(), 1);
     QCOMPARE(m_link->written.last(), request(3));
 
-    m_link->feed(UploadRecords::transactionRecord("S", "DD001", "000000000000101",
-                                                  {QByteArray::fromHex("000015 16B7 1000 0003")}, '\x01'));
+    m_link->feed(Reply::transactionRecord("S", "DD001", "000000000000101",
+                                          {QByteArray::fromHex("000015 16B7 1000 0003")}, '\x01'));
     QCOMPARE(child<QLabel>("lblRecord")->text(), QStringLiteral("2 / 2"));
     QCOMPARE(child<QProgressBar>("progressBar")->value(), 2);
     QVERIFY(busy->isHidden());
-    QCOMPARE(m_link->written.last(), UploadSession::endFrame());
-    QCOMPARE(t->messenger.texts(), QStringList{QStringLiteral("Upload Completed Successfully")});
+    QCOMPARE(m_link->written.last(), UploadFrames::end());
+    QTRY_COMPARE(t->messenger.texts(), QStringList{QStringLiteral("Upload Completed Successfully")});
+    QVERIFY(m_form->flow().restored());
 
-    QSqlQuery q(t->db.connection());
-    QVERIFY(q.exec(QStringLiteral("SELECT count(*) FROM RestoreData")));
-    QVERIFY(q.next());
-    QCOMPARE(q.value(0).toInt(), 3);
+    QCOMPARE(storedRows(), 3);
     QVERIFY(QFile::exists(t->path(QStringLiteral("bank/0051611u.txt"))));
     QVERIFY(QFile::exists(t->path(QStringLiteral("BackupData/005_16_11_07.txt"))));
     QVERIFY(QFile::exists(t->path(QStringLiteral("BackupData/0051611uCheck.txt"))));
@@ -226,16 +388,41 @@ void tst_frmReceive::cancelOnCheckQuestionClosesScreen()
 {
     open();
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
-    QByteArray bad = UploadRecords::headerRecord(2, agent);
-    bad[136] = static_cast<char>(bad.at(136) + 1);
-    t->messenger.queueAnswer(false);
-    for (int i = 0; i < 15; ++i)
+    const QByteArray bad = corrupted(Reply::headerRecord(2, agent));
+    for (int i = 0; i < 15; ++i) {
         m_link->feed(bad);
-    QCOMPARE(t->messenger.count(UploadSession::crcQuestionText()), 1);
-    // The request after Cancel still goes out, then the screen closes.
+        if (m_form->flow().session().flushTimer().isActive())
+            m_form->flow().session().FlushTimer_Timer();
+    }
+    QMessageBox* box = m_form->openBox(UploadSession::crcQuestionText());
+    QVERIFY(box);
+    QCOMPARE(box->icon(), QMessageBox::Critical);
+    QCOMPARE(m_link->written.size(), 15);
+    box->button(QMessageBox::Cancel)->click();
+    // The request after Cancel still goes out, then the screen closes
+    // without asking whether to stop.
     QCOMPARE(m_link->written.size(), 16);
+    QCOMPARE(m_link->written.last(), request(0));
     QTRY_VERIFY(!m_form->isVisible());
     QVERIFY(!m_link->isOpen());
+    QCOMPARE(visibleBoxes(frmReceive::stopQuestionText()), 0);
+}
+
+void tst_frmReceive::okOnCheckQuestionGoesOn()
+{
+    open();
+    QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
+    const QByteArray bad = corrupted(Reply::headerRecord(2, agent));
+    for (int i = 0; i < 15; ++i) {
+        m_link->feed(bad);
+        if (m_form->flow().session().flushTimer().isActive())
+            m_form->flow().session().FlushTimer_Timer();
+    }
+    m_form->openBox(UploadSession::crcQuestionText())->button(QMessageBox::Ok)->click();
+    QCOMPARE(m_link->written.size(), 16);
+    m_link->feed(Reply::headerRecord(2, agent));
+    QCOMPARE(m_link->written.last(), request(1));
+    QVERIFY(m_form->isVisible());
 }
 
 void tst_frmReceive::exitClosesPort()
@@ -245,6 +432,193 @@ void tst_frmReceive::exitClosesPort()
     QTest::mouseClick(child<ColourButton>("cmdexit"), Qt::LeftButton);
     QVERIFY(!m_form->isVisible());
     QVERIFY(!m_link->isOpen());
+}
+
+void tst_frmReceive::focusStaysOffExitWhenReceiveGreysOut()
+{
+    open();
+    m_form->activateWindow();
+    auto* receive = child<ColourButton>("cmdSend");
+    auto* cmdexit = child<ColourButton>("cmdexit");
+    receive->setFocus();
+    QTest::keyClick(receive, Qt::Key_Return);
+    m_link->feed(Reply::headerRecord(2, agent));
+    QVERIFY(!receive->isEnabled());
+    QVERIFY(!cmdexit->hasFocus());
+    QCOMPARE(QApplication::focusWidget(), child<QWidget>("Frame1"));
+    // A second Enter does not close the screen.
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+    QTest::qWait(150);
+    QVERIFY(m_form->isVisible());
+    QVERIFY(m_link->isOpen());
+}
+
+void tst_frmReceive::closingMidReceiveAsksFirst()
+{
+    open();
+    QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
+    m_link->feed(Reply::headerRecord(2, agent));
+    QTest::mouseClick(child<ColourButton>("cmdexit"), Qt::LeftButton);
+    QVERIFY(m_form->isVisible());
+    QMessageBox* box = m_form->openBox(frmReceive::stopQuestionText());
+    QVERIFY(box);
+    // Asked once, however often Exit is pressed.
+    m_form->close();
+    QCOMPARE(visibleBoxes(frmReceive::stopQuestionText()), 1);
+    box->button(QMessageBox::No)->click();
+    QVERIFY(m_form->isVisible());
+    QVERIFY(m_link->isOpen());
+    // The receive went on meanwhile.
+    m_link->feed(Reply::summaryRecord("005", "1611", 3, QByteArray::fromHex("00000085")));
+    QCOMPARE(m_link->written.last(), request(2));
+
+    QTest::mouseClick(child<ColourButton>("cmdexit"), Qt::LeftButton);
+    m_form->openBox(frmReceive::stopQuestionText())->button(QMessageBox::Yes)->click();
+    QTRY_VERIFY(!m_form->isVisible());
+    QVERIFY(!m_link->isOpen());
+    QCOMPARE(m_form->flow().session().phase(), UploadSession::Phase::Stopped);
+    QCOMPARE(storedRows(), 0);
+}
+
+void tst_frmReceive::oneCableBoxAtATime()
+{
+    open();
+    QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
+    m_link->feed(Reply::headerRecord(2, agent));
+    for (int i = 0; i < 20; ++i)
+        m_form->flow().session().Timer1_Timer();
+    QCOMPARE(visibleBoxes(UploadSession::checkCableText()), 1);
+    // Answered, it comes again after the next five time-outs.
+    m_form->openBox(UploadSession::checkCableText())->button(QMessageBox::Ok)->click();
+    QCOMPARE(visibleBoxes(UploadSession::checkCableText()), 0);
+    for (int i = 0; i < 5; ++i)
+        m_form->flow().session().Timer1_Timer();
+    QCOMPARE(visibleBoxes(UploadSession::checkCableText()), 1);
+}
+
+void tst_frmReceive::portLostMidReceiveEnablesReceiveAgain()
+{
+    open();
+    auto* receive = child<ColourButton>("cmdSend");
+    QTest::mouseClick(receive, Qt::LeftButton);
+    m_link->feed(Reply::headerRecord(2, agent));
+    QVERIFY(!receive->isEnabled());
+    m_link->close();
+    m_link->fail(QStringLiteral("The serial port fake failed: gone"));
+    QVERIFY(receive->isEnabled());
+    QVERIFY(child<QLabel>("Label9")->isHidden());
+    QCOMPARE(m_form->findChildren<QMessageBox*>().size(), 1);
+    QVERIFY(m_form->findChildren<QMessageBox*>().first()->text().startsWith(
+        QStringLiteral("The serial port fake failed: gone")));
+    // Closing now asks nothing: no receive runs.
+    QTest::mouseClick(child<ColourButton>("cmdexit"), Qt::LeftButton);
+    QTRY_VERIFY(!m_form->isVisible());
+}
+
+// A clerk slow to close the boxes: the receive goes on underneath and ends
+// with exactly the terminal's data.
+void tst_frmReceive::boxesLeftOpenTenSecondsWhileTheLineMisbehaves()
+{
+    openOnPty(8, 30);
+    m_pty->setBaud(19200);
+    UploadTerminal::Faults& faults = m_terminal->faults();
+    faults.nackRecord = 2;
+    faults.corruptRecord = 4;
+    faults.corruptTimes = 3;
+    faults.silentRecord = 5;
+    faults.delayRecord = 6;
+    bool dropped = false;
+    connect(m_terminal.get(), &UploadTerminal::requestReceived, this, [&](int record) {
+        if (record == 7 && !dropped) {
+            // The line goes dead long enough for the cable message.
+            dropped = true;
+            m_terminal->faults().mute = true;
+            QTimer::singleShot(5500, this, [this] { m_terminal->faults().mute = false; });
+        }
+    });
+    QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
+    QTRY_COMPARE(visibleBoxes(UploadSession::noAcknowledgementText()), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(visibleBoxes(UploadSession::checkCableText()), 1, 15000);
+    QTest::qWait(10000);
+    QCOMPARE(visibleBoxes(UploadSession::noAcknowledgementText()), 1);
+    QCOMPARE(visibleBoxes(UploadSession::checkCableText()), 1);
+    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), 5000);
+    checkStoredExactly();
+    QCOMPARE(m_terminal->overCount(), 1);
+}
+
+// The check-failure question left open: nothing is asked or written meanwhile.
+void tst_frmReceive::checkQuestionLeftOpenTenSeconds()
+{
+    openOnPty();
+    m_terminal->faults().corruptRecord = 3;
+    m_terminal->faults().corruptTimes = 15;
+    QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
+    QTRY_COMPARE(visibleBoxes(UploadSession::crcQuestionText()), 1);
+    const int requests = static_cast<int>(m_terminal->requests().size());
+    QTest::qWait(10000);
+    QCOMPARE(m_terminal->requests().size(), requests);
+    QCOMPARE(storedRows(), 0);
+    QVERIFY(!QFile::exists(t->path(QStringLiteral("bank/0011611u.txt"))));
+    m_form->openBox(UploadSession::crcQuestionText())->button(QMessageBox::Ok)->click();
+    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), 5000);
+    checkStoredExactly();
+}
+
+void tst_frmReceive::screenClosedAndTerminalGoneFiftyTimes()
+{
+    const QDate day(2007, 11, 16);
+    const TerminalAccounts accounts = UploadRecords::sampleAccounts(6, day);
+    for (const TerminalAccount& a : accounts.accounts)
+        t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, AgentID) "
+                                     "VALUES (?, ?, ?, ?, ?)"),
+                      {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), accounts.agentId});
+    for (int i = 0; i < 50; ++i) {
+        t->db.execute(QStringLiteral("DELETE FROM RestoreData"));
+        auto pty = std::make_unique<Pty>();
+        QString error;
+        QVERIFY2(pty->open(&error), qPrintable(error));
+        pty->setBaud(i % 2 ? 0 : 19200);
+        auto terminal = std::make_unique<UploadTerminal>(pty.get());
+        terminal->attach();
+        UploadRecords records;
+        QVERIFY(UploadRecords::build(accounts, UploadRecords::generate(accounts, 20, day, 3), {}, &records, &error));
+        terminal->setRecords(records);
+        t->ctx->portOverride = pty->devicePath();
+
+        QPointer<frmReceive> form = new frmReceive(*t->ctx);
+        form->setAttribute(Qt::WA_DeleteOnClose);
+        form->show();
+        QTest::mouseClick(form->findChild<ColourButton*>(QStringLiteral("cmdSend")), Qt::LeftButton);
+        const int after = 1 + i % 6;
+        QTRY_VERIFY(terminal->requests().size() >= after);
+        auto closeScreen = [&form] {
+            if (!form)
+                return;
+            form->close();
+            if (form)
+                if (QMessageBox* box = form->openBox(frmReceive::stopQuestionText()))
+                    box->button(QMessageBox::Yes)->click();
+        };
+        if (i % 3 == 0) {
+            closeScreen();
+            terminal.reset();
+            pty.reset();
+        } else if (i % 3 == 1) {
+            terminal.reset();
+            pty.reset();
+            closeScreen();
+        } else {
+            terminal.reset();
+            pty.reset();
+            QTest::qWait(2);
+            closeScreen();
+        }
+        QTRY_VERIFY(!form);
+        const int rows = storedRows();
+        QVERIFY2(rows == 0 || rows == records.transactionCount,
+                 qPrintable(QStringLiteral("round %1: %2 rows").arg(i).arg(rows)));
+    }
 }
 
 QTEST_MAIN(tst_frmReceive)

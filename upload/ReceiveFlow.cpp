@@ -1,0 +1,121 @@
+#include "ReceiveFlow.h"
+
+#include "AppContext.h"
+#include "RestoreStore.h"
+#include "StoreError.h"
+
+#include <QPointer>
+#include <exception>
+
+ReceiveFlow::ReceiveFlow(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx), m_session(ctx)
+{
+    connect(&m_session, &UploadSession::message, this, &ReceiveFlow::message);
+    connect(&m_session, &UploadSession::crcQuestion, this, &ReceiveFlow::crcQuestion);
+    connect(&m_session, &UploadSession::summaryDecoded, this, &ReceiveFlow::summaryDecoded);
+    connect(&m_session, &UploadSession::progress, this, &ReceiveFlow::progress);
+    connect(&m_session, &UploadSession::busyChanged, this, &ReceiveFlow::busyChanged);
+    connect(&m_session, &UploadSession::closeRequested, this, &ReceiveFlow::closeRequested);
+    connect(&m_session, &UploadSession::headerReceived, this, [this] { emit receiveEnabled(false); });
+    connect(&m_session, &UploadSession::stopped, this, [this] {
+        m_restorePending = false;
+        emit receiveEnabled(true);
+        emit stopped();
+    });
+    connect(&m_session, &UploadSession::finished, this, [this] {
+        // Stored after the serial handler has returned: the restore step
+        // may take a while and has its own messages.
+        m_restorePending = true;
+        QMetaObject::invokeMethod(this, &ReceiveFlow::restore, Qt::QueuedConnection);
+    });
+}
+
+bool ReceiveFlow::Form_Load()
+{
+    emit receiveEnabled(true);
+    return m_session.Form_Load();
+}
+
+void ReceiveFlow::Form_Unload()
+{
+    m_restorePending = false;
+    m_session.closePort();
+}
+
+void ReceiveFlow::cmdSend_Click()
+{
+    if (m_restoring)
+        return;
+    m_restorePending = false;
+    m_restored = false;
+    m_session.cmdSend_Click();
+}
+
+void ReceiveFlow::answerCrcQuestion(bool ok)
+{
+    m_session.answerCrcQuestion(ok);
+}
+
+void ReceiveFlow::stop()
+{
+    m_restorePending = false;
+    m_session.stop();
+}
+
+bool ReceiveFlow::isBusy() const
+{
+    return m_restorePending || m_restoring || m_session.isBusy();
+}
+
+void ReceiveFlow::restore()
+{
+    // Once per complete exchange, never for a receive that ended early or
+    // was started afresh meanwhile.
+    if (!m_restorePending || m_session.phase() != UploadSession::Phase::Done)
+        return;
+    m_restorePending = false;
+    runRestore(m_acceptMismatch);
+}
+
+bool ReceiveFlow::acceptReceive()
+{
+    // The replies are still in the shared records only while this receive
+    // is the last one and nothing else runs.
+    if (!m_outcome.mayAccept || m_restoring || m_session.phase() != UploadSession::Phase::Done)
+        return false;
+    m_outcome.mayAccept = false;
+    runRestore(true);
+    return true;
+}
+
+void ReceiveFlow::runRestore(bool acceptMismatch)
+{
+    m_restoring = true;
+    // The restore step yields to the event loop once (a kept habit); should
+    // this flow go with its screen meanwhile, the step works on its own copy.
+    QPointer<ReceiveFlow> self(this);
+    AppContext& ctx = m_ctx;
+    UploadSummary summary = m_session.summary();
+    RestoreStore::ReceiveOutcome outcome;
+    QString error;
+    try {
+        outcome = RestoreStore::processReceive(ctx, summary, acceptMismatch);
+    } catch (const StoreError& e) {
+        error = e.message();
+    } catch (const std::exception& e) {
+        error = QString::fromLocal8Bit(e.what());
+    }
+    if (!self)
+        return;
+    m_restoring = false;
+    m_session.summary() = summary;
+    if (!error.isEmpty()) {
+        outcome = {};
+        outcome.messages.append(SessionMessage{error, SessionMessage::Icon::Critical});
+    }
+    m_outcome = outcome;
+    emit outcomeReady(m_outcome);
+    for (const SessionMessage& m : m_outcome.messages)
+        emit message(m);
+    m_restored = m_outcome.succeeded();
+    emit completed(m_restored);
+}
