@@ -174,14 +174,14 @@ void tst_AuditTrail::passwordChangeNamesThePasswordNotItsValue()
 
 void tst_AuditTrail::olderDatabaseGetsTheTable()
 {
-    // A version-1 database (no audit trail yet) is brought up to date.
+    // A database from before the audit trail is brought up to date.
     db.reset();
     {
         SharedDatabase older;
         QString error;
         QVERIFY(older.open(m_dir.filePath("older.db"), &error));
         older.execute(QStringLiteral("DROP TABLE AuditTrail"));
-        older.execute(QStringLiteral("PRAGMA user_version = 1"));
+        older.execute(QStringLiteral("PRAGMA user_version = 2"));
     }
     SharedDatabase again;
     QString error;

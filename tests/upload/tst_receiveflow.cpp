@@ -64,6 +64,12 @@ private slots:
             return c;
         });
         flow = std::make_unique<ReceiveFlow>(*t->ctx);
+        // What the flow has to say goes where the screen or the command line
+        // would show it.
+        QObject::connect(flow.get(), &ReceiveFlow::message, flow.get(), [this](const SessionMessage& m) {
+            t->messenger.show(m.text, m.icon == SessionMessage::Icon::Critical ? Messenger::Icon::Critical
+                                                                                : Messenger::Icon::Information);
+        });
         QVERIFY(flow->Form_Load());
     }
     void cleanup()

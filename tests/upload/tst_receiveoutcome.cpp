@@ -117,8 +117,8 @@ void tst_ReceiveOutcome::init()
     t->db.execute(QStringLiteral("INSERT INTO RestoreData (SNo, AccountNo, Amtcollected, AgentID) "
                                  "VALUES ('1', 'OLD', '0000001.00', ?)"),
                   {agent});
-    t->db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, CollectedAmt) "
-                                 "VALUES (?, '2007-11-16', 'OLD', 1)"),
+    t->db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, CollectedPaise) "
+                                 "VALUES (?, '2007-11-16', 'OLD', 100)"),
                   {agent});
     QFile f(uploadPath());
     QVERIFY(f.open(QIODevice::WriteOnly));
