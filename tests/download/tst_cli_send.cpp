@@ -110,6 +110,10 @@ void tst_CliSend::refusals_data()
                                       << "--agent takes digits only.";
     QTest::newRow("8 in transactions") << QStringList{"send", "--agent", "5", "--date", "1611", "--transactions", "8"}
                                        << 2 << "--transactions takes the digits 0 to 7 only.";
+    // The header holds one digit: two would make a frame the terminal cannot read.
+    QTest::newRow("two digits in transactions")
+        << QStringList{"send", "--agent", "5", "--date", "1611", "--transactions", "12"} << 1
+        << "The number of transactions has 2 digits; the terminal takes one digit (0 to 7).";
 }
 
 void tst_CliSend::refusals()

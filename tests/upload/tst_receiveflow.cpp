@@ -103,6 +103,37 @@ private slots:
         QCOMPARE(t->messenger.count(QStringLiteral("Upload Completed Successfully")), 1);
     }
 
+    void aRefusedReceiveCanBeAcceptedAsItCame()
+    {
+        QSignalSpy completed(flow.get(), &ReceiveFlow::completed);
+        QSignalSpy outcomes(flow.get(), &ReceiveFlow::outcomeReady);
+        // The summary's total disagrees with the one collection that comes.
+        flow->cmdSend_Click();
+        channel->feed(UploadRecords::headerRecord(1, agent));
+        channel->feed(UploadRecords::summaryRecord("005", "1611", 1, QByteArray::fromHex("00000099")));
+        channel->feed(record(1));
+        QTRY_COMPARE(completed.count(), 1);
+        QCOMPARE(completed.first().at(0).toBool(), false);
+        QCOMPARE(outcomes.count(), 1);
+        QCOMPARE(flow->outcome().result, RestoreStore::ReceiveOutcome::Result::Refused);
+        QVERIFY(flow->outcome().mayAccept);
+        QVERIFY(!flow->outcome().reconciliation.isEmpty());
+        QCOMPARE(storedRows(), 0);
+        QVERIFY(!QFile::exists(t->path(QStringLiteral("bank/0051611u.txt"))));
+
+        QVERIFY(flow->acceptReceive());
+        QCOMPARE(completed.count(), 2);
+        QCOMPARE(flow->outcome().result, RestoreStore::ReceiveOutcome::Result::Accepted);
+        QCOMPARE(storedRows(), 1);
+        QVERIFY(QFile::exists(t->path(QStringLiteral("bank/0051611u.txt"))));
+        // Once only.
+        QVERIFY(!flow->acceptReceive());
+        QSqlQuery q(t->db.connection());
+        QVERIFY(q.exec(QStringLiteral("SELECT count(*) FROM AuditTrail WHERE Action = 'receive'")));
+        QVERIFY(q.next());
+        QVERIFY(q.value(0).toInt() >= 2);
+    }
+
     void nothingIsStoredAfterStop()
     {
         QSignalSpy completed(flow.get(), &ReceiveFlow::completed);
