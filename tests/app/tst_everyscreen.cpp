@@ -126,15 +126,15 @@ void tst_EveryScreen::captions_data()
 void tst_EveryScreen::captions()
 {
     QFETCH(QString, window);
-    const Window& spec = windowNamed(window);
+    const Window& shown = windowNamed(window);
     TestContext t;
     const ScreenRegistry registry = desktopRegistry();
-    std::unique_ptr<QWidget> w(spec.make(t, registry));
+    std::unique_ptr<QWidget> w(shown.make(t, registry));
     QVERIFY(w);
     showAndActivate(w.get());
-    QCOMPARE(w->windowTitle(), spec.caption);
+    QCOMPARE(w->windowTitle(), shown.caption);
     QVERIFY(w->windowHandle());
-    QCOMPARE(w->windowHandle()->title(), spec.caption);
+    QCOMPARE(w->windowHandle()->title(), shown.caption);
 }
 
 void tst_EveryScreen::noDisplayNameIsAppended()
@@ -155,17 +155,17 @@ void tst_EveryScreen::enterPressesTheFocusedButton_data()
     QTest::addColumn<int>("key");
     TestContext t;
     const ScreenRegistry registry = desktopRegistry();
-    for (const Window& spec : allWindows()) {
-        std::unique_ptr<QWidget> w(spec.make(t, registry));
+    for (const Window& shown : allWindows()) {
+        std::unique_ptr<QWidget> w(shown.make(t, registry));
         w->show();
         const QList<ColourButton*> buttons = pressableButtons(w.get());
         if (buttons.isEmpty())
-            qFatal("%s has no button to press", spec.name);
+            qFatal("%s has no button to press", shown.name);
         for (ColourButton* b : buttons) {
             for (const auto& [keyName, key] :
                  {std::pair{"Return", Qt::Key_Return}, std::pair{"Enter", Qt::Key_Enter}}) {
-                QTest::addRow("%s %s %s", spec.name, qPrintable(b->objectName()), keyName)
-                    << QString::fromLatin1(spec.name) << b->objectName() << int(key);
+                QTest::addRow("%s %s %s", shown.name, qPrintable(b->objectName()), keyName)
+                    << QString::fromLatin1(shown.name) << b->objectName() << int(key);
             }
         }
     }
