@@ -9,11 +9,6 @@
 
 namespace {
 
-Messenger::Icon iconOf(const SessionMessage& m)
-{
-    return m.icon == SessionMessage::Icon::Critical ? Messenger::Icon::Critical : Messenger::Icon::Information;
-}
-
 int run(CliRun& run)
 {
     const QCommandLineParser& p = run.parser;
@@ -44,11 +39,11 @@ int run(CliRun& run)
             ConsoleMessenger::line(line);
     });
     QObject::connect(&flow, &ReceiveFlow::message, loop,
-                     [&run](const SessionMessage& m) { run.messenger.show(m.text, iconOf(m)); });
+                     [&run](const SessionMessage& m) { run.messenger.show(m.text, messengerIcon(m.icon)); });
     // Asked and answered at once by the --on-crc-failure policy; the answer
     // goes back after the handler that asked has returned.
     QObject::connect(&flow, &ReceiveFlow::crcQuestion, loop, [&run, &flow, loop](const SessionMessage& q) {
-        const bool ok = run.messenger.askOkCancel(q.text, iconOf(q));
+        const bool ok = run.messenger.askOkCancel(q.text, messengerIcon(q.icon));
         QTimer::singleShot(0, loop, [&flow, ok] { flow.answerCrcQuestion(ok); });
     });
     QObject::connect(&flow, &ReceiveFlow::progress, loop, [](int received, int total) {

@@ -12,21 +12,13 @@
 #include <QDir>
 #include <QFileInfo>
 
-namespace {
-
-Messenger::Icon boxIcon(SessionMessage::Icon icon)
-{
-    return icon == SessionMessage::Icon::Critical ? Messenger::Icon::Critical : Messenger::Icon::Information;
-}
-
-} // namespace
 
 SendFlow::SendFlow(AppContext& ctx, QObject* parent)
     : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock()), m_store(ctx.db())
 {
     connect(&m_session, &DownloadSession::progress, this, &SendFlow::progress);
     connect(&m_session, &DownloadSession::message, this,
-            [this](const SessionMessage& m) { emit message(m.text, boxIcon(m.icon)); });
+            [this](const SessionMessage& m) { emit message(m.text, messengerIcon(m.icon)); });
     connect(&m_session, &DownloadSession::stopped, this, [this] {
         audit(QStringLiteral("stopped before the terminal confirmed the end"));
         emit buttonsEnabled(true);

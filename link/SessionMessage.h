@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Messenger.h"
+
 #include <QMetaType>
 #include <QString>
 
@@ -9,12 +11,27 @@
 // handler), the command-line tool prints it, tests record it.
 struct SessionMessage
 {
-    enum class Icon { Information, Critical };
+    // None: a plain box with OK only, as some of the original messages are.
+    enum class Icon { Information, Critical, None };
 
     QString text;
     Icon icon = Icon::Information;
 
     bool operator==(const SessionMessage&) const = default;
 };
+
+// The same icon as the desktop program's and the command line's message seam knows it.
+inline Messenger::Icon messengerIcon(SessionMessage::Icon icon)
+{
+    switch (icon) {
+    case SessionMessage::Icon::Critical:
+        return Messenger::Icon::Critical;
+    case SessionMessage::Icon::None:
+        return Messenger::Icon::None;
+    case SessionMessage::Icon::Information:
+        break;
+    }
+    return Messenger::Icon::Information;
+}
 
 Q_DECLARE_METATYPE(SessionMessage)

@@ -567,7 +567,7 @@ private:
                 QStringLiteral("Cannot write the check listing %1: %2").arg(check.path, check.file->errorString()));
 
         if (!bankFolder) {
-            m_out.messages << SessionMessage{UploadFiles::missingBankFolderText(), SessionMessage::Icon::Information};
+            m_out.messages << SessionMessage{UploadFiles::missingBankFolderText(), SessionMessage::Icon::None};
             finish(QStringLiteral("stored; no upload file: the bank folder does not exist"));
             return m_out;
         }
@@ -676,14 +676,8 @@ ReceiveOutcome processReceive(AppContext& ctx, UploadSummary& summary, bool acce
 
 void report(Messenger& messenger, const ReceiveOutcome& outcome)
 {
-    for (const SessionMessage& m : outcome.messages) {
-        if (m.text == UploadFiles::missingBankFolderText())
-            messenger.plain(m.text);
-        else if (m.icon == SessionMessage::Icon::Critical)
-            messenger.critical(m.text);
-        else
-            messenger.information(m.text);
-    }
+    for (const SessionMessage& m : outcome.messages)
+        messenger.show(m.text, messengerIcon(m.icon));
 }
 
 bool RestoreData(AppContext& ctx, UploadSummary& summary)

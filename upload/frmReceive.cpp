@@ -154,9 +154,10 @@ QMessageBox* frmReceive::makeBox(const SessionMessage& message)
         open->raise();
         return nullptr;
     }
-    auto* box = new QMessageBox(message.icon == SessionMessage::Icon::Critical ? QMessageBox::Critical
-                                                                               : QMessageBox::Information,
-                                MessageBoxMessenger::defaultTitle(), message.text, QMessageBox::Ok, this);
+    const QMessageBox::Icon icon = message.icon == SessionMessage::Icon::Critical ? QMessageBox::Critical
+                                   : message.icon == SessionMessage::Icon::None   ? QMessageBox::NoIcon
+                                                                                  : QMessageBox::Information;
+    auto* box = new QMessageBox(icon, MessageBoxMessenger::defaultTitle(), message.text, QMessageBox::Ok, this);
     box->setObjectName(QStringLiteral("MessageBox"));
     box->setAttribute(Qt::WA_DeleteOnClose);
     m_boxes.insert(message.text, box);

@@ -22,8 +22,7 @@ public:
     template <typename T> void listen(T* sender, void (T::*signal)(const SessionMessage&))
     {
         QObject::connect(sender, signal, sender, [this](const SessionMessage& m) {
-            add(m.text,
-                m.icon == SessionMessage::Icon::Critical ? Messenger::Icon::Critical : Messenger::Icon::Information);
+            add(m.text, messengerIcon(m.icon));
         });
     }
     template <typename T> void listen(T* sender, void (T::*signal)(const QString&, Messenger::Icon))

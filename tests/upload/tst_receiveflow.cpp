@@ -67,8 +67,7 @@ private slots:
         // What the flow has to say goes where the screen or the command line
         // would show it.
         QObject::connect(flow.get(), &ReceiveFlow::message, flow.get(), [this](const SessionMessage& m) {
-            t->messenger.show(m.text, m.icon == SessionMessage::Icon::Critical ? Messenger::Icon::Critical
-                                                                                : Messenger::Icon::Information);
+            t->messenger.show(m.text, messengerIcon(m.icon));
         });
         QVERIFY(flow->Form_Load());
     }
@@ -132,6 +131,22 @@ private slots:
         QVERIFY(q.exec(QStringLiteral("SELECT count(*) FROM AuditTrail WHERE Action = 'receive'")));
         QVERIFY(q.next());
         QVERIFY(q.value(0).toInt() >= 2);
+    }
+
+    void missingBankFolderIsAPlainBox()
+    {
+        QSignalSpy messages(flow.get(), &ReceiveFlow::message);
+        QVERIFY(QDir(t->ctx->settings.BankInfoPath).removeRecursively());
+        start(1);
+        channel->feed(record(1));
+        QTRY_VERIFY(!flow->isBusy());
+        const SessionMessage expected{
+            QStringLiteral("Bank Upload Folder does not Exist,Select BankInfoPath and UpLoad Again"),
+            SessionMessage::Icon::None};
+        bool seen = false;
+        for (const QList<QVariant>& m : messages)
+            seen = seen || m.at(0).value<SessionMessage>() == expected;
+        QVERIFY(seen);
     }
 
     void nothingIsStoredAfterStop()
