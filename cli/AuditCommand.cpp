@@ -3,6 +3,7 @@
 #include "AppContext.h"
 #include "AuditTrail.h"
 #include "ConsoleMessenger.h"
+#include "DurableFile.h"
 
 #include <QDate>
 #include <QSaveFile>
@@ -40,6 +41,7 @@ int run(CliRun& run)
         run.messenger.critical(QStringLiteral("Cannot write %1: %2").arg(output, file.errorString()));
         return CliExit::Failure;
     }
+    DurableFile::syncFolderOf(output);
     ConsoleMessenger::line(QStringLiteral("%1 events written to %2").arg(events.size()).arg(output));
     return CliExit::Success;
 }

@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "ColourButton.h"
+#include "DurableFile.h"
 #include "ReportRenderer.h"
 #include "ScreenParts.h"
 #include "StoreError.h"
@@ -317,6 +318,7 @@ void ReportPreview::jobStep()
                 endJob(ReportRenderer::cannotWrite(QDir::toNativeSeparators(m_jobTarget), m_file->errorString()), true);
                 return;
             }
+            DurableFile::syncFolderOf(m_jobTarget);
             m_device.reset();
             m_file.reset();
             endJob(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(m_jobTarget)), false);

@@ -1,5 +1,6 @@
 #include "ReportRenderer.h"
 
+#include "DurableFile.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
 
@@ -144,6 +145,7 @@ bool ReportRenderer::writeCsv(SharedDatabase& db, ReportKind kind, const ReportL
             *error = cannotWrite(path, file.errorString());
         return false;
     }
+    DurableFile::syncFolderOf(path);
     return true;
 }
 
@@ -176,5 +178,6 @@ bool ReportRenderer::writePdf(SharedDatabase& db, ReportKind kind, const ReportL
             *error = cannotWrite(path, file.errorString());
         return false;
     }
+    DurableFile::syncFolderOf(path);
     return true;
 }

@@ -4,6 +4,7 @@
 #include "AuditTrail.h"
 #include "Clock.h"
 #include "CollectionCheck.h"
+#include "DurableFile.h"
 #include "KeyCheck.h"
 #include "LinkCodec.h"
 #include "Messenger.h"
@@ -565,6 +566,7 @@ private:
         if (!check.file->commit())
             m_out.messages << critical(
                 QStringLiteral("Cannot write the check listing %1: %2").arg(check.path, check.file->errorString()));
+        DurableFile::syncFoldersOf({m_out.uploadFile, check.path});
 
         if (!bankFolder) {
             m_out.messages << SessionMessage{UploadFiles::missingBankFolderText(), SessionMessage::Icon::None};

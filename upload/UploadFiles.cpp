@@ -2,6 +2,7 @@
 
 #include "AppContext.h"
 #include "Clock.h"
+#include "DurableFile.h"
 #include "Messenger.h"
 #include "PathUtil.h"
 #include "SharedDatabase.h"
@@ -276,6 +277,7 @@ bool saveLines(QSaveFile& file, const QStringList& lines, QString* error)
             *error = causeOf(file, errno);
         return false;
     }
+    DurableFile::syncFolderOf(file.fileName());
     return true;
 }
 
