@@ -2,6 +2,7 @@
 
 #include "SharedDatabase.h"
 #include "StoreError.h"
+#include "StoreProblem.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -92,11 +93,11 @@ QList<Event> read(SharedDatabase& db, const QDate& from, const QDate& to)
     QSqlQuery q(db.connection());
     q.setForwardOnly(true);
     if (!q.prepare(sql))
-        throw StoreError(QStringLiteral("Database error: %1").arg(q.lastError().text()));
+        throw StoreProblem::error(db.connection(), q.lastError());
     for (const QVariant& v : values)
         q.addBindValue(v);
     if (!q.exec())
-        throw StoreError(QStringLiteral("Database error: %1").arg(q.lastError().text()));
+        throw StoreProblem::error(db.connection(), q.lastError());
     QList<Event> events;
     while (q.next()) {
         Event e;

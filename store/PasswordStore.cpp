@@ -164,6 +164,8 @@ Row load(SharedDatabase& db)
 void setPassword(SharedDatabase& db, PasswordKind kind, const QString& newValue)
 {
     const QString value = newValue.toLower().trimmed();
+    // The password and its audit event together or not at all.
+    SharedDatabase::Transaction transaction(db);
     SharedRecordset& rs =
         db.openSharedRecordset(QStringLiteral("Select * from Password where SNo=?"), {QStringLiteral("1")});
     if (rs.eof()) {
@@ -176,6 +178,7 @@ void setPassword(SharedDatabase& db, PasswordKind kind, const QString& newValue)
     db.closeSharedRecordset();
     // Which password, never its value.
     AuditTrail::record(db, AuditTrail::Action::Password, QStringLiteral("%1 password changed").arg(auditName(kind)));
+    transaction.commit();
 }
 
 } // namespace PasswordStore

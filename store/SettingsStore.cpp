@@ -9,6 +9,8 @@ namespace SettingsStore {
 
 bool save(SharedDatabase& db, const SettingsChange& change)
 {
+    // The settings and their audit event together or not at all.
+    SharedDatabase::Transaction transaction(db);
     SharedRecordset& rs =
         db.openSharedRecordset(QStringLiteral("select * from Path where SNo=?"), {QStringLiteral("1")});
     const bool created = rs.eof();
@@ -45,6 +47,7 @@ bool save(SharedDatabase& db, const SettingsChange& change)
     AuditTrail::record(db, AuditTrail::Action::Settings,
                        (created ? QStringLiteral("settings created: ") : QStringLiteral("settings saved: ")) +
                            changed.join(QStringLiteral(", ")));
+    transaction.commit();
     return created;
 }
 

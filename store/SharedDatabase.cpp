@@ -3,6 +3,7 @@
 #include "Clock.h"
 #include "Schema.h"
 #include "StoreError.h"
+#include "StoreProblem.h"
 
 #include <QAtomicInt>
 #include <QFile>
@@ -123,11 +124,21 @@ SharedDatabase::~SharedDatabase()
 
 bool SharedDatabase::open(const QString& filePath, QString* error)
 {
-    auto fail = [&](const QString& why) {
+    auto failWith = [&](const QString& message) {
         if (error)
-            *error = QStringLiteral("Cannot open the database file %1: %2").arg(filePath, why);
+            *error = message;
         QSqlDatabase::database(m_connectionName, false).close();
         return false;
+    };
+    auto fail = [&](const QString& why) {
+        return failWith(QStringLiteral("Cannot open the database file %1: %2").arg(filePath, why));
+    };
+    // A statement failed on the file: say what that means for the clerk.
+    auto failSql = [&](const QSqlError& sqlError) {
+        const StoreError::Kind kind = StoreProblem::kindOf(sqlError);
+        if (kind == StoreError::Kind::Other)
+            return fail(sqlError.text() + restoreAdvice.arg(QFileInfo(filePath).fileName()));
+        return failWith(StoreProblem::message(kind, filePath, sqlError.databaseText().trimmed()));
     };
 
     if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE")))
@@ -146,25 +157,28 @@ bool SharedDatabase::open(const QString& filePath, QString* error)
                           ? QSqlDatabase::database(m_connectionName, false)
                           : QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), m_connectionName);
     db.setDatabaseName(filePath);
+    // Another program holding the file briefly (a copy being taken, the
+    // other of this program's two front ends committing) is waited for;
+    // after that the clerk is told to close it.
+    db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(StoreProblem::busyTimeoutMs));
     if (!db.open())
-        return fail(db.lastError().text());
+        return failSql(db.lastError());
 
     // SQLite opens lazily: touch the file so that a damaged or foreign file
     // is reported here and not at the first screen.
     QSqlQuery probe(db);
-    if (!probe.exec(QStringLiteral("SELECT count(*) FROM sqlite_master"))) {
-        const QString why = probe.lastError().text();
-        if (why.contains(QLatin1String("not a database")))
-            return fail(QStringLiteral("it is not a database of this program (%1). It was left unchanged.").arg(why));
-        return fail(why + restoreAdvice.arg(info.fileName()));
-    }
+    if (!probe.exec(QStringLiteral("SELECT count(*) FROM sqlite_master")))
+        return failSql(probe.lastError());
     probe.finish();
 
     if (!isNew) {
         // Nothing is written into a damaged file or into another program's.
         const QString damaged = damage(db, info.size());
-        if (!damaged.isEmpty())
-            return fail(QStringLiteral("the file is damaged (%1).").arg(damaged) + restoreAdvice.arg(info.fileName()));
+        if (!damaged.isEmpty()) {
+            if (damaged.contains(QLatin1String("locked")))
+                return failWith(StoreProblem::message(StoreError::Kind::InUse, filePath, damaged));
+            return failWith(StoreProblem::message(StoreError::Kind::Damaged, filePath, damaged));
+        }
         QString queryError;
         const QString notOurs = foreign(db, &queryError);
         if (!queryError.isEmpty())
@@ -179,9 +193,31 @@ bool SharedDatabase::open(const QString& filePath, QString* error)
         QFile::setPermissions(filePath, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
 
+    // A receive or a download reported as stored must still be there after
+    // a power cut the moment after the message. With a rollback journal a
+    // commit is the deletion of the journal; synchronous=EXTRA makes SQLite
+    // sync the journal, the file and then the folder after that deletion, so
+    // the journal cannot come back after the cut and undo the commit (FULL
+    // leaves the deletion unsynced). WAL is not used: it changes the file's
+    // header for good and needs shared memory, which fails on the network
+    // folders some branches keep the data on. Set only here, for every
+    // connection of the program, and only once the file is known to be ours.
+    {
+        QSqlQuery pragma(db);
+        if (!pragma.exec(QStringLiteral("PRAGMA journal_mode = DELETE")))
+            return failSql(pragma.lastError());
+        pragma.finish();
+        if (!pragma.exec(QStringLiteral("PRAGMA synchronous = EXTRA")))
+            return failSql(pragma.lastError());
+    }
+
     QString why;
-    if (!Schema::ensure(db, &why))
+    if (!Schema::ensure(db, &why)) {
+        const QSqlError schemaError(why, why, QSqlError::StatementError);
+        if (StoreProblem::kindOf(schemaError) != StoreError::Kind::Other)
+            return failSql(schemaError);
         return fail(why);
+    }
 
     m_path = filePath;
     return true;
@@ -219,18 +255,17 @@ void SharedDatabase::execute(const QString& sql, const QVariantList& values)
 {
     QSqlQuery query(connection());
     if (!query.prepare(sql))
-        throw StoreError(QStringLiteral("Database error: %1").arg(query.lastError().text()));
+        throw StoreProblem::error(connection(), query.lastError());
     for (const QVariant& v : values)
         query.addBindValue(v);
     if (!query.exec())
-        throw StoreError(QStringLiteral("Database error: %1").arg(query.lastError().text()));
+        throw StoreProblem::error(connection(), query.lastError());
 }
 
 SharedDatabase::Transaction::Transaction(SharedDatabase& db) : m_db(db)
 {
     if (!m_db.connection().transaction())
-        throw StoreError(
-            QStringLiteral("Database error: cannot start a transaction: %1").arg(m_db.connection().lastError().text()));
+        throw StoreProblem::error(m_db.connection(), m_db.connection().lastError());
 }
 
 SharedDatabase::Transaction::~Transaction()
@@ -241,7 +276,14 @@ SharedDatabase::Transaction::~Transaction()
 
 void SharedDatabase::Transaction::commit()
 {
-    if (!m_db.connection().commit())
-        throw StoreError(QStringLiteral("Database error: cannot commit: %1").arg(m_db.connection().lastError().text()));
+    QSqlDatabase connection = m_db.connection();
+    if (!connection.commit()) {
+        const StoreError failure = StoreProblem::error(connection, connection.lastError());
+        // A commit that failed (disk full, file taken) leaves the
+        // transaction open: undo it now so that nothing of it stays.
+        connection.rollback();
+        m_done = true;
+        throw failure;
+    }
     m_done = true;
 }

@@ -27,7 +27,9 @@ public:
     // An existing file is checked first (SQLite's quick_check): a damaged
     // one is refused with the advice to restore the backup copy, and a file
     // made by another program (tables of its own and no schema version of
-    // this program) is refused and left exactly as it was.
+    // this program) is refused and left exactly as it was. A file held by
+    // another program is waited for a few seconds, then refused. The
+    // messages are StoreProblem's.
     bool open(const QString& filePath, QString* error);
     bool isOpen() const;
     QString filePath() const { return m_path; }
@@ -42,7 +44,8 @@ public:
     void setClock(const Clock* clock) { m_clock = clock; }
     QDateTime now() const;
 
-    // Runs a statement that returns no rows. Throws StoreError on failure.
+    // Runs a statement that returns no rows. Throws StoreError on failure,
+    // with StoreProblem's message for the clerk.
     void execute(const QString& sql, const QVariantList& values = {});
 
     // All-or-nothing block: commits in commit(), rolls back when destroyed

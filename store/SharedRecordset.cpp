@@ -1,6 +1,6 @@
 #include "SharedRecordset.h"
 
-#include "StoreError.h"
+#include "StoreProblem.h"
 
 #include <QRegularExpression>
 #include <QSqlError>
@@ -40,11 +40,11 @@ void SharedRecordset::open(QSqlDatabase db, const QString& sql, const QVariantLi
     QSqlQuery query(db);
     query.setForwardOnly(true);
     if (!query.prepare(statement))
-        throw StoreError(QStringLiteral("Database error: %1").arg(query.lastError().text()));
+        throw StoreProblem::error(m_db, query.lastError());
     for (const QVariant& v : values)
         query.addBindValue(v);
     if (!query.exec())
-        throw StoreError(QStringLiteral("Database error: %1").arg(query.lastError().text()));
+        throw StoreProblem::error(m_db, query.lastError());
 
     const QSqlRecord rec = query.record();
     const int first = withRowId ? 1 : 0;
@@ -110,7 +110,7 @@ QString SharedRecordset::columnName(const QString& field) const
 {
     const int i = fieldIndex(field);
     if (i < 0)
-        throw StoreError(QStringLiteral("Database error: no field named '%1'").arg(field));
+        throw StoreProblem::misuse(QStringLiteral("no field named '%1'").arg(field));
     return m_columns.at(i);
 }
 
@@ -118,20 +118,20 @@ QVariant SharedRecordset::value(const QString& field) const
 {
     const int i = fieldIndex(field);
     if (i < 0)
-        throw StoreError(QStringLiteral("Database error: no field named '%1'").arg(field));
+        throw StoreProblem::misuse(QStringLiteral("no field named '%1'").arg(field));
     if (m_mode != Mode::None && m_touched.value(i))
         return m_pending.at(i);
     if (m_mode == Mode::AddNew)
         return {};
     if (eof())
-        throw StoreError(QStringLiteral("Database error: no current record"));
+        throw StoreProblem::misuse(QStringLiteral("no current record"));
     return m_rows.at(m_current).at(i);
 }
 
 void SharedRecordset::addNew()
 {
     if (!m_open || m_table.isEmpty())
-        throw StoreError(QStringLiteral("Database error: this record set cannot be changed"));
+        throw StoreProblem::misuse(QStringLiteral("this record set cannot be changed"));
     m_mode = Mode::AddNew;
     m_pending = QVariantList(m_columns.size());
     m_touched = QList<bool>(m_columns.size(), false);
@@ -140,9 +140,9 @@ void SharedRecordset::addNew()
 void SharedRecordset::edit()
 {
     if (!m_open || m_table.isEmpty())
-        throw StoreError(QStringLiteral("Database error: this record set cannot be changed"));
+        throw StoreProblem::misuse(QStringLiteral("this record set cannot be changed"));
     if (eof())
-        throw StoreError(QStringLiteral("Database error: no current record"));
+        throw StoreProblem::misuse(QStringLiteral("no current record"));
     m_mode = Mode::Edit;
     m_pending = m_rows.at(m_current);
     m_touched = QList<bool>(m_columns.size(), false);
@@ -151,10 +151,10 @@ void SharedRecordset::edit()
 void SharedRecordset::setValue(const QString& field, const QVariant& value)
 {
     if (m_mode == Mode::None)
-        throw StoreError(QStringLiteral("Database error: update without AddNew or Edit"));
+        throw StoreProblem::misuse(QStringLiteral("update without AddNew or Edit"));
     const int i = fieldIndex(field);
     if (i < 0)
-        throw StoreError(QStringLiteral("Database error: no field named '%1'").arg(field));
+        throw StoreProblem::misuse(QStringLiteral("no field named '%1'").arg(field));
     m_pending[i] = value;
     m_touched[i] = true;
 }
@@ -162,7 +162,7 @@ void SharedRecordset::setValue(const QString& field, const QVariant& value)
 void SharedRecordset::update()
 {
     if (m_mode == Mode::None)
-        throw StoreError(QStringLiteral("Database error: update without AddNew or Edit"));
+        throw StoreProblem::misuse(QStringLiteral("update without AddNew or Edit"));
 
     QStringList names;
     QVariantList values;
@@ -194,11 +194,11 @@ void SharedRecordset::update()
         values << m_rowIds.at(m_current);
     }
     if (!query.prepare(sql))
-        throw StoreError(QStringLiteral("Database error: %1").arg(query.lastError().text()));
+        throw StoreProblem::error(m_db, query.lastError());
     for (const QVariant& v : values)
         query.addBindValue(v);
     if (!query.exec())
-        throw StoreError(QStringLiteral("Database error: %1").arg(query.lastError().text()));
+        throw StoreProblem::error(m_db, query.lastError());
 
     if (m_mode == Mode::Edit)
         m_rows[m_current] = m_pending;
