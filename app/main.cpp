@@ -6,11 +6,25 @@
 #include "SharedDatabase.h"
 #include "Startup.h"
 #include "StartupOptions.h"
+#include "StoreError.h"
 #include "frmMain.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <cstdio>
+
+namespace {
+
+void unexpectedFailure(const QString& what)
+{
+    const QString text = QStringLiteral("The program stopped on an unexpected failure (%1). Keep this message for "
+                                        "support and start the program again.")
+                             .arg(what);
+    std::fprintf(stderr, "%s\n", qPrintable(text));
+    MessageBoxMessenger().critical(text);
+}
+
+} // namespace
 
 int main(int argc, char* argv[])
 {
@@ -25,41 +39,53 @@ int main(int argc, char* argv[])
     parser.process(app);
     const StartupOptions options = StartupOptions::from(parser);
 
-    MessageBoxMessenger messenger;
-    SharedDatabase db;
-    {
-        // A failed start is also written to standard error, for whoever
-        // started the program from a terminal or a script.
-        class StartupMessenger : public MessageBoxMessenger
+    // Nothing that fails ends the program without a word: the screens catch
+    // their own store errors; whatever still escapes is said here.
+    try {
+        MessageBoxMessenger messenger;
+        SharedDatabase db;
         {
-        public:
-            void show(const QString& text, Icon icon, const QString& title = {}) override
+            // A failed start is also written to standard error, for whoever
+            // started the program from a terminal or a script.
+            class StartupMessenger : public MessageBoxMessenger
             {
-                std::fprintf(stderr, "%s\n", qPrintable(text));
-                MessageBoxMessenger::show(text, icon, title);
-            }
-        } startupMessenger;
-        if (!Startup::openDatabase(db, options.dataDir, startupMessenger))
+            public:
+                void show(const QString& text, Icon icon, const QString& title = {}) override
+                {
+                    std::fprintf(stderr, "%s\n", qPrintable(text));
+                    MessageBoxMessenger::show(text, icon, title);
+                }
+            } startupMessenger;
+            if (!Startup::openDatabase(db, options.dataDir, startupMessenger))
+                return 1;
+        }
+        QString error;
+
+        Clock clock;
+        AppContext ctx(db, messenger, clock);
+        ctx.dataDir = options.dataDir;
+        ctx.portOverride = options.port;
+        if (!options.trace.isEmpty() && !ctx.startTrace(options.trace, &error)) {
+            messenger.critical(error);
             return 1;
+        }
+
+        ScreenRegistry screens;
+        registerDesktopScreens(screens);
+
+        frmMain menu(ctx, screens);
+        QObject::connect(&menu, &frmMain::programEnded, &app, &QCoreApplication::quit, Qt::QueuedConnection);
+        QApplication::setQuitOnLastWindowClosed(false);
+        menu.show();
+        menu.Form_Load();
+        return app.exec();
+    } catch (const StoreError& e) {
+        std::fprintf(stderr, "%s\n", qPrintable(e.message()));
+        MessageBoxMessenger().critical(e.message());
+    } catch (const std::exception& e) {
+        unexpectedFailure(QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        unexpectedFailure(QStringLiteral("unknown cause"));
     }
-    QString error;
-
-    Clock clock;
-    AppContext ctx(db, messenger, clock);
-    ctx.dataDir = options.dataDir;
-    ctx.portOverride = options.port;
-    if (!options.trace.isEmpty() && !ctx.startTrace(options.trace, &error)) {
-        messenger.critical(error);
-        return 1;
-    }
-
-    ScreenRegistry screens;
-    registerDesktopScreens(screens);
-
-    frmMain menu(ctx, screens);
-    QObject::connect(&menu, &frmMain::programEnded, &app, &QCoreApplication::quit, Qt::QueuedConnection);
-    QApplication::setQuitOnLastWindowClosed(false);
-    menu.show();
-    menu.Form_Load();
-    return app.exec();
+    return 1;
 }

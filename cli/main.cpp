@@ -10,6 +10,7 @@
 
 #include <QCoreApplication>
 #include <QGuiApplication>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 
@@ -34,7 +35,8 @@ QString helpText(const QList<CliCommand>& commands)
         "  -h, --help       this text\n\n"
         "Commands:\n");
     for (const CliCommand& c : commands)
-        text += QStringLiteral("  ") + QString(c.synopsis).replace(QLatin1Char('\n'), QStringLiteral("\n  ")) + QLatin1Char('\n');
+        text += QStringLiteral("  ") + QString(c.synopsis).replace(QLatin1Char('\n'), QStringLiteral("\n  ")) +
+                QLatin1Char('\n');
     text += QStringLiteral("\nExit status: 0 success, 1 the operation ended in a refusal or failure, 2 usage error, "
                            "3 --give-up-after ran out.\n");
     return text;
@@ -74,10 +76,22 @@ std::unique_ptr<QCoreApplication> makeApplication(int& argc, char* argv[])
     return std::make_unique<QCoreApplication>(argc, argv);
 }
 
+QString unexpectedFailure(const QString& what)
+{
+    return QStringLiteral("The command stopped on an unexpected failure (%1). Nothing more was done; keep this "
+                          "message for support and try again.")
+        .arg(what);
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
+#ifdef Q_OS_UNIX
+    // A reader that goes away (tonvy-cli ... | head) must not kill the
+    // command half-way through by SIGPIPE: writes just fail.
+    std::signal(SIGPIPE, SIG_IGN);
+#endif
     const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tonvy-cli"));
     QCoreApplication::setApplicationVersion(QStringLiteral("2.1"));
@@ -114,27 +128,34 @@ int main(int argc, char* argv[])
     positional.removeFirst(); // the command word
 
     ConsoleMessenger messenger;
-    SharedDatabase db;
-    if (!Startup::openDatabase(db, options.dataDir, messenger))
-        return CliExit::Failure;
-    QString error;
-    Clock clock;
-    AppContext ctx(db, messenger, clock);
-    ctx.dataDir = options.dataDir;
-    ctx.portOverride = options.port;
-    if (!options.trace.isEmpty() && !ctx.startTrace(options.trace, &error)) {
-        messenger.critical(error);
-        return CliExit::Failure;
-    }
-    ctx.settings.load(db);
-
-    CliRun run{ctx, messenger, parser, positional};
+    // Whatever fails from here on, the clerk reads why and the exit status
+    // says so: no store error, no unexpected exception ends the program
+    // without a word or by a signal.
     try {
+        SharedDatabase db;
+        if (!Startup::openDatabase(db, options.dataDir, messenger))
+            return CliExit::Failure;
+        QString error;
+        Clock clock;
+        AppContext ctx(db, messenger, clock);
+        ctx.dataDir = options.dataDir;
+        ctx.portOverride = options.port;
+        if (!options.trace.isEmpty() && !ctx.startTrace(options.trace, &error)) {
+            messenger.critical(error);
+            return CliExit::Failure;
+        }
+        ctx.settings.load(db);
+
+        CliRun run{ctx, messenger, parser, positional};
         return command->run(run);
     } catch (const StoreError& e) {
         messenger.critical(e.message());
     } catch (const LinkError& e) {
         messenger.critical(e.message());
+    } catch (const std::exception& e) {
+        messenger.critical(unexpectedFailure(QString::fromLocal8Bit(e.what())));
+    } catch (...) {
+        messenger.critical(unexpectedFailure(QStringLiteral("unknown cause")));
     }
     return CliExit::Failure;
 }
