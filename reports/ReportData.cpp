@@ -2,7 +2,7 @@
 
 #include "KeyCheck.h"
 #include "SharedDatabase.h"
-#include "StoreError.h"
+#include "StoreProblem.h"
 
 #include <QLocale>
 #include <QSqlError>
@@ -24,11 +24,11 @@ QSqlQuery run(SharedDatabase& db, const QString& sql, const QVariantList& values
     QSqlQuery query(db.connection());
     query.setForwardOnly(true);
     if (!query.prepare(sql))
-        throw StoreError(QStringLiteral("Database error: %1").arg(query.lastError().text()));
+        throw StoreProblem::error(db.connection(), query.lastError());
     for (const QVariant& v : values)
         query.addBindValue(v);
     if (!query.exec())
-        throw StoreError(QStringLiteral("Database error: %1").arg(query.lastError().text()));
+        throw StoreProblem::error(db.connection(), query.lastError());
     return query;
 }
 

@@ -4,6 +4,7 @@
 #include "ReportRenderer.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
+#include "StoreProblem.h"
 
 #include <QLocale>
 #include <QPageLayout>
@@ -248,11 +249,11 @@ public:
     {
         m_query.setForwardOnly(true);
         if (!m_query.prepare(query.allRowsSql()))
-            throw StoreError(QStringLiteral("Database error: %1").arg(m_query.lastError().text()));
+            throw StoreProblem::error(db.connection(), m_query.lastError());
         for (const QVariant& v : query.rangeValues())
             m_query.addBindValue(v);
         if (!m_query.exec())
-            throw StoreError(QStringLiteral("Database error: %1").arg(m_query.lastError().text()));
+            throw StoreProblem::error(db.connection(), m_query.lastError());
         m_more = m_query.next();
     }
 
