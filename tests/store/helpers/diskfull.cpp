@@ -1,0 +1,91 @@
+// A disk that fills up, for tests, without privileges: loaded with
+// LD_PRELOAD, it makes writes that would grow a file whose path contains
+// TONVY_TEST_DISK_FULL_MATCH (default "HandHeldData.db", which includes the
+// journal) fail with ENOSPC once TONVY_TEST_DISK_FULL_AFTER bytes of growth
+// have been allowed. Writes inside a file's present size still succeed, as
+// on a real full disk. Without TONVY_TEST_DISK_FULL_AFTER it does nothing.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace {
+
+long long grown = 0;
+
+bool refused(int fd, off_t offset, size_t count)
+{
+    const char* budgetText = std::getenv("TONVY_TEST_DISK_FULL_AFTER");
+    if (!budgetText) {
+        grown = 0;
+        return false;
+    }
+    if (offset < 0)
+        return false;
+    char link[64];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    char target[4096];
+    const ssize_t length = readlink(link, target, sizeof target - 1);
+    if (length <= 0)
+        return false;
+    target[length] = '\0';
+    const char* match = std::getenv("TONVY_TEST_DISK_FULL_MATCH");
+    if (!std::strstr(target, match && *match ? match : "HandHeldData.db"))
+        return false;
+    struct stat st;
+    if (fstat(fd, &st) != 0)
+        return false;
+    const long long end = static_cast<long long>(offset) + static_cast<long long>(count);
+    if (end <= st.st_size)
+        return false;
+    const long long growth = end - st.st_size;
+    if (grown + growth > std::atoll(budgetText))
+        return true;
+    grown += growth;
+    return false;
+}
+
+template <typename F> F next(const char* name)
+{
+    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+extern "C" {
+
+ssize_t write(int fd, const void* buf, size_t count)
+{
+    static auto real = next<ssize_t (*)(int, const void*, size_t)>("write");
+    if (fd > 2 && refused(fd, lseek(fd, 0, SEEK_CUR), count)) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return real(fd, buf, count);
+}
+
+ssize_t pwrite(int fd, const void* buf, size_t count, off_t offset)
+{
+    static auto real = next<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite");
+    if (refused(fd, offset, count)) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return real(fd, buf, count, offset);
+}
+
+ssize_t pwrite64(int fd, const void* buf, size_t count, off64_t offset)
+{
+    static auto real = next<ssize_t (*)(int, const void*, size_t, off64_t)>("pwrite64");
+    if (refused(fd, static_cast<off_t>(offset), count)) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return real(fd, buf, count, offset);
+}
+
+} // extern "C"
