@@ -26,6 +26,20 @@ void recordFourDays(TestContext& t)
              "terminal setup password changed");
 }
 
+// The events of recordFourDays() and a model loaded with the days given.
+struct FourDays
+{
+    FourDays(const QDate& from, const QDate& to)
+    {
+        recordFourDays(t);
+        loaded = model.load(t.db, from, to, &error);
+    }
+    TestContext t;
+    AuditTrailModel model;
+    bool loaded = false;
+    QString error;
+};
+
 QStringList column(const AuditTrailModel& model, int c)
 {
     QStringList values;
@@ -84,12 +98,11 @@ void tst_AuditTrailModel::range()
     QFETCH(QDate, from);
     QFETCH(QDate, to);
     QFETCH(QStringList, actions);
-    TestContext t;
-    recordFourDays(t);
-    AuditTrailModel model;
-    QString error;
-    QVERIFY(model.load(t.db, from, to, &error));
-    QVERIFY(error.isEmpty());
+    FourDays d(from, to);
+    TestContext& t = d.t;
+    AuditTrailModel& model = d.model;
+    QVERIFY(d.loaded);
+    QVERIFY(d.error.isEmpty());
     QCOMPARE(model.from(), from);
     QCOMPARE(model.to(), to);
     QCOMPARE(column(model, 2), actions);
@@ -98,10 +111,9 @@ void tst_AuditTrailModel::range()
 
 void tst_AuditTrailModel::cellsAreTheEventsOldestFirst()
 {
-    TestContext t;
-    recordFourDays(t);
-    AuditTrailModel model;
-    QVERIFY(model.load(t.db, QDate(2007, 11, 16), QDate(2007, 11, 17)));
+    FourDays d(QDate(2007, 11, 16), QDate(2007, 11, 17));
+    AuditTrailModel& model = d.model;
+    QVERIFY(d.loaded);
     QCOMPARE(model.rowCount(), 3);
     QCOMPARE(column(model, 0), QStringList({"2007-11-16T00:00:00", "2007-11-16T18:02:11", "2007-11-17T09:05:10"}));
     QCOMPARE(column(model, 1), QStringList(3, AuditTrail::osUser()));
@@ -119,10 +131,10 @@ void tst_AuditTrailModel::cellsAreTheEventsOldestFirst()
 
 void tst_AuditTrailModel::csvIsTheCommandLinesCsv()
 {
-    TestContext t;
-    recordFourDays(t);
-    AuditTrailModel model;
-    QVERIFY(model.load(t.db, QDate(2007, 11, 16), QDate(2007, 11, 16)));
+    FourDays d(QDate(2007, 11, 16), QDate(2007, 11, 16));
+    TestContext& t = d.t;
+    AuditTrailModel& model = d.model;
+    QVERIFY(d.loaded);
     const QString path = t.path("audit.csv");
     QString error;
     QVERIFY(model.saveCsv(path, &error));
@@ -149,10 +161,10 @@ void tst_AuditTrailModel::csvIsTheCommandLinesCsv()
 
 void tst_AuditTrailModel::csvWriteFailureIsReported()
 {
-    TestContext t;
-    recordFourDays(t);
-    AuditTrailModel model;
-    QVERIFY(model.load(t.db, QDate(2007, 11, 16), QDate(2007, 11, 16)));
+    FourDays d(QDate(2007, 11, 16), QDate(2007, 11, 16));
+    TestContext& t = d.t;
+    AuditTrailModel& model = d.model;
+    QVERIFY(d.loaded);
     QString error;
     const QString path = t.path("missing-folder/audit.csv");
     QVERIFY(!model.saveCsv(path, &error));
@@ -167,10 +179,10 @@ void tst_AuditTrailModel::emptyRangeAndSummaryTexts()
     QCOMPARE(AuditTrailModel::suggestedFileName(QDate(2007, 11, 1), QDate(2007, 11, 30)),
              QString("AuditTrail_20071101_20071130.csv"));
 
-    TestContext t;
-    recordFourDays(t);
-    AuditTrailModel model;
-    QVERIFY(model.load(t.db, QDate(2007, 11, 16), QDate(2007, 11, 17)));
+    FourDays d(QDate(2007, 11, 16), QDate(2007, 11, 17));
+    TestContext& t = d.t;
+    AuditTrailModel& model = d.model;
+    QVERIFY(d.loaded);
     QCOMPARE(model.summary(), QString("16-Nov-2007 to 17-Nov-2007: 3 events, oldest first"));
     QVERIFY(model.load(t.db, QDate(2007, 11, 18), QDate(2007, 11, 18)));
     QCOMPARE(model.summary(), QString("18-Nov-2007 to 18-Nov-2007: 1 event, oldest first"));
@@ -178,10 +190,10 @@ void tst_AuditTrailModel::emptyRangeAndSummaryTexts()
 
 void tst_AuditTrailModel::storeErrorIsAMessageNotAnException()
 {
-    TestContext t;
-    recordFourDays(t);
-    AuditTrailModel model;
-    QVERIFY(model.load(t.db, QDate(2007, 11, 16), QDate(2007, 11, 16)));
+    FourDays d(QDate(2007, 11, 16), QDate(2007, 11, 16));
+    TestContext& t = d.t;
+    AuditTrailModel& model = d.model;
+    QVERIFY(d.loaded);
     QCOMPARE(model.rowCount(), 2);
     // A store that cannot be read: the table is gone from under the program.
     t.db.execute("DROP TABLE AuditTrail");

@@ -1,6 +1,7 @@
 #include "AuditTrailModel.h"
 #include "AuditTrailWindow.h"
 #include "ColourButton.h"
+#include "Controls.h"
 #include "TestContext.h"
 #include "frmReport.h"
 
@@ -15,14 +16,6 @@
 #include <QtTest>
 
 namespace {
-
-template <typename T> T* control(QWidget* form, const char* name)
-{
-    T* w = form->findChild<T*>(QLatin1String(name));
-    if (!w)
-        qFatal("control %s not found", name);
-    return w;
-}
 
 void recordAt(TestContext& t, const QDateTime& at, AuditTrail::Action action, const QString& details)
 {
@@ -82,12 +75,17 @@ QByteArray cliCsv(const TestContext& t, const QString& from, const QString& to)
     return readFile(out);
 }
 
+// The report screen shown over a fresh data folder, with the events of
+// recordDays() unless told otherwise.
 struct Screen
 {
-    explicit Screen(TestContext& t) : w(*t.ctx)
+    explicit Screen(bool withEvents = true)
     {
+        if (withEvents)
+            recordDays(t);
         w.show();
         w.activateWindow();
+        shown = QTest::qWaitForWindowExposed(&w);
     }
     void chooseAudit(const QDate& from, const QDate& to)
     {
@@ -100,7 +98,39 @@ struct Screen
         QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
         return w.auditWindow();
     }
-    frmReport w;
+    AuditTrailWindow* viewAudit(const QDate& from, const QDate& to)
+    {
+        chooseAudit(from, to);
+        return view();
+    }
+
+    // A report folder that exists, as chosen in DRIVE SELECTION.
+    QString useReportFolder()
+    {
+        if (!QDir(t.dir.path()).mkpath("reports"))
+            qFatal("cannot make the report folder");
+        t.ctx->settings.ReportPath = t.path("reports");
+        return t.ctx->settings.ReportPath;
+    }
+
+    TestContext t;
+    frmReport w{*t.ctx};
+    bool shown = false;
+};
+
+// Answers the file dialog with a given path and keeps what it suggested.
+struct PathAnswer
+{
+    explicit PathAnswer(const QString& path) : answer(path) {}
+    std::function<QString(QWidget*, const QString&)> chooser()
+    {
+        return [this](QWidget*, const QString& offered) {
+            suggested = offered;
+            return answer;
+        };
+    }
+    QString answer;
+    QString suggested;
 };
 
 } // namespace
@@ -141,8 +171,7 @@ void tst_AuditTrailWindow::thirdOptionBesideTheTwo()
 
 void tst_AuditTrailWindow::optionHidesAgentAndAccountByMouseAndKeys()
 {
-    TestContext t;
-    Screen s(t);
+    Screen s(false);
     QVERIFY(QTest::qWaitForWindowActive(&s.w));
     auto* opt1 = control<QRadioButton>(&s.w, "OptReport1");
     auto* opt2 = control<QRadioButton>(&s.w, "OptReport2");
@@ -183,12 +212,10 @@ void tst_AuditTrailWindow::optionHidesAgentAndAccountByMouseAndKeys()
 
 void tst_AuditTrailWindow::viewShowsExactlyTheEventsOfTheRange()
 {
-    TestContext t;
-    recordDays(t);
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
-    s.chooseAudit(QDate(2007, 11, 15), QDate(2007, 11, 16));
-    QPointer<AuditTrailWindow> window = s.view();
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
+    QPointer<AuditTrailWindow> window = s.viewAudit(QDate(2007, 11, 15), QDate(2007, 11, 16));
     QVERIFY(window);
     QTRY_VERIFY(window->isVisible());
     QCOMPARE(window->objectName(), QString("auditTrailWindow"));
@@ -217,27 +244,20 @@ void tst_AuditTrailWindow::viewShowsExactlyTheEventsOfTheRange()
 
 void tst_AuditTrailWindow::saveCsvIsTheCommandLinesCsv()
 {
-    TestContext t;
-    QVERIFY(QDir(t.dir.path()).mkpath("reports"));
-    t.ctx->settings.ReportPath = t.path("reports");
-    recordDays(t);
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
+    const QString reports = s.useReportFolder();
     // A detail with a comma and quotes, to be quoted in the file.
     recordAt(t, QDateTime(QDate(2007, 11, 15), QTime(20, 0)), AuditTrail::Action::Settings,
              "settings saved: bank name \"GRAMIN, BANK\"");
-    t.clock.set(QDateTime(QDate(2007, 11, 16), QTime(10, 20, 30)));
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
-    s.chooseAudit(QDate(2007, 11, 15), QDate(2007, 11, 16));
-    AuditTrailWindow* window = s.view();
+    AuditTrailWindow* window = s.viewAudit(QDate(2007, 11, 15), QDate(2007, 11, 16));
     QVERIFY(window);
-    QString suggested;
-    const QString chosen = t.path("reports/trail.csv");
-    window->setSavePathChooser([&](QWidget*, const QString& path) {
-        suggested = path;
-        return chosen;
-    });
+    PathAnswer dialog(t.path("reports/trail.csv"));
+    const QString& chosen = dialog.answer;
+    window->setSavePathChooser(dialog.chooser());
     QTest::mouseClick(control<ColourButton>(window, "cmdSaveCsv"), Qt::LeftButton);
-    QCOMPARE(suggested, QDir(t.path("reports")).filePath("AuditTrail_20071115_20071116.csv"));
+    QCOMPARE(dialog.suggested, QDir(reports).filePath("AuditTrail_20071115_20071116.csv"));
     const QByteArray saved = readFile(chosen);
     QCOMPARE(saved, AuditTrail::toCsv(AuditTrail::read(t.db, QDate(2007, 11, 15), QDate(2007, 11, 16))));
     QCOMPARE(saved, cliCsv(t, "2007-11-15", "2007-11-16"));
@@ -250,22 +270,17 @@ void tst_AuditTrailWindow::saveCsvIsTheCommandLinesCsv()
 
 void tst_AuditTrailWindow::saveCsvCancelledOrFailing()
 {
-    TestContext t;
-    recordDays(t);
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
-    s.chooseAudit(QDate(2007, 11, 16), QDate(2007, 11, 16));
-    AuditTrailWindow* window = s.view();
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
+    AuditTrailWindow* window = s.viewAudit(QDate(2007, 11, 16), QDate(2007, 11, 16));
     QVERIFY(window);
     // The report folder does not exist: the data folder is suggested.
-    QString suggested;
-    window->setSavePathChooser([&](QWidget*, const QString& path) {
-        suggested = path;
-        return QString();
-    });
+    PathAnswer cancelled{QString()};
+    window->setSavePathChooser(cancelled.chooser());
     QTest::mouseClick(control<ColourButton>(window, "cmdSaveCsv"), Qt::LeftButton);
-    QCOMPARE(suggested, QDir(t.dir.path()).filePath("AuditTrail_20071116_20071116.csv"));
-    QVERIFY(!QFile::exists(suggested));
+    QCOMPARE(cancelled.suggested, QDir(t.dir.path()).filePath("AuditTrail_20071116_20071116.csv"));
+    QVERIFY(!QFile::exists(cancelled.suggested));
     QVERIFY(t.messenger.entries().isEmpty());
 
     window->setSavePathChooser([&](QWidget*, const QString&) { return t.path("missing-folder/x.csv"); });
@@ -278,10 +293,9 @@ void tst_AuditTrailWindow::saveCsvCancelledOrFailing()
 
 void tst_AuditTrailWindow::emptyRangeIsAMessageNotAWindow()
 {
-    TestContext t;
-    recordDays(t);
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
     s.chooseAudit(QDate(2007, 11, 18), QDate(2007, 11, 30));
     QVERIFY(!s.view());
     QVERIFY(s.w.findChildren<AuditTrailWindow*>().isEmpty());
@@ -290,19 +304,17 @@ void tst_AuditTrailWindow::emptyRangeIsAMessageNotAWindow()
     QCOMPARE(t.messenger.last(), QString("The audit trail has no events from 18-Nov-2007 to 30-Nov-2007."));
 
     // A database without any event at all: the same.
-    TestContext fresh;
-    Screen empty(fresh);
+    Screen empty(false);
     QTest::mouseClick(control<QRadioButton>(&empty.w, "OptAudit"), Qt::LeftButton);
     QVERIFY(!empty.view());
-    QCOMPARE(fresh.messenger.last(), QString("The audit trail has no events from 16-Nov-2007 to 16-Nov-2007."));
+    QCOMPARE(empty.t.messenger.last(), QString("The audit trail has no events from 16-Nov-2007 to 16-Nov-2007."));
 }
 
 void tst_AuditTrailWindow::fromAfterToIsRefused()
 {
-    TestContext t;
-    recordDays(t);
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
     s.chooseAudit(QDate(2007, 11, 17), QDate(2007, 11, 15));
     QVERIFY(!s.view());
     QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
@@ -319,10 +331,9 @@ void tst_AuditTrailWindow::fromAfterToIsRefused()
 
 void tst_AuditTrailWindow::storeErrorIsAMessage()
 {
-    TestContext t;
-    recordDays(t);
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
     s.chooseAudit(QDate(2007, 11, 15), QDate(2007, 11, 16));
     t.db.execute("DROP TABLE AuditTrail");
     QVERIFY(!s.view());
@@ -341,12 +352,10 @@ void tst_AuditTrailWindow::storeErrorIsAMessage()
 
 void tst_AuditTrailWindow::viewAgainReplacesTheWindow()
 {
-    TestContext t;
-    recordDays(t);
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
-    s.chooseAudit(QDate(2007, 11, 16), QDate(2007, 11, 16));
-    QPointer<AuditTrailWindow> first = s.view();
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
+    QPointer<AuditTrailWindow> first = s.viewAudit(QDate(2007, 11, 16), QDate(2007, 11, 16));
     QVERIFY(first);
     QCOMPARE(first->model().rowCount(), 1);
 
@@ -365,9 +374,8 @@ void tst_AuditTrailWindow::viewAgainReplacesTheWindow()
 
 void tst_AuditTrailWindow::enterPressesAndMovesOn()
 {
-    TestContext t;
-    recordDays(t);
-    Screen s(t);
+    Screen s;
+    TestContext& t = s.t;
     QVERIFY(QTest::qWaitForWindowActive(&s.w));
     s.chooseAudit(QDate(2007, 11, 15), QDate(2007, 11, 15));
     auto* view = control<ColourButton>(&s.w, "cmdView");
@@ -405,21 +413,16 @@ void tst_AuditTrailWindow::enterPressesAndMovesOn()
 
 void tst_AuditTrailWindow::exportCsvOnTheScreenWritesTheTrail()
 {
-    TestContext t;
-    QVERIFY(QDir(t.dir.path()).mkpath("reports"));
-    t.ctx->settings.ReportPath = t.path("reports");
-    recordDays(t);
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
+    const QString reports = s.useReportFolder();
     s.chooseAudit(QDate(2007, 11, 14), QDate(2007, 11, 15));
-    QString suggested;
-    const QString chosen = t.path("reports/export.csv");
-    s.w.setSavePathChooser([&](QWidget*, const QString& path) {
-        suggested = path;
-        return chosen;
-    });
+    PathAnswer dialog(t.path("reports/export.csv"));
+    const QString& chosen = dialog.answer;
+    s.w.setSavePathChooser(dialog.chooser());
     QTest::mouseClick(control<ColourButton>(&s.w, "cmdExport"), Qt::LeftButton);
-    QCOMPARE(suggested, QDir(t.path("reports")).filePath("AuditTrail_20071114_20071115.csv"));
+    QCOMPARE(dialog.suggested, QDir(reports).filePath("AuditTrail_20071114_20071115.csv"));
     QCOMPARE(readFile(chosen), cliCsv(t, "2007-11-14", "2007-11-15"));
     QCOMPARE(readFile(chosen).count("\r\n"), 4);
     QCOMPARE(t.messenger.last(), QString("Audit trail saved in %1").arg(QDir::toNativeSeparators(chosen)));
@@ -433,12 +436,10 @@ void tst_AuditTrailWindow::exportCsvOnTheScreenWritesTheTrail()
 
 void tst_AuditTrailWindow::theTwoReportsStillOpenTheirPreview()
 {
-    TestContext t;
-    recordDays(t);
-    Screen s(t);
-    QVERIFY(QTest::qWaitForWindowExposed(&s.w));
-    s.chooseAudit(QDate(2007, 11, 16), QDate(2007, 11, 16));
-    QPointer<AuditTrailWindow> audit = s.view();
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
+    QPointer<AuditTrailWindow> audit = s.viewAudit(QDate(2007, 11, 16), QDate(2007, 11, 16));
     QVERIFY(audit);
     for (const char* option : {"OptReport1", "OptReport2"}) {
         QTest::mouseClick(control<QRadioButton>(&s.w, option), Qt::LeftButton);
