@@ -32,6 +32,8 @@ public:
     void Form_Load();
 
     // The limits as entered; the agent and account only for the daily summary.
+    // selectedKind() names a collection summary; it says nothing while the
+    // audit trail is chosen.
     ReportKind selectedKind() const;
     ReportLimits limits() const;
     // The third option: the audit trail rather than a collection summary.
