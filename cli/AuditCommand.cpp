@@ -6,7 +6,6 @@
 #include "DurableFile.h"
 
 #include <QDate>
-#include <QSaveFile>
 
 namespace {
 
@@ -35,10 +34,9 @@ int run(CliRun& run)
         return cliUsageError(QStringLiteral("'audit' needs --output FILE.csv."));
 
     const QList<AuditTrail::Event> events = AuditTrail::read(run.ctx.db(), from, to);
-    QSaveFile file(output);
-    const QByteArray csv = AuditTrail::toCsv(events);
-    if (!file.open(QIODevice::WriteOnly) || file.write(csv) != csv.size() || !file.commit()) {
-        run.messenger.critical(QStringLiteral("Cannot write %1: %2").arg(output, file.errorString()));
+    QString error;
+    if (!AuditTrail::writeCsv(events, output, &error)) {
+        run.messenger.critical(error);
         return CliExit::Failure;
     }
     DurableFile::syncFolderOf(output);

@@ -1,6 +1,7 @@
 #include "frmReport.h"
 
 #include "AppContext.h"
+#include "AuditTrailModel.h"
 #include "Clock.h"
 #include "ColourButton.h"
 #include "KeyHook.h"
@@ -20,6 +21,7 @@
 #include <QLineEdit>
 #include <QRadioButton>
 #include <QVBoxLayout>
+#include <memory>
 
 namespace {
 
@@ -65,8 +67,12 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     m_optReport2 = new QRadioButton(QStringLiteral("Report2"), options);
     m_optReport2->setObjectName(QStringLiteral("OptReport2"));
     m_optReport2->setToolTip(QStringLiteral("Agent collection summary"));
+    m_optAudit = new QRadioButton(QStringLiteral("Audit Trail"), options);
+    m_optAudit->setObjectName(QStringLiteral("OptAudit"));
+    m_optAudit->setToolTip(QStringLiteral("Audit trail of the chosen days"));
     optionRow->addWidget(m_optReport1);
     optionRow->addWidget(m_optReport2);
+    optionRow->addWidget(m_optAudit);
     layout->addWidget(options);
 
     auto* limits = new QFrame(this);
@@ -102,7 +108,8 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     layout->addLayout(buttons);
 
     setTabOrder(m_optReport1, m_optReport2);
-    setTabOrder(m_optReport2, m_from);
+    setTabOrder(m_optReport2, m_optAudit);
+    setTabOrder(m_optAudit, m_from);
     setTabOrder(m_from, m_to);
     setTabOrder(m_to, m_agentID);
     setTabOrder(m_agentID, m_accountNo);
@@ -112,8 +119,10 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
 
     connect(m_optReport1, &QRadioButton::clicked, this, &frmReport::OptReport1_Click);
     connect(m_optReport2, &QRadioButton::clicked, this, &frmReport::OptReport2_Click);
+    connect(m_optAudit, &QRadioButton::clicked, this, &frmReport::OptAudit_Click);
     m_optReport1->installEventFilter(this);
     m_optReport2->installEventFilter(this);
+    m_optAudit->installEventFilter(this);
     connect(m_view, &QPushButton::clicked, this, &frmReport::cmdView_Click);
     connect(m_export, &QPushButton::clicked, this, &frmReport::cmdExport_Click);
     connect(m_exit, &QPushButton::clicked, this, &QWidget::close);
@@ -150,28 +159,36 @@ bool frmReport::eventFilter(QObject* watched, QEvent* event)
             OptReport1_Click();
         else if (watched == m_optReport2)
             OptReport2_Click();
+        else if (watched == m_optAudit)
+            OptAudit_Click();
     }
     return QWidget::eventFilter(watched, event);
 }
 
 void frmReport::OptReport1_Click()
 {
-    if (!m_optReport1->isChecked())
-        return;
-    m_agentID->setVisible(true);
-    m_accountNo->setVisible(true);
-    m_lbAgentID->setVisible(true);
-    m_lbAccountNo->setVisible(true);
+    if (m_optReport1->isChecked())
+        showAgentAndAccount(true);
 }
 
 void frmReport::OptReport2_Click()
 {
-    if (!m_optReport2->isChecked())
-        return;
-    m_agentID->setVisible(false);
-    m_accountNo->setVisible(false);
-    m_lbAgentID->setVisible(false);
-    m_lbAccountNo->setVisible(false);
+    if (m_optReport2->isChecked())
+        showAgentAndAccount(false);
+}
+
+void frmReport::OptAudit_Click()
+{
+    if (m_optAudit->isChecked())
+        showAgentAndAccount(false);
+}
+
+void frmReport::showAgentAndAccount(bool shown)
+{
+    m_agentID->setVisible(shown);
+    m_accountNo->setVisible(shown);
+    m_lbAgentID->setVisible(shown);
+    m_lbAccountNo->setVisible(shown);
 }
 
 ReportKind frmReport::selectedKind() const
@@ -179,12 +196,18 @@ ReportKind frmReport::selectedKind() const
     return m_optReport2->isChecked() ? ReportKind::Agent : ReportKind::Daily;
 }
 
+bool frmReport::auditChosen() const
+{
+    return m_optAudit->isChecked();
+}
+
 ReportLimits frmReport::limits() const
 {
     ReportLimits l;
     l.from = m_from->date();
     l.to = m_to->date();
-    if (selectedKind() == ReportKind::Daily) {
+    // The agent and account limit the daily summary only.
+    if (m_optReport1->isChecked()) {
         l.agentId = m_agentID->text().trimmed();
         l.accountNo = m_accountNo->text().trimmed();
     }
@@ -210,6 +233,10 @@ void frmReport::cmdView_Click()
 {
     if (!limitsAccepted())
         return;
+    if (auditChosen()) {
+        viewAuditTrail();
+        return;
+    }
     // One preview at a time: a new View replaces the one still open.
     if (m_preview)
         m_preview->close();
@@ -236,6 +263,8 @@ QString frmReport::suggestedPath(const QString& suffix) const
     if (folder.isEmpty() || !QFileInfo(folder).isDir())
         folder = m_ctx.dataDir.isEmpty() ? QDir::homePath() : m_ctx.dataDir;
     const ReportLimits l = limits();
+    if (auditChosen())
+        return QDir(folder).filePath(AuditTrailModel::suggestedFileName(l.from, l.to));
     const QString name =
         QStringLiteral("%1_%2_%3.%4")
             .arg(selectedKind() == ReportKind::Daily ? QStringLiteral("DailyCollection")
@@ -248,6 +277,10 @@ void frmReport::cmdExport_Click()
 {
     if (!limitsAccepted())
         return;
+    if (auditChosen()) {
+        exportAuditTrail();
+        return;
+    }
     const QString path = m_choosePath(this, suggestedPath(QStringLiteral("csv")));
     if (path.isEmpty())
         return;
@@ -257,4 +290,48 @@ void frmReport::cmdExport_Click()
         return;
     }
     m_ctx.messenger().information(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(path)));
+}
+
+void frmReport::viewAuditTrail()
+{
+    // One audit window at a time: a new View replaces the one still open.
+    if (m_auditWindow)
+        m_auditWindow->close();
+
+    auto model = std::make_unique<AuditTrailModel>();
+    QString error;
+    const ReportLimits l = limits();
+    if (!model->load(m_ctx.db(), l.from, l.to, &error)) {
+        m_ctx.messenger().critical(error);
+        return;
+    }
+    if (model->rowCount() == 0) {
+        m_ctx.messenger().information(AuditTrailModel::emptyRangeMessage(l.from, l.to));
+        return;
+    }
+    auto* window = new AuditTrailWindow(m_ctx, model.release(), this);
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    window->setSuggestedCsvPath(suggestedPath(QStringLiteral("csv")));
+    m_auditWindow = window;
+    window->resize(900, 500);
+    window->show();
+}
+
+void frmReport::exportAuditTrail()
+{
+    AuditTrailModel model;
+    QString error;
+    const ReportLimits l = limits();
+    if (!model.load(m_ctx.db(), l.from, l.to, &error)) {
+        m_ctx.messenger().critical(error);
+        return;
+    }
+    const QString path = m_choosePath(this, suggestedPath(QStringLiteral("csv")));
+    if (path.isEmpty())
+        return;
+    if (!model.saveCsv(path, &error)) {
+        m_ctx.messenger().critical(error);
+        return;
+    }
+    m_ctx.messenger().information(QStringLiteral("Audit trail saved in %1").arg(QDir::toNativeSeparators(path)));
 }

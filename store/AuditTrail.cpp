@@ -6,6 +6,7 @@
 
 #include <QCryptographicHash>
 #include <QFile>
+#include <QSaveFile>
 #include <QSqlError>
 #include <QSqlQuery>
 
@@ -28,6 +29,17 @@ QByteArray csvField(const QString& value)
         bytes = '"' + bytes + '"';
     }
     return bytes;
+}
+
+QByteArray csvLine(const QStringList& fields)
+{
+    QByteArray out;
+    for (qsizetype i = 0; i < fields.size(); ++i) {
+        if (i > 0)
+            out += ',';
+        out += csvField(fields.at(i));
+    }
+    return out + "\r\n";
 }
 
 } // namespace
@@ -112,14 +124,54 @@ QList<Event> read(SharedDatabase& db, const QDate& from, const QDate& to)
     return events;
 }
 
+QStringList columnNames()
+{
+    return {QStringLiteral("Time"), QStringLiteral("User"), QStringLiteral("Action"), QStringLiteral("Details"),
+            QStringLiteral("Version")};
+}
+
+QString field(const Event& event, int column)
+{
+    switch (column) {
+    case 0:
+        return event.time;
+    case 1:
+        return event.user;
+    case 2:
+        return event.action;
+    case 3:
+        return event.details;
+    case 4:
+        return event.version;
+    default:
+        return QString();
+    }
+}
+
 QByteArray toCsv(const QList<Event>& events)
 {
-    QByteArray out = "Time,User,Action,Details,Version\r\n";
+    const QStringList columns = columnNames();
+    QByteArray out = csvLine(columns);
     for (const Event& e : events) {
-        out += csvField(e.time) + ',' + csvField(e.user) + ',' + csvField(e.action) + ',' + csvField(e.details) + ',' +
-               csvField(e.version) + "\r\n";
+        QStringList fields;
+        for (int c = 0; c < columns.size(); ++c)
+            fields << field(e, c);
+        out += csvLine(fields);
     }
     return out;
+}
+
+bool writeCsv(const QList<Event>& events, const QString& path, QString* error)
+{
+    // QSaveFile: a failed write leaves an earlier file of that name as it was.
+    QSaveFile file(path);
+    const QByteArray csv = toCsv(events);
+    if (!file.open(QIODevice::WriteOnly) || file.write(csv) != csv.size() || !file.commit()) {
+        if (error)
+            *error = QStringLiteral("Cannot write %1: %2").arg(path, file.errorString());
+        return false;
+    }
+    return true;
 }
 
 QString osUser()

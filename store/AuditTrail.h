@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 class SharedDatabase;
 
@@ -28,6 +29,8 @@ struct Event
     QString action;
     QString details;
     QString version;
+
+    friend bool operator==(const Event&, const Event&) = default;
 };
 
 // Appends one event, at the database's clock time. Throws StoreError when
@@ -45,9 +48,18 @@ bool tryRecord(SharedDatabase& db, const QDateTime& at, Action action, const QSt
 // first; an invalid date leaves that end open. Throws StoreError.
 QList<Event> read(SharedDatabase& db, const QDate& from = {}, const QDate& to = {});
 
+// The column names, in the order of the CSV and of the audit window:
+// Time, User, Action, Details, Version.
+QStringList columnNames();
+// One column of an event by its position in columnNames().
+QString field(const Event& event, int column);
+
 // The events as CSV (RFC 4180: commas, double quotes doubled, CR LF), with
 // the header row Time,User,Action,Details,Version.
 QByteArray toCsv(const QList<Event>& events);
+// Writes toCsv(events) to a file, whole or not at all; false with the reason
+// ("Cannot write <file>: <why>").
+bool writeCsv(const QList<Event>& events, const QString& path, QString* error = nullptr);
 
 // The login name of the operating-system user running the program.
 QString osUser();

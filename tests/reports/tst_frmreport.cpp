@@ -1,4 +1,5 @@
 #include "ColourButton.h"
+#include "Controls.h"
 #include "HistoryRows.h"
 #include "ScreenRegistry.h"
 #include "TestContext.h"
@@ -18,14 +19,6 @@
 #include <QtTest>
 
 namespace {
-
-template <typename T> T* control(QWidget* form, const char* name)
-{
-    T* w = form->findChild<T*>(QLatin1String(name));
-    if (!w)
-        qFatal("control %s not found", name);
-    return w;
-}
 
 // The four controls the options show and hide.
 QList<QWidget*> limitInputs(QWidget* form)

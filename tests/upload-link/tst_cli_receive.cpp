@@ -1,71 +1,13 @@
-#include "Pty.h"
-#include "SettingsStore.h"
-#include "TestContext.h"
-#include "UploadRecords.h"
-#include "UploadTerminal.h"
+#include "CliReceiveFixture.h"
 
-#include <QProcess>
 #include <QSqlQuery>
 #include <QtTest>
 
 // 'tonvy-cli receive' as a separate process against the simulated terminal
 // on a pseudo-terminal held by the test.
-class tst_CliReceive : public QObject
+class tst_CliReceive : public QObject, protected CliReceiveFixture
 {
     Q_OBJECT
-
-    QString m_cli;
-    std::unique_ptr<TestContext> t;
-    std::unique_ptr<Pty> pty;
-    std::unique_ptr<UploadTerminal> terminal;
-    TerminalAccounts accounts;
-    UploadRecords records;
-
-    struct Result
-    {
-        int exitCode = -1;
-        QString out;
-        QString err;
-    };
-
-    void prepare(const UploadRecords::Options& options = {})
-    {
-        const QDate day(2007, 11, 16);
-        accounts = UploadRecords::sampleAccounts(3, day);
-        const QList<Collection> collections = UploadRecords::generate(accounts, 5, day, 11);
-        QString error;
-        QVERIFY2(UploadRecords::build(accounts, collections, options, &records, &error), qPrintable(error));
-        terminal->setRecords(records);
-        for (const TerminalAccount& a : accounts.accounts)
-            t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, "
-                                         "BalAmount, AgreedAmount, AgentID, BranchID, MyDate) "
-                                         "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
-                          {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
-                           a.agreedAmount.toInt(), accounts.agentId, accounts.branchId, a.lastTxnDate});
-    }
-
-    // Runs the command while this process keeps answering on the pty.
-    Result receive(const QStringList& options)
-    {
-        QProcess p;
-        p.start(m_cli, QStringList{QStringLiteral("--data-dir"), t->dir.path(), QStringLiteral("--port"),
-                                   pty->devicePath(), QStringLiteral("receive")} +
-                           options);
-        Result r;
-        if (!p.waitForStarted())
-            return r;
-        QElapsedTimer clock;
-        clock.start();
-        while (p.state() != QProcess::NotRunning && clock.elapsed() < 30000) {
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-            p.waitForFinished(5);
-        }
-        QCoreApplication::processEvents();
-        r.exitCode = p.exitCode();
-        r.out = QString::fromLocal8Bit(p.readAllStandardOutput());
-        r.err = QString::fromLocal8Bit(p.readAllStandardError());
-        return r;
-    }
 
     // The upload file holds one line for each collection, with the
     // terminal's amounts.
@@ -88,28 +30,9 @@ class tst_CliReceive : public QObject
     }
 
 private slots:
-    void initTestCase() { m_cli = qEnvironmentVariable("TONVY_BIN_DIR") + QStringLiteral("/tonvy-cli"); }
+    void init() { setUp(); }
 
-    void init()
-    {
-        t = std::make_unique<TestContext>();
-        SettingsChange change;
-        change.bankInfoPath = t->dir.path();
-        change.commPort = QStringLiteral("1");
-        SettingsStore::save(t->db, change);
-        pty = std::make_unique<Pty>();
-        QString error;
-        QVERIFY2(pty->open(&error), qPrintable(error));
-        terminal = std::make_unique<UploadTerminal>(pty.get());
-        terminal->attach();
-    }
-
-    void cleanup()
-    {
-        terminal.reset();
-        pty.reset();
-        t.reset();
-    }
+    void cleanup() { tearDown(); }
 
     void completedReceiveExitsZero()
     {

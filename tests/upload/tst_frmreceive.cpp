@@ -3,6 +3,7 @@
 #include "LinkChannel.h"
 #include "Pty.h"
 #include "ReceiveFlow.h"
+#include "ReplyBytes.h"
 #include "TestContext.h"
 #include "UploadFrames.h"
 #include "UploadSession.h"
@@ -16,76 +17,6 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSqlQuery>
-
-// The terminal's replies built byte by byte (the simulator's UploadRecords
-// is used for whole receives over the pseudo-terminal).
-namespace Reply {
-
-constexpr int ReplySize = 137;
-
-// Puts text into a reply at a 1-based position.
-inline void put(QByteArray& reply, int pos, const QByteArray& bytes)
-{
-    reply.replace(pos - 1, bytes.size(), bytes);
-}
-
-// Sets byte 137 so that bytes 10 to 137 add up to a multiple of 256.
-inline QByteArray withCheckByte(QByteArray reply)
-{
-    int sum = 0;
-    for (int i = 9; i < 136; ++i)
-        sum += static_cast<unsigned char>(reply.at(i));
-    reply[136] = static_cast<char>((256 - (sum & 255)) & 255);
-    return reply;
-}
-
-inline QByteArray blankReply()
-{
-    QByteArray reply(ReplySize, '\0');
-    put(reply, 1, QByteArray::fromHex("01FF10F055008200"));
-    return reply;
-}
-
-// A transaction record: category (byte 10), scheme (11-15), account
-// (16-30), the 9-byte entries from byte 70, and byte 133 as given.
-inline QByteArray transactionRecord(const QByteArray& category, const QByteArray& scheme, const QByteArray& account,
-                                    const QList<QByteArray>& entries, char countByte)
-{
-    QByteArray reply = blankReply();
-    put(reply, 10, category.leftJustified(1, ' ', true));
-    put(reply, 11, scheme.leftJustified(5, ' ', true));
-    put(reply, 16, account.leftJustified(15, ' ', true));
-    for (int j = 0; j < entries.size(); ++j)
-        put(reply, 70 + 9 * j, entries.at(j));
-    reply[132] = countByte;
-    return withCheckByte(reply);
-}
-
-// Header record: records to follow (bytes 10-11), agent id (27-41).
-inline QByteArray headerRecord(int records, const QByteArray& agentId)
-{
-    QByteArray reply = blankReply();
-    reply[9] = static_cast<char>(records / 256);
-    reply[10] = static_cast<char>(records % 256);
-    put(reply, 27, agentId.leftJustified(15, ' ', true));
-    return withCheckByte(reply);
-}
-
-// Summary record: agent (10-12), ddmm (13-16), transaction count (17-18),
-// total amount as four packed-BCD bytes (19-22).
-inline QByteArray summaryRecord(const QByteArray& agent, const QByteArray& ddmm, int transactions,
-                                const QByteArray& totalBcd)
-{
-    QByteArray reply = blankReply();
-    put(reply, 10, agent);
-    put(reply, 13, ddmm);
-    reply[16] = static_cast<char>(transactions / 256);
-    reply[17] = static_cast<char>(transactions % 256);
-    put(reply, 19, totalBcd);
-    return withCheckByte(reply);
-}
-
-} // namespace Reply
 
 namespace {
 
@@ -145,7 +76,6 @@ private:
     // RestoreData rows, their total and whether the upload file is there.
     int storedRows(double* total = nullptr);
     void checkStoredExactly();
-
 
     std::unique_ptr<TestContext> t;
     std::unique_ptr<frmReceive> m_form;
@@ -344,13 +274,13 @@ void tst_frmReceive::wholeReceiveFillsLabelsAndStores()
     auto* busy = child<QLabel>("Label9");
     QTest::mouseClick(receive, Qt::LeftButton);
 
-    m_link->feed(Reply::headerRecord(2, agent));
+    m_link->feed(ReplyBytes::headerRecord(2, agent));
     QVERIFY(!receive->isEnabled());
     QCOMPARE(m_link->written.last(), request(1));
     QCOMPARE(child<QLabel>("Label4")->text(), QString()); // not before the summary
 
     // The summary arrives in two pieces.
-    const QByteArray summary = Reply::summaryRecord("005", "1611", 3, QByteArray::fromHex("00000085"));
+    const QByteArray summary = ReplyBytes::summaryRecord("005", "1611", 3, QByteArray::fromHex("00000085"));
     m_link->feed(summary.left(60));
     QCOMPARE(child<QLabel>("TotalTransact")->text(), QString());
     m_link->feed(summary.mid(60));
@@ -361,7 +291,7 @@ void tst_frmReceive::wholeReceiveFillsLabelsAndStores()
     QCOMPARE(m_link->written.last(), request(2));
     QVERIFY(busy->isHidden());
 
-    m_link->feed(Reply::transactionRecord(
+    m_link->feed(ReplyBytes::transactionRecord(
         "S", "DD001", "000000000000101",
         {QByteArray::fromHex("000050 16B7 0900 0001"), QByteArray::fromHex("000020 16B7 0930 0002")}, '\x02'));
     QVERIFY(!busy->isHidden());
@@ -369,8 +299,8 @@ void tst_frmReceive::wholeReceiveFillsLabelsAndStores()
     QCOMPARE(child<QProgressBar>("progressBar")->value(), 1);
     QCOMPARE(m_link->written.last(), request(3));
 
-    m_link->feed(Reply::transactionRecord("S", "DD001", "000000000000101",
-                                          {QByteArray::fromHex("000015 16B7 1000 0003")}, '\x01'));
+    m_link->feed(ReplyBytes::transactionRecord("S", "DD001", "000000000000101",
+                                               {QByteArray::fromHex("000015 16B7 1000 0003")}, '\x01'));
     QCOMPARE(child<QLabel>("lblRecord")->text(), QStringLiteral("2 / 2"));
     QCOMPARE(child<QProgressBar>("progressBar")->value(), 2);
     QVERIFY(busy->isHidden());
@@ -390,7 +320,7 @@ void tst_frmReceive::cancelOnCheckQuestionClosesScreen()
 {
     open();
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
-    const QByteArray bad = corrupted(Reply::headerRecord(2, agent));
+    const QByteArray bad = corrupted(ReplyBytes::headerRecord(2, agent));
     for (int i = 0; i < 15; ++i) {
         m_link->feed(bad);
         if (m_form->flow().session().flushTimer().isActive())
@@ -414,7 +344,7 @@ void tst_frmReceive::okOnCheckQuestionGoesOn()
 {
     open();
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
-    const QByteArray bad = corrupted(Reply::headerRecord(2, agent));
+    const QByteArray bad = corrupted(ReplyBytes::headerRecord(2, agent));
     for (int i = 0; i < 15; ++i) {
         m_link->feed(bad);
         if (m_form->flow().session().flushTimer().isActive())
@@ -422,7 +352,7 @@ void tst_frmReceive::okOnCheckQuestionGoesOn()
     }
     m_form->openBox(UploadSession::crcQuestionText())->button(QMessageBox::Ok)->click();
     QCOMPARE(m_link->written.size(), 16);
-    m_link->feed(Reply::headerRecord(2, agent));
+    m_link->feed(ReplyBytes::headerRecord(2, agent));
     QCOMPARE(m_link->written.last(), request(1));
     QVERIFY(m_form->isVisible());
 }
@@ -444,7 +374,7 @@ void tst_frmReceive::focusStaysOffExitWhenReceiveGreysOut()
     auto* cmdexit = child<ColourButton>("cmdexit");
     receive->setFocus();
     QTest::keyClick(receive, Qt::Key_Return);
-    m_link->feed(Reply::headerRecord(2, agent));
+    m_link->feed(ReplyBytes::headerRecord(2, agent));
     QVERIFY(!receive->isEnabled());
     QVERIFY(!cmdexit->hasFocus());
     QCOMPARE(QApplication::focusWidget(), child<QWidget>("Frame1"));
@@ -459,7 +389,7 @@ void tst_frmReceive::closingMidReceiveAsksFirst()
 {
     open();
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
-    m_link->feed(Reply::headerRecord(2, agent));
+    m_link->feed(ReplyBytes::headerRecord(2, agent));
     QTest::mouseClick(child<ColourButton>("cmdexit"), Qt::LeftButton);
     QVERIFY(m_form->isVisible());
     QMessageBox* box = m_form->openBox(frmReceive::stopQuestionText());
@@ -471,7 +401,7 @@ void tst_frmReceive::closingMidReceiveAsksFirst()
     QVERIFY(m_form->isVisible());
     QVERIFY(m_link->isOpen());
     // The receive went on meanwhile.
-    m_link->feed(Reply::summaryRecord("005", "1611", 3, QByteArray::fromHex("00000085")));
+    m_link->feed(ReplyBytes::summaryRecord("005", "1611", 3, QByteArray::fromHex("00000085")));
     QCOMPARE(m_link->written.last(), request(2));
 
     QTest::mouseClick(child<ColourButton>("cmdexit"), Qt::LeftButton);
@@ -486,7 +416,7 @@ void tst_frmReceive::oneCableBoxAtATime()
 {
     open();
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
-    m_link->feed(Reply::headerRecord(2, agent));
+    m_link->feed(ReplyBytes::headerRecord(2, agent));
     for (int i = 0; i < 20; ++i)
         m_form->flow().session().Timer1_Timer();
     QCOMPARE(visibleBoxes(UploadSession::checkCableText()), 1);
@@ -503,7 +433,7 @@ void tst_frmReceive::portLostMidReceiveEnablesReceiveAgain()
     open();
     auto* receive = child<ColourButton>("cmdSend");
     QTest::mouseClick(receive, Qt::LeftButton);
-    m_link->feed(Reply::headerRecord(2, agent));
+    m_link->feed(ReplyBytes::headerRecord(2, agent));
     QVERIFY(!receive->isEnabled());
     m_link->close();
     m_link->fail(QStringLiteral("The serial port fake failed: gone"));

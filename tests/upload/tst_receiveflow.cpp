@@ -1,8 +1,8 @@
 #include "FakeChannel.h"
 #include "ReceiveFlow.h"
+#include "ReplyBytes.h"
 #include "TestContext.h"
 #include "UploadFrames.h"
-#include "UploadRecords.h"
 
 #include <QSignalSpy>
 #include <QSqlQuery>
@@ -14,7 +14,7 @@ const QByteArray agent = "AG0000000000005";
 
 QByteArray record(int entry)
 {
-    return UploadRecords::transactionRecord(
+    return ReplyBytes::transactionRecord(
         "S", "DD001", "000000000000101",
         {QByteArray::fromHex("000050 16B7 0900") + QByteArray(1, '\0') + QByteArray(1, static_cast<char>(entry))},
         '\x01');
@@ -43,8 +43,8 @@ class tst_ReceiveFlow : public QObject
     void start(int count)
     {
         flow->cmdSend_Click();
-        channel->feed(UploadRecords::headerRecord(count, agent));
-        channel->feed(UploadRecords::summaryRecord("005", "1611", count, QByteArray::fromHex("00000050")));
+        channel->feed(ReplyBytes::headerRecord(count, agent));
+        channel->feed(ReplyBytes::summaryRecord("005", "1611", count, QByteArray::fromHex("00000050")));
         QCOMPARE(UploadFrames::requestedRecord(channel->lastWritten()), 2);
     }
 
@@ -66,9 +66,8 @@ private slots:
         flow = std::make_unique<ReceiveFlow>(*t->ctx);
         // What the flow has to say goes where the screen or the command line
         // would show it.
-        QObject::connect(flow.get(), &ReceiveFlow::message, flow.get(), [this](const SessionMessage& m) {
-            t->messenger.show(m.text, messengerIcon(m.icon));
-        });
+        QObject::connect(flow.get(), &ReceiveFlow::message, flow.get(),
+                         [this](const SessionMessage& m) { t->messenger.show(m.text, messengerIcon(m.icon)); });
         QVERIFY(flow->Form_Load());
     }
     void cleanup()
@@ -108,8 +107,8 @@ private slots:
         QSignalSpy outcomes(flow.get(), &ReceiveFlow::outcomeReady);
         // The summary's total disagrees with the one collection that comes.
         flow->cmdSend_Click();
-        channel->feed(UploadRecords::headerRecord(1, agent));
-        channel->feed(UploadRecords::summaryRecord("005", "1611", 1, QByteArray::fromHex("00000099")));
+        channel->feed(ReplyBytes::headerRecord(1, agent));
+        channel->feed(ReplyBytes::summaryRecord("005", "1611", 1, QByteArray::fromHex("00000099")));
         channel->feed(record(1));
         QTRY_COMPARE(completed.count(), 1);
         QCOMPARE(completed.first().at(0).toBool(), false);
@@ -186,7 +185,7 @@ private slots:
         flow->cmdSend_Click();
         channel->feed("NACK");
         QCOMPARE(messages.count(), 1);
-        QByteArray bad = UploadRecords::headerRecord(1, agent);
+        QByteArray bad = ReplyBytes::headerRecord(1, agent);
         bad[136] = static_cast<char>(bad.at(136) + 1);
         for (int i = 0; i < 15; ++i) {
             channel->feed(bad);

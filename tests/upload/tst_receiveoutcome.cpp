@@ -1,8 +1,8 @@
 #include "AuditTrail.h"
+#include "ReplyBytes.h"
 #include "RestoreStore.h"
 #include "TestContext.h"
 #include "UploadFiles.h"
-#include "UploadRecords.h"
 #include "UploadSession.h"
 #include "UploadTestSetup.h"
 
@@ -142,8 +142,8 @@ void tst_ReceiveOutcome::addAccount(const QByteArray& account, const QString& na
 
 void tst_ReceiveOutcome::setRecords(const QList<QByteArray>& records, int transactions, int rupees)
 {
-    t->ctx->link.Records[0] = UploadRecords::headerRecord(static_cast<int>(records.size()), agent.toLatin1());
-    t->ctx->link.Records[1] = UploadRecords::summaryRecord("005", "1611", transactions, QByteArray(4, '\0'));
+    t->ctx->link.Records[0] = ReplyBytes::headerRecord(static_cast<int>(records.size()), agent.toLatin1());
+    t->ctx->link.Records[1] = ReplyBytes::summaryRecord("005", "1611", transactions, QByteArray(4, '\0'));
     for (int i = 0; i < records.size(); ++i)
         t->ctx->link.Records[i + 2] = records.at(i);
     summary.TotalRecords = static_cast<int>(records.size());
@@ -180,9 +180,9 @@ void tst_ReceiveOutcome::expectNothingReplaced(const ReceiveOutcome& o)
 
 void tst_ReceiveOutcome::correctReceiveStoredWrittenAndAudited()
 {
-    setRecords({UploadRecords::transactionRecord(
-                    "S", "DD001", acct1, {entry("000005 16B7 0900 0001"), entry("000005 16B7 0901 0002")}, '\x02'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {entry("000007 16B7 0902 0003")}, '\x01')},
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1,
+                                              {entry("000005 16B7 0900 0001"), entry("000005 16B7 0901 0002")}, '\x02'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {entry("000007 16B7 0902 0003")}, '\x01')},
                3, 17);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     QCOMPARE(o.result, Result::Stored);
@@ -223,8 +223,8 @@ void tst_ReceiveOutcome::countOrTotalMismatchRefused()
 {
     QFETCH(int, transactions);
     QFETCH(int, rupees);
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {entry("000005 16B7 0901 0002")}, '\x01')},
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {entry("000005 16B7 0901 0002")}, '\x01')},
                transactions, rupees);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     expectNothingReplaced(o);
@@ -241,8 +241,8 @@ void tst_ReceiveOutcome::countOrTotalMismatchRefused()
 void tst_ReceiveOutcome::doubledTransactionNumberRefused()
 {
     // The same agreed amount every day: the totals agree, the numbers do not.
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {entry("000005 16B7 0900 0001")}, '\x01')},
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {entry("000005 16B7 0900 0001")}, '\x01')},
                2, 10);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     expectNothingReplaced(o);
@@ -258,7 +258,7 @@ void tst_ReceiveOutcome::lateReplyInAnotherRecordsPlaceRefused()
     // in the next record's place): acct2's collection is missing, acct1's
     // doubled, and with equal amounts the totals still agree.
     const QByteArray first =
-        UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01');
+        ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01');
     setRecords({first, first}, 2, 10);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     expectNothingReplaced(o);
@@ -268,8 +268,8 @@ void tst_ReceiveOutcome::lateReplyInAnotherRecordsPlaceRefused()
 void tst_ReceiveOutcome::unknownAccountRefusedAndNamed()
 {
     setRecords(
-        {UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
-         UploadRecords::transactionRecord("S", "DD001", "000000000000999", {entry("000050 16B7 0901 0002")}, '\x01')},
+        {ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
+         ReplyBytes::transactionRecord("S", "DD001", "000000000000999", {entry("000050 16B7 0901 0002")}, '\x01')},
         2, 55);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     expectNothingReplaced(o);
@@ -286,8 +286,8 @@ void tst_ReceiveOutcome::emptyAmountCountedByTheTerminalRefused()
 {
     // acct1's record says 20: acct2 is listed without an amount, then read
     // for its own entry. The terminal counted the listing as a transaction.
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {}, '\x20'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {entry("000005 16B7 0900 0001")}, '\x01')},
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {}, '\x20'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {entry("000005 16B7 0900 0001")}, '\x01')},
                2, 5);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     expectNothingReplaced(o);
@@ -320,7 +320,7 @@ void tst_ReceiveOutcome::badSummaryRefusedForGood()
 {
     QFETCH(QString, base);
     QFETCH(QString, said);
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
     QVERIFY(QDir().mkpath(t->path(QStringLiteral("BackupData"))));
     const QStringList dataBefore = QDir(t->dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
     for (bool accept : {false, true}) {
@@ -344,8 +344,8 @@ void tst_ReceiveOutcome::badSummaryRefusedForGood()
 void tst_ReceiveOutcome::apostropheInRecordKeyRefused()
 {
     setRecords(
-        {UploadRecords::transactionRecord("S", "DD001", "0000000000'0101", {entry("000005 16B7 0900 0001")}, '\x01')},
-        1, 5);
+        {ReplyBytes::transactionRecord("S", "DD001", "0000000000'0101", {entry("000005 16B7 0900 0001")}, '\x01')}, 1,
+        5);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     expectNothingReplaced(o);
     QCOMPARE(o.result, Result::Failed);
@@ -371,8 +371,8 @@ void tst_ReceiveOutcome::fullDisk()
     UploadFiles::setSaveFileFactory([failing](const QString& path) -> std::unique_ptr<QSaveFile> {
         return std::make_unique<FailingSaveFile>(path, path.contains(failing) ? 100 : 1 << 30);
     });
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {entry("000007 16B7 0901 0002")}, '\x01')},
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {entry("000007 16B7 0901 0002")}, '\x01')},
                2, 12);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     expectNothingReplaced(o);
@@ -415,7 +415,7 @@ void tst_ReceiveOutcome::realFullDiskNamesTheCause()
         }
     }
     t->ctx->settings.BankInfoPath = bank.path();
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     QFile::remove(QDir(small).filePath(QStringLiteral("filler")));
     QCOMPARE(o.result, Result::Failed);
@@ -429,7 +429,7 @@ void tst_ReceiveOutcome::failedCommitLeavesRowsAndFiles()
     // The last step before the commit fails: every row and file stays.
     t->db.execute(QStringLiteral("CREATE TRIGGER refuse BEFORE INSERT ON AuditTrail "
                                  "BEGIN SELECT RAISE(ABORT, 'database or disk is full'); END"));
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     expectNothingReplaced(o);
     QVERIFY(lastMessage(o).contains(QStringLiteral("database or disk is full")));
@@ -439,8 +439,7 @@ void tst_ReceiveOutcome::failedCommitLeavesRowsAndFiles()
 
 void tst_ReceiveOutcome::acceptedMismatchStoredAndAudited()
 {
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 2,
-               10);
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 2, 10);
     const ReceiveOutcome refused = RestoreStore::processReceive(*t->ctx, summary);
     QCOMPARE(refused.result, Result::Refused);
     QVERIFY(refused.mayAccept);
@@ -464,7 +463,7 @@ void tst_ReceiveOutcome::acceptedMismatchStoredAndAudited()
 void tst_ReceiveOutcome::missingBankFolderStoresWithoutUploadFile()
 {
     t->ctx->settings.BankInfoPath = t->path(QStringLiteral("no-such-folder"));
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     QCOMPARE(o.result, Result::StoredWithoutBankFolder);
     QCOMPARE(lastMessage(o), UploadFiles::missingBankFolderText());
@@ -476,14 +475,14 @@ void tst_ReceiveOutcome::missingBankFolderStoresWithoutUploadFile()
 
 void tst_ReceiveOutcome::secondReceiveOfTheDayKeepsTheFirstBackup()
 {
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
     const ReceiveOutcome first = RestoreStore::processReceive(*t->ctx, summary);
     QCOMPARE(first.result, Result::Stored);
     const QByteArray firstDump = readAll(first.backupFile);
     QVERIFY(!firstDump.isEmpty());
 
     summary.UploadBaseName = QStringLiteral("0051611");
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct2, {entry("000009 16B7 1000 0002")}, '\x01')}, 1, 9);
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct2, {entry("000009 16B7 1000 0002")}, '\x01')}, 1, 9);
     const ReceiveOutcome second = RestoreStore::processReceive(*t->ctx, summary);
     QCOMPARE(second.result, Result::Stored);
     QCOMPARE(first.backupFile, t->path(QStringLiteral("BackupData/005_16_11_07.txt")));
@@ -495,7 +494,7 @@ void tst_ReceiveOutcome::secondReceiveOfTheDayKeepsTheFirstBackup()
 
 void tst_ReceiveOutcome::restoreDataReportsThroughTheMessenger()
 {
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 3, 5);
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 3, 5);
     QVERIFY(!RestoreStore::RestoreData(*t->ctx, summary));
     QCOMPARE(t->messenger.texts().size(), 1);
     QVERIFY(t->messenger.last().startsWith(QStringLiteral("Serious Problem While Uploading ")));
@@ -510,8 +509,8 @@ void tst_ReceiveOutcome::restoreDataReportsThroughTheMessenger()
 
 void tst_ReceiveOutcome::reconciliationWrittenBesideTheCheckListing()
 {
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {}, '\x00')},
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {}, '\x00')},
                1, 5);
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
     QCOMPARE(o.result, Result::Stored);

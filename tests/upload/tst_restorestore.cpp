@@ -1,7 +1,7 @@
+#include "ReplyBytes.h"
 #include "RestoreStore.h"
 #include "StoreError.h"
 #include "TestContext.h"
-#include "UploadRecords.h"
 #include "UploadSession.h"
 #include "UploadTestSetup.h"
 
@@ -105,9 +105,8 @@ void tst_RestoreStore::addAccount(const QByteArray& account, const QString& name
 
 void tst_RestoreStore::setRecords(const QList<QByteArray>& transactionRecords)
 {
-    t->ctx->link.Records[0] =
-        UploadRecords::headerRecord(static_cast<int>(transactionRecords.size()), agent.toLatin1());
-    t->ctx->link.Records[1] = UploadRecords::summaryRecord("005", "1611", 0, QByteArray(4, '\0'));
+    t->ctx->link.Records[0] = ReplyBytes::headerRecord(static_cast<int>(transactionRecords.size()), agent.toLatin1());
+    t->ctx->link.Records[1] = ReplyBytes::summaryRecord("005", "1611", 0, QByteArray(4, '\0'));
     for (int i = 0; i < transactionRecords.size(); ++i)
         t->ctx->link.Records[i + 2] = transactionRecords.at(i);
     summary.TotalRecords = static_cast<int>(transactionRecords.size());
@@ -256,10 +255,10 @@ void tst_RestoreStore::countThreeGivesEntriesFromBytes70_79_88()
     addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("151107"));
     // A fourth entry at byte 97 must not be read: the count says three.
     const QByteArray record =
-        UploadRecords::transactionRecord("S", "DD001", acct1,
-                                         {entryBytes("000010 15B7 0900 0001"), entryBytes("000020 16B7 1000 0002"),
-                                          entryBytes("000030 16B7 1100 0003"), entryBytes("000040 16B7 1200 0004")},
-                                         '\x03');
+        ReplyBytes::transactionRecord("S", "DD001", acct1,
+                                      {entryBytes("000010 15B7 0900 0001"), entryBytes("000020 16B7 1000 0002"),
+                                       entryBytes("000030 16B7 1100 0003"), entryBytes("000040 16B7 1200 0004")},
+                                      '\x03');
     QCOMPARE(static_cast<unsigned char>(record.at(132)), 0x03);
     setRecords({record});
 
@@ -291,9 +290,9 @@ void tst_RestoreStore::countOfTwentyListsNextAccountWithoutAmount()
     addAccount(acct3, QStringLiteral("THREE"), QStringLiteral("300"), QStringLiteral("30"), QStringLiteral("151107"));
     // Record 2 (acct2) says 20: acct3's record follows, listed once without
     // an amount and then read for its own single entry.
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {entryBytes("000099 16B7 0900 0099")}, '\x20'),
-                UploadRecords::transactionRecord("S", "DD001", acct3, {entryBytes("000007 16B7 0930 0002")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {entryBytes("000099 16B7 0900 0099")}, '\x20'),
+                ReplyBytes::transactionRecord("S", "DD001", acct3, {entryBytes("000007 16B7 0930 0002")}, '\x01')});
 
     QList<Entry> entries;
     QString error;
@@ -324,8 +323,8 @@ void tst_RestoreStore::countOfTwentyOnLastRecordReadsBeyondTheAnnounced()
 {
     // The last announced record says 20: the account is taken from the
     // record after it, which was never received, and the decoding ends.
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {}, '\x20')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {}, '\x20')});
     QList<Entry> entries;
     QString error;
     QVERIFY2(RestoreStore::decodeTransactions(*t->ctx, summary, &entries, &error), qPrintable(error));
@@ -337,7 +336,7 @@ void tst_RestoreStore::countOfTwentyOnLastRecordReadsBeyondTheAnnounced()
 void tst_RestoreStore::balanceAndAgreedAmountKeptInFixedPatterns()
 {
     addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("1234.5"), QStringLiteral("50"), QStringLiteral("161107"));
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000050 16B7 0900 0001")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000050 16B7 0900 0001")}, '\x01')});
     QVERIFY(receive(1, 50));
 
     const QList<Row> stored = rows(agent);
@@ -365,9 +364,9 @@ void tst_RestoreStore::missingAccountStoredWithWhatTheListsHeld()
 {
     addAccount(acct2, QStringLiteral("TWO"), QStringLiteral("200"), QStringLiteral("20"), QStringLiteral("161107"));
     // acct1 and acct3 are not in BankData.
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000011 16B7 0900 0001")}, '\x01'),
-                UploadRecords::transactionRecord("S", "DD001", acct2, {entryBytes("000022 16B7 0901 0002")}, '\x01'),
-                UploadRecords::transactionRecord("S", "DD001", acct3, {entryBytes("000033 16B7 0902 0003")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000011 16B7 0900 0001")}, '\x01'),
+                ReplyBytes::transactionRecord("S", "DD001", acct2, {entryBytes("000022 16B7 0901 0002")}, '\x01'),
+                ReplyBytes::transactionRecord("S", "DD001", acct3, {entryBytes("000033 16B7 0902 0003")}, '\x01')});
     QList<Entry> entries;
     QString error;
     QVERIFY2(RestoreStore::decodeTransactions(*t->ctx, summary, &entries, &error), qPrintable(error));
@@ -416,7 +415,7 @@ void tst_RestoreStore::uploadReplacesEveryEarlierRowOfTheAgent()
     t->db.execute(insert, {QStringLiteral("OTHER"), QStringLiteral("16/11/2007 08:00"), QStringLiteral("AG9")});
 
     addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01')});
     QVERIFY(receive(1, 5));
 
     const QList<Row> stored = rows(agent);
@@ -429,13 +428,13 @@ void tst_RestoreStore::receivingTwiceLeavesOnlyTheSecond()
 {
     addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
     addAccount(acct2, QStringLiteral("TWO"), QStringLiteral("200"), QStringLiteral("20"), QStringLiteral("161107"));
-    setRecords({UploadRecords::transactionRecord(
+    setRecords({ReplyBytes::transactionRecord(
         "S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001"), entryBytes("000006 16B7 0901 0002")}, '\x02')});
     QVERIFY(receive(2, 11));
     QCOMPARE(rows(agent).size(), 2);
 
     summary.UploadBaseName = QStringLiteral("0051611");
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct2, {entryBytes("000009 16B7 1000 0007")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct2, {entryBytes("000009 16B7 1000 0007")}, '\x01')});
     QVERIFY(receive(1, 9));
     const QList<Row> stored = rows(agent);
     QCOMPARE(stored.size(), 1);
@@ -450,17 +449,17 @@ void tst_RestoreStore::historySameDayReplacedOtherDaysKept()
     addAccount(acct2, QStringLiteral("TWO"), QStringLiteral("200"), QStringLiteral("20"), QStringLiteral("161107"));
     // First receive: the 15th and the 16th, plus an account-only row.
     setRecords(
-        {UploadRecords::transactionRecord(
+        {ReplyBytes::transactionRecord(
              "S", "DD001", acct1, {entryBytes("000005 15B7 0900 0001"), entryBytes("000006 16B7 0901 0002")}, '\x02'),
-         UploadRecords::transactionRecord("S", "DD001", acct2, {}, '\x20'),
-         UploadRecords::transactionRecord("S", "DD001", acct2, {}, '\x00')});
+         ReplyBytes::transactionRecord("S", "DD001", acct2, {}, '\x20'),
+         ReplyBytes::transactionRecord("S", "DD001", acct2, {}, '\x00')});
     QVERIFY(receive(2, 11));
     QCOMPARE(count(QStringLiteral("SELECT count(*) FROM CollectionHistory")), 2);
 
     // Second receive of the 16th only.
     t->clock.set(QDateTime(QDate(2007, 11, 16), QTime(18, 0, 0)));
     summary.UploadBaseName = QStringLiteral("0051611");
-    setRecords({UploadRecords::transactionRecord(
+    setRecords({ReplyBytes::transactionRecord(
         "S", "DD001", acct2, {entryBytes("000007 16B7 1700 0003"), entryBytes("000008 16B7 1701 0004")}, '\x02')});
     QVERIFY(receive(2, 15));
 
@@ -499,7 +498,7 @@ void tst_RestoreStore::failedStoreChangesNothing()
     // The history insert fails after the RestoreData rows were replaced.
     t->db.execute(QStringLiteral("CREATE TRIGGER refuse BEFORE INSERT ON CollectionHistory "
                                  "BEGIN SELECT RAISE(ABORT, 'disk full'); END"));
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01')});
 
     QList<Entry> entries;
     QString error;
@@ -520,7 +519,7 @@ void tst_RestoreStore::failedStoreChangesNothing()
 void tst_RestoreStore::apostropheAgentRefused()
 {
     summary.BankAgentId = QStringLiteral("AG'5");
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01')});
     QVERIFY(!RestoreStore::RestoreData(*t->ctx, summary));
     QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
     QVERIFY(t->messenger.last().contains(QStringLiteral("apostrophe")));
@@ -534,7 +533,7 @@ void tst_RestoreStore::recordBeyondReplyArrayReported()
     setRecords({});
     summary.TotalRecords = 2500; // would need record 2501
     for (int i = 2; i <= 2500; ++i)
-        t->ctx->link.Records[i] = UploadRecords::transactionRecord("S", "DD001", acct1, {}, '\x00');
+        t->ctx->link.Records[i] = ReplyBytes::transactionRecord("S", "DD001", acct1, {}, '\x00');
     QVERIFY(!RestoreStore::RestoreData(*t->ctx, summary));
     QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
     QVERIFY2(t->messenger.last().contains(QStringLiteral("Record 2501 is beyond")), qPrintable(t->messenger.last()));
@@ -547,7 +546,7 @@ void tst_RestoreStore::moreThanTenThousandEntriesReported()
     QList<QByteArray> entries;
     for (int j = 0; j < 7; ++j)
         entries << entryBytes("000001 16B7 0900 0001");
-    const QByteArray record = UploadRecords::transactionRecord("S", "DD001", acct1, entries, '\x07');
+    const QByteArray record = ReplyBytes::transactionRecord("S", "DD001", acct1, entries, '\x07');
     QList<QByteArray> records(1429, record);
     setRecords(records);
     QList<Entry> decoded;
@@ -556,15 +555,14 @@ void tst_RestoreStore::moreThanTenThousandEntriesReported()
     QVERIFY2(error.contains(QStringLiteral("more than 10000 transactions")), qPrintable(error));
 
     // 10,000 exactly still fit.
-    setRecords(
-        records.mid(0, 1428) << UploadRecords::transactionRecord("S", "DD001", acct1, entries.mid(0, 4), '\x04'));
+    setRecords(records.mid(0, 1428) << ReplyBytes::transactionRecord("S", "DD001", acct1, entries.mid(0, 4), '\x04'));
     QVERIFY2(RestoreStore::decodeTransactions(*t->ctx, summary, &decoded, &error), qPrintable(error));
     QCOMPARE(decoded.size(), 10000);
 }
 
 void tst_RestoreStore::shortRecordReported()
 {
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001")}, '\x01')});
     summary.TotalRecords = 2; // record 3 never arrived
     t->ctx->link.Records[3].clear();
     QVERIFY(!RestoreStore::RestoreData(*t->ctx, summary));
@@ -596,7 +594,7 @@ void tst_RestoreStore::yieldsOnceAtTransaction394()
     };
 
     // Without transaction 394 nothing else runs during the restore.
-    setRecords({UploadRecords::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0189")}, '\x01')});
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000005 16B7 0900 0189")}, '\x01')});
     arm();
     QVERIFY(receive(1, 5));
     QVERIFY(!ran);
@@ -604,7 +602,7 @@ void tst_RestoreStore::yieldsOnceAtTransaction394()
 
     // With it, the message loop runs while decoding, before the rows change.
     summary.UploadBaseName = QStringLiteral("0051611");
-    setRecords({UploadRecords::transactionRecord(
+    setRecords({ReplyBytes::transactionRecord(
         "S", "DD001", acct1, {entryBytes("000005 16B7 0900 018A"), entryBytes("000006 16B7 0901 018B")}, '\x02')});
     arm();
     QVERIFY(receive(2, 11));
@@ -642,7 +640,7 @@ void tst_RestoreStore::historyYearFromOneDigit()
     QFETCH(QString, collectionDate);
     addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
     t->clock.set(QDateTime(receivedOn, QTime(18, 0, 0)));
-    setRecords({UploadRecords::transactionRecord(
+    setRecords({ReplyBytes::transactionRecord(
         "S", "DD001", acct1,
         {entryBytes(QStringLiteral("000005 %1 0900 0001").arg(dayMonthYear).toLatin1().constData())}, '\x01')});
     QVERIFY(receive(1, 5));

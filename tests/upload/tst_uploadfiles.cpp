@@ -1,7 +1,7 @@
+#include "ReplyBytes.h"
 #include "RestoreStore.h"
 #include "TestContext.h"
 #include "UploadFiles.h"
-#include "UploadRecords.h"
 #include "UploadSession.h"
 #include "UploadTestSetup.h"
 
@@ -335,10 +335,10 @@ void tst_UploadFiles::missingBankFolderStillWritesBackupAndCheck()
                                  "AgreedAmount, AgentID, MyDate) VALUES ('S', 'DD001', '000000000000101', 'A', "
                                  "'10', '1', ?, '161107')"),
                   {agent});
-    t->ctx->link.Records[0] = UploadRecords::headerRecord(1, agent.toLatin1());
-    t->ctx->link.Records[1] = UploadRecords::summaryRecord("005", "1611", 1, QByteArray::fromHex("00000005"));
-    t->ctx->link.Records[2] = UploadRecords::transactionRecord("S", "DD001", "000000000000101",
-                                                               {QByteArray::fromHex("000005 16B7 0900 0001")}, '\x01');
+    t->ctx->link.Records[0] = ReplyBytes::headerRecord(1, agent.toLatin1());
+    t->ctx->link.Records[1] = ReplyBytes::summaryRecord("005", "1611", 1, QByteArray::fromHex("00000005"));
+    t->ctx->link.Records[2] = ReplyBytes::transactionRecord("S", "DD001", "000000000000101",
+                                                            {QByteArray::fromHex("000005 16B7 0900 0001")}, '\x01');
     summary.TotalRecords = 1;
     summary.TotalTransactions = 1;
     summary.TotalAmountDigits = QStringLiteral("00000005");
@@ -415,11 +415,11 @@ void tst_UploadFiles::backupLine()
 
 void tst_UploadFiles::backupFileHoldsEveryReply()
 {
-    const QByteArray header = UploadRecords::headerRecord(2, agent.toLatin1());
+    const QByteArray header = ReplyBytes::headerRecord(2, agent.toLatin1());
     t->ctx->link.Records[0] = header;
-    t->ctx->link.Records[1] = UploadRecords::summaryRecord("005", "1611", 0, QByteArray(4, '\0'));
-    t->ctx->link.Records[2] = UploadRecords::transactionRecord("S", "DD001", "1", {}, '\x00');
-    t->ctx->link.Records[3] = UploadRecords::transactionRecord("S", "DD001", "2", {}, '\x00');
+    t->ctx->link.Records[1] = ReplyBytes::summaryRecord("005", "1611", 0, QByteArray(4, '\0'));
+    t->ctx->link.Records[2] = ReplyBytes::transactionRecord("S", "DD001", "1", {}, '\x00');
+    t->ctx->link.Records[3] = ReplyBytes::transactionRecord("S", "DD001", "2", {}, '\x00');
     t->ctx->link.Records[4] = "left from an earlier receive";
     summary.TotalRecords = 2;
     const QString existing = t->path(QStringLiteral("BackupData/005_16_11_07.txt"));

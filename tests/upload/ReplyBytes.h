@@ -5,7 +5,7 @@
 
 // Builds the terminal's 137-byte replies byte by byte, as the terminal lays
 // them out, so tests feed the receive side exactly what it would get.
-namespace UploadRecords {
+namespace ReplyBytes {
 
 constexpr int ReplySize = 137;
 
@@ -71,4 +71,4 @@ inline QByteArray summaryRecord(const QByteArray& agent, const QByteArray& ddmm,
     return withCheckByte(reply);
 }
 
-} // namespace UploadRecords
+} // namespace ReplyBytes

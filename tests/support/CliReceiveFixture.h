@@ -1,0 +1,98 @@
+#pragma once
+
+#include "Pty.h"
+#include "SettingsStore.h"
+#include "TestContext.h"
+#include "UploadRecords.h"
+#include "UploadTerminal.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QtTest>
+#include <memory>
+
+// What the tests of 'tonvy-cli receive' share: a fresh data folder that is
+// also the bank folder, the simulated terminal answering on a
+// pseudo-terminal held by the test, the agent's accounts downloaded, and the
+// command run as a separate process while the test keeps answering.
+// A test class derives from it and calls setUp() and tearDown() from its
+// init() and cleanup().
+class CliReceiveFixture
+{
+protected:
+    struct Result
+    {
+        int exitCode = -1;
+        QString out;
+        QString err;
+    };
+
+    QString m_cli = qEnvironmentVariable("TONVY_BIN_DIR") + QStringLiteral("/tonvy-cli");
+    std::unique_ptr<TestContext> t;
+    std::unique_ptr<Pty> pty;
+    std::unique_ptr<UploadTerminal> terminal;
+    TerminalAccounts accounts;
+    UploadRecords records;
+
+    void setUp()
+    {
+        t = std::make_unique<TestContext>();
+        SettingsChange change;
+        change.bankInfoPath = t->dir.path();
+        change.commPort = QStringLiteral("1");
+        SettingsStore::save(t->db, change);
+        pty = std::make_unique<Pty>();
+        QString error;
+        QVERIFY2(pty->open(&error), qPrintable(error));
+        terminal = std::make_unique<UploadTerminal>(pty.get());
+        terminal->attach();
+    }
+
+    void tearDown()
+    {
+        terminal.reset();
+        pty.reset();
+        t.reset();
+    }
+
+    // Three accounts of agent 001 on 16 Nov 2007 with five collections on
+    // the terminal, the accounts stored as a download leaves them.
+    void prepare(const UploadRecords::Options& options = {})
+    {
+        const QDate day(2007, 11, 16);
+        accounts = UploadRecords::sampleAccounts(3, day);
+        const QList<Collection> collections = UploadRecords::generate(accounts, 5, day, 11);
+        QString error;
+        QVERIFY2(UploadRecords::build(accounts, collections, options, &records, &error), qPrintable(error));
+        terminal->setRecords(records);
+        for (const TerminalAccount& a : accounts.accounts)
+            t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, "
+                                         "BalAmount, AgreedAmount, AgentID, BranchID, MyDate) "
+                                         "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+                          {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
+                           a.agreedAmount.toInt(), accounts.agentId, accounts.branchId, a.lastTxnDate});
+    }
+
+    // Runs the command while this process keeps answering on the pty.
+    Result receive(const QStringList& options)
+    {
+        QProcess p;
+        p.start(m_cli, QStringList{QStringLiteral("--data-dir"), t->dir.path(), QStringLiteral("--port"),
+                                   pty->devicePath(), QStringLiteral("receive")} +
+                           options);
+        Result r;
+        if (!p.waitForStarted())
+            return r;
+        QElapsedTimer clock;
+        clock.start();
+        while (p.state() != QProcess::NotRunning && clock.elapsed() < 30000) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            p.waitForFinished(5);
+        }
+        QCoreApplication::processEvents();
+        r.exitCode = p.exitCode();
+        r.out = QString::fromLocal8Bit(p.readAllStandardOutput());
+        r.err = QString::fromLocal8Bit(p.readAllStandardError());
+        return r;
+    }
+};
