@@ -559,16 +559,14 @@ private:
             m_facts.outcome = doneOutcome;
             m_facts.uploadFile = bankFolder ? upload.path : QString();
             PendingOutputs::Receive owed{m_summary.BankAgentId, m_facts.agent, m_facts.date, {}};
+            auto owe = [&](PendingOutputs::Kind kind, const QString& path, const QByteArray& content) {
+                owed.outputs << PendingOutputs::Output{kind, QFileInfo(path).fileName(), content, 0};
+            };
             if (bankFolder)
-                owed.outputs << PendingOutputs::Output{
-                    PendingOutputs::Kind::UploadFile, QFileInfo(upload.path).fileName(), {}, 0};
-            owed.outputs << PendingOutputs::Output{PendingOutputs::Kind::CheckListing,
-                                                   QFileInfo(check.path).fileName(),
-                                                   {},
-                                                   0}
-                         << PendingOutputs::Output{PendingOutputs::Kind::Reconciliation,
-                                                   QFileInfo(reconciliationPath()).fileName(),
-                                                   UploadFiles::fileBytes(Reconciliation::lines(m_facts)), 0};
+                owe(PendingOutputs::Kind::UploadFile, upload.path, {});
+            owe(PendingOutputs::Kind::CheckListing, check.path, {});
+            owe(PendingOutputs::Kind::Reconciliation, reconciliationPath(),
+                UploadFiles::fileBytes(Reconciliation::lines(m_facts)));
             PendingOutputs::mark(db, m_receivedAt, owed);
 
             AuditTrail::record(db, m_receivedAt, AuditTrail::Action::Receive, auditDetails(upload, check));
