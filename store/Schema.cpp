@@ -114,7 +114,7 @@ const QStringList version3 = {
 // then from the stored rows (Content holds a file that is not made from the
 // rows, the reconciliation).
 const QStringList version4 = {
-    QStringLiteral(R"(CREATE TABLE PendingOutputs (
+    QStringLiteral(R"(CREATE TABLE IF NOT EXISTS PendingOutputs (
         Id INTEGER PRIMARY KEY AUTOINCREMENT, AgentID TEXT NOT NULL, Agent TEXT NOT NULL,
         Day TEXT NOT NULL, Kind TEXT NOT NULL, FileName TEXT NOT NULL, Content BLOB,
         RecordedAt TEXT NOT NULL))"),
