@@ -1,7 +1,10 @@
 #include "DesktopScreens.h"
 
 #include "AdminScreens.h"
+#include "AppContext.h"
 #include "ScreenRegistry.h"
+#include "StartupOutputs.h"
+#include "frmMain.h"
 #include "frmReceive.h"
 #include "frmReport.h"
 #include "frmsend.h"
@@ -13,4 +16,10 @@ void registerDesktopScreens(ScreenRegistry& registry)
     registry.add(Screen::Receive, [](AppContext& ctx) -> QWidget* { return new frmReceive(ctx); });
     registry.add(Screen::Send, [](AppContext& ctx) -> QWidget* { return new frmsend(ctx); });
     registry.add(Screen::Report, [](AppContext& ctx) -> QWidget* { return new frmReport(ctx); });
+}
+
+void startDesktop(frmMain& menu, AppContext& ctx)
+{
+    menu.Form_Load();
+    Startup::completePendingOutputs(ctx, ctx.messenger());
 }

@@ -77,7 +77,7 @@ int main(int argc, char* argv[])
         QObject::connect(&menu, &frmMain::programEnded, &app, &QCoreApplication::quit, Qt::QueuedConnection);
         QApplication::setQuitOnLastWindowClosed(false);
         menu.show();
-        menu.Form_Load();
+        startDesktop(menu, ctx);
         return app.exec();
     } catch (const StoreError& e) {
         std::fprintf(stderr, "%s\n", qPrintable(e.message()));

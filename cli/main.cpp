@@ -6,6 +6,7 @@
 #include "SharedDatabase.h"
 #include "Startup.h"
 #include "StartupOptions.h"
+#include "StartupOutputs.h"
 #include "StoreError.h"
 
 #include <QCoreApplication>
@@ -145,6 +146,8 @@ int main(int argc, char* argv[])
             return CliExit::Failure;
         }
         ctx.settings.load(db);
+        if (!Startup::completePendingOutputs(ctx, messenger))
+            return CliExit::Failure;
 
         CliRun run{ctx, messenger, parser, positional};
         return command->run(run);

@@ -107,6 +107,19 @@ const QStringList version3 = {
         BEGIN SELECT RAISE(ABORT, 'the audit trail cannot be changed'); END)"),
 };
 
+// Version 4: the files a receive still owes. A receive records here, in the
+// transaction that replaces its rows, the files it derives from them; the
+// marks are removed once the files are in place. A mark still present at the
+// next start means the program stopped in between: the files are written
+// then from the stored rows (Content holds a file that is not made from the
+// rows, the reconciliation).
+const QStringList version4 = {
+    QStringLiteral(R"(CREATE TABLE IF NOT EXISTS PendingOutputs (
+        Id INTEGER PRIMARY KEY AUTOINCREMENT, AgentID TEXT NOT NULL, Agent TEXT NOT NULL,
+        Day TEXT NOT NULL, Kind TEXT NOT NULL, FileName TEXT NOT NULL, Content BLOB,
+        RecordedAt TEXT NOT NULL))"),
+};
+
 bool insertPasswordRow(QSqlDatabase& db, QString* error)
 {
     QSqlQuery q(db);
@@ -149,6 +162,8 @@ bool ensure(QSqlDatabase db, QString* error)
         ok = run(db, version2, error);
     if (ok && version < 3)
         ok = run(db, version3, error);
+    if (ok && version < 4)
+        ok = run(db, version4, error);
     if (ok)
         ok = run(db, {QStringLiteral("PRAGMA user_version = %1").arg(currentVersion)}, error);
     if (!ok) {

@@ -9,6 +9,7 @@
 #include "LinkCodec.h"
 #include "Messenger.h"
 #include "PathUtil.h"
+#include "PendingOutputs.h"
 #include "Reconciliation.h"
 #include "SharedDatabase.h"
 #include "StoreError.h"
@@ -181,7 +182,14 @@ private:
 // loop) must not start a second one over the same replies.
 bool receiveRunning = false;
 
+AfterCommitHook afterCommitHook;
+
 } // namespace
+
+void setAfterCommitHook(AfterCommitHook hook)
+{
+    afterCommitHook = std::move(hook);
+}
 
 QString decodeAmount(const QByteArray& threeBytes)
 {
@@ -363,8 +371,8 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
         db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingPaise, "
                                   "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) "
                                   "VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
-                   {bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance),
-                    paise(e.amount), e.dateTime, e.transactionNumber, receivedAt});
+                   {bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount),
+                    e.dateTime, e.transactionNumber, receivedAt});
     }
 }
 
@@ -499,8 +507,25 @@ private:
     ReceiveOutcome store(const QList<Entry>& entries)
     {
         SharedDatabase& db = m_ctx.db();
+        // Files an earlier receive of this agent still owes are made from
+        // the rows this one is about to replace: they are written first, or
+        // nothing is replaced.
+        try {
+            const PendingOutputs::Completion earlier = PendingOutputs::complete(m_ctx, m_summary.BankAgentId);
+            if (!earlier.complete())
+                return fail(earlier.problems.join(QLatin1Char(' ')));
+        } catch (const StoreError& e) {
+            return fail(e.message());
+        }
+
         const QString folder = m_ctx.settings.BankInfoPath;
         const bool bankFolder = !folder.isEmpty() && QFileInfo(folder).isDir();
+        const bool accepted = m_accept && !m_facts.check.agrees();
+        // What the reconciliation says once every file is in place.
+        const QString doneOutcome =
+            !bankFolder ? QStringLiteral("stored; no upload file: the bank folder does not exist")
+            : accepted  ? QStringLiteral("accepted by the clerk although it disagrees; stored and written as received")
+                        : QStringLiteral("stored and written; the upload file agrees with the terminal's summary");
         StagedFile upload;
         StagedFile check;
         UploadFiles::UploadLines uploadLines;
@@ -529,6 +554,22 @@ private:
                 !stage(check, UploadFiles::checkLines(db, m_summary.BankAgentId), &why))
                 return QStringLiteral("Cannot write the check listing %1: %2.").arg(check.path, why);
 
+            // The files are owed from the moment the rows are in: should
+            // the program stop before they are renamed into place, the next
+            // start writes them from these rows.
+            m_facts.outcome = doneOutcome;
+            m_facts.uploadFile = bankFolder ? upload.path : QString();
+            PendingOutputs::Receive owed{m_summary.BankAgentId, m_facts.agent, m_facts.date, {}};
+            auto owe = [&](PendingOutputs::Kind kind, const QString& path, const QByteArray& content) {
+                owed.outputs << PendingOutputs::Output{kind, QFileInfo(path).fileName(), content, 0};
+            };
+            if (bankFolder)
+                owe(PendingOutputs::Kind::UploadFile, upload.path, {});
+            owe(PendingOutputs::Kind::CheckListing, check.path, {});
+            owe(PendingOutputs::Kind::Reconciliation, reconciliationPath(),
+                UploadFiles::fileBytes(Reconciliation::lines(m_facts)));
+            PendingOutputs::mark(db, m_receivedAt, owed);
+
             AuditTrail::record(db, m_receivedAt, AuditTrail::Action::Receive, auditDetails(upload, check));
             transaction.commit();
             m_summary.UploadBaseName = base;
@@ -546,9 +587,16 @@ private:
             return fail(failure);
         }
         m_out.result =
-            m_accept && !m_facts.check.agrees()
-                ? ReceiveOutcome::Result::Accepted
-                : (bankFolder ? ReceiveOutcome::Result::Stored : ReceiveOutcome::Result::StoredWithoutBankFolder);
+            accepted ? ReceiveOutcome::Result::Accepted
+                     : (bankFolder ? ReceiveOutcome::Result::Stored : ReceiveOutcome::Result::StoredWithoutBankFolder);
+        if (afterCommitHook && !afterCommitHook()) {
+            // Stopped as by a power cut: the rows are in, the files owed.
+            upload.file.reset();
+            check.file.reset();
+            m_out.result = ReceiveOutcome::Result::Failed;
+            m_out.problems = {QStringLiteral("stopped after the rows were stored")};
+            return m_out;
+        }
 
         // The rows are in: rename the files into place.
         if (bankFolder) {
@@ -556,21 +604,24 @@ private:
                 m_out.result = ReceiveOutcome::Result::Failed;
                 m_out.messages << critical(
                     QStringLiteral("The collections were stored, but the upload file %1 could not be written: %2. "
-                                   "Receive again once the bank folder can be written to.")
+                                   "Once the bank folder can be written to, start the program again or run any "
+                                   "tonvy-cli command: the file is written then from the stored collections.")
                         .arg(upload.path, upload.file->errorString()));
                 finish(QStringLiteral("stored, but the upload file could not be written"));
                 return m_out;
             }
             m_out.uploadFile = upload.path;
         }
-        if (!check.file->commit())
+        const bool checkWritten = check.file->commit();
+        if (!checkWritten)
             m_out.messages << critical(
                 QStringLiteral("Cannot write the check listing %1: %2").arg(check.path, check.file->errorString()));
         DurableFile::syncFoldersOf({m_out.uploadFile, check.path});
 
         if (!bankFolder) {
             m_out.messages << SessionMessage{UploadFiles::missingBankFolderText(), SessionMessage::Icon::None};
-            finish(QStringLiteral("stored; no upload file: the bank folder does not exist"));
+            finish(doneOutcome);
+            settle(checkWritten);
             return m_out;
         }
         // The original's own check, on the file as written.
@@ -578,13 +629,37 @@ private:
             m_out.messages << SessionMessage{UploadFiles::uploadCompletedText(), SessionMessage::Icon::Information};
         else
             m_out.messages << critical(UploadFiles::uploadProblemText());
-        if (m_out.result == ReceiveOutcome::Result::Accepted) {
+        if (m_out.result == ReceiveOutcome::Result::Accepted)
             m_out.problems = m_facts.check.problems;
-            finish(QStringLiteral("accepted by the clerk although it disagrees; stored and written as received"));
-        } else {
-            finish(QStringLiteral("stored and written; the upload file agrees with the terminal's summary"));
-        }
+        finish(doneOutcome);
+        settle(checkWritten);
         return m_out;
+    }
+
+    // Every file in place: the receive owes nothing more. A file that is
+    // not keeps the marks, and the next start writes what is owed.
+    void settle(bool checkWritten)
+    {
+        if (!checkWritten || m_out.reconciliationFile.isEmpty())
+            return;
+        try {
+            PendingOutputs::clear(m_ctx.db(), m_summary.BankAgentId);
+        } catch (const StoreError&) {
+            // The files are in place; the next start writes them once more,
+            // the same bytes, and clears the marks then.
+        }
+    }
+
+    // The reconciliation is named after the backup dump, so each receive
+    // keeps its own.
+    QString reconciliationPath()
+    {
+        if (m_reconciliationPath.isEmpty()) {
+            const QString dump =
+                m_out.backupFile.isEmpty() ? UploadFiles::backupPath(m_ctx, m_summary) : m_out.backupFile;
+            m_reconciliationPath = dump.left(dump.size() - 4) + QStringLiteral("Reconciliation.txt");
+        }
+        return m_reconciliationPath;
     }
 
     QString auditDetails(const StagedFile& upload, const StagedFile& check) const
@@ -620,9 +695,7 @@ private:
         m_facts.uploadFile = m_out.uploadFile;
         m_out.reconciliation = Reconciliation::lines(m_facts);
 
-        // Named after the backup dump, so each receive keeps its own.
-        const QString dump = m_out.backupFile.isEmpty() ? UploadFiles::backupPath(m_ctx, m_summary) : m_out.backupFile;
-        const QString path = dump.left(dump.size() - 4) + QStringLiteral("Reconciliation.txt");
+        const QString path = reconciliationPath();
         QString why;
         const std::unique_ptr<QSaveFile> file = UploadFiles::makeSaveFile(path);
         if (UploadFiles::ensureFolder(UploadFiles::backupFolder(m_ctx), &why) &&
@@ -657,6 +730,7 @@ private:
     const QDateTime m_receivedAt;
     ReceiveOutcome m_out;
     Reconciliation::Facts m_facts;
+    QString m_reconciliationPath;
 };
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <functional>
 
 class AppContext;
 class Messenger;
@@ -126,11 +127,23 @@ void storeRows(SharedDatabase& db, const QDateTime& receivedAt, const QString& b
 //  4. otherwise the rows are replaced and the upload file and check listing
 //     written in one step: the files are written to temporary copies before
 //     the rows are committed, and renamed into place after, so a full disk
-//     or a failed commit leaves rows and files as they were;
+//     or a failed commit leaves rows and files as they were; the same
+//     transaction records the files as owed (PendingOutputs), and the marks
+//     go once the last file is in place. Files an earlier receive of the
+//     agent still owes are written first (Failed, nothing replaced, when
+//     they cannot be);
 //  5. the reconciliation is written beside the check listing and the
 //     outcome appended to the audit trail.
 // Shows nothing itself: the messages are in the outcome.
 ReceiveOutcome processReceive(AppContext& ctx, UploadSummary& summary, bool acceptMismatch = false);
+
+// Test seam: called once the rows of a receive are committed, before its
+// first file is renamed into place. Returning false stops the receive right
+// there, as a power cut would: the staged copies are dropped, nothing else
+// is written and the files stay owed (PendingOutputs). An empty function
+// (the default) removes the hook.
+using AfterCommitHook = std::function<bool()>;
+void setAfterCommitHook(AfterCommitHook hook);
 
 // Shows the outcome's messages in order (the bank-folder message as a plain
 // box, as the original showed it).

@@ -236,7 +236,15 @@ QString backupLine(int lineNumber, int recordIndex, const QByteArray& reply)
            QString::fromLatin1(reply.toHex(' ').toUpper()) + QStringLiteral("  ") + text;
 }
 
-bool stageLines(QSaveFile& file, const QStringList& lines, QByteArray* bytes, QString* error)
+QByteArray fileBytes(const QStringList& lines)
+{
+    QByteArray all;
+    for (const QString& line : lines)
+        all += line.toLatin1() + "\r\n";
+    return all;
+}
+
+bool stageBytes(QSaveFile& file, const QByteArray& bytes, QString* error)
 {
     auto fail = [&](int savedErrno) {
         if (error)
@@ -251,25 +259,30 @@ bool stageLines(QSaveFile& file, const QStringList& lines, QByteArray* bytes, QS
     errno = 0;
     if (!file.open(QIODevice::WriteOnly))
         return fail(errno);
-    QByteArray all;
-    for (const QString& line : lines)
-        all += line.toLatin1() + "\r\n";
     errno = 0;
-    if (file.write(all) != all.size())
+    if (file.write(bytes) != bytes.size())
         return fail(errno);
     // Push the bytes to the disk now, so that a full disk shows here and
     // not when the file is renamed into place.
     errno = 0;
     if (!file.flush())
         return fail(errno);
+    return true;
+}
+
+bool stageLines(QSaveFile& file, const QStringList& lines, QByteArray* bytes, QString* error)
+{
+    const QByteArray all = fileBytes(lines);
+    if (!stageBytes(file, all, error))
+        return false;
     if (bytes)
         *bytes = all;
     return true;
 }
 
-bool saveLines(QSaveFile& file, const QStringList& lines, QString* error)
+bool saveBytes(QSaveFile& file, const QByteArray& bytes, QString* error)
 {
-    if (!stageLines(file, lines, nullptr, error))
+    if (!stageBytes(file, bytes, error))
         return false;
     errno = 0;
     if (!file.commit()) {
@@ -279,6 +292,11 @@ bool saveLines(QSaveFile& file, const QStringList& lines, QString* error)
     }
     DurableFile::syncFolderOf(file.fileName());
     return true;
+}
+
+bool saveLines(QSaveFile& file, const QStringList& lines, QString* error)
+{
+    return saveBytes(file, fileBytes(lines), error);
 }
 
 bool CreateFlatFile(AppContext& ctx, UploadSummary& summary)

@@ -82,6 +82,11 @@ QString uploadFilePath(const QString& bankInfoPath, const QString& uploadName);
 // the reply's printable characters.
 QString backupLine(int lineNumber, int recordIndex, const QByteArray& reply);
 
+// The bytes of a file of lines: each line in Latin-1 followed by CR LF. Every
+// file of a receive is made of these bytes, whether the receive writes it or
+// a later start completes it.
+QByteArray fileBytes(const QStringList& lines);
+
 // Writes the lines (Latin-1, CR LF after each) and commits; on any failure
 // the file under the final name is left as it was and *error says why.
 bool saveLines(QSaveFile& file, const QStringList& lines, QString* error);
@@ -91,6 +96,10 @@ bool saveLines(QSaveFile& file, const QStringList& lines, QString* error);
 // else has succeeded; *bytes receives what was written. On failure the
 // temporary copy is removed and *error gives the real cause.
 bool stageLines(QSaveFile& file, const QStringList& lines, QByteArray* bytes, QString* error);
+
+// stageLines and saveLines for bytes already made.
+bool stageBytes(QSaveFile& file, const QByteArray& bytes, QString* error);
+bool saveBytes(QSaveFile& file, const QByteArray& bytes, QString* error);
 
 // Makes the folder (and its parents) when missing; false with the cause.
 bool ensureFolder(const QString& folder, QString* error);
