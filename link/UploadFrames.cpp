@@ -51,4 +51,14 @@ bool plausibleSummary(const QByteArray& reply)
     return QDate(2000, ddmm.mid(2, 2).toInt(), ddmm.left(2).toInt()).isValid();
 }
 
+bool namesNoAccount(const QByteArray& reply)
+{
+    if (reply.size() < ReplySize)
+        return true;
+    for (char c : reply.mid(15, 15))
+        if (c != ' ' && c != '\0')
+            return false;
+    return true;
+}
+
 } // namespace UploadFrames

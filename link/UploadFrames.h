@@ -32,4 +32,9 @@ QByteArray content(const QByteArray& reply);
 // month. A transaction record in its place reads as neither.
 bool plausibleSummary(const QByteArray& reply);
 
+// A transaction record whose account number (bytes 16 to 30) is all blanks
+// or zero bytes: what the terminal answers for a record beyond its last. A
+// reply shorter than 137 bytes names no account either.
+bool namesNoAccount(const QByteArray& reply);
+
 } // namespace UploadFrames

@@ -424,6 +424,8 @@ void UploadSession::clearMatching()
 {
     m_disputed = -1;
     m_candidate.clear();
+    m_unconfirmed = -1;
+    m_unconfirmedContent.clear();
     m_duplicateFor = -1;
     m_duplicateOf = -1;
     m_duplicateCount = 0;
@@ -505,6 +507,21 @@ bool UploadSession::matchReply(int n, const QByteArray& reply)
             return false;
         }
         m_timer1.start();
+        return false;
+    }
+    if (n >= 2 && UploadFrames::namesNoAccount(reply)) {
+        // What the terminal answers for a record beyond its last. A request
+        // whose number was damaged on the line gets it too, and kept here it
+        // would lose this record's collections without a trace (it appears
+        // nowhere else). Asked again: the same answer twice in a row is taken.
+        if (m_unconfirmed == n && m_unconfirmedContent == content) {
+            m_unconfirmed = -1;
+            m_unconfirmedContent.clear();
+            return true;
+        }
+        m_unconfirmed = n;
+        m_unconfirmedContent = content;
+        FourthProtocol();
         return false;
     }
     return true;

@@ -171,6 +171,10 @@ private:
     // answer that comes twice in a row wins.
     int m_disputed = -1;
     QByteArray m_candidate;
+    // A record that names no account, taken only when asked again it comes
+    // again.
+    int m_unconfirmed = -1;
+    QByteArray m_unconfirmedContent;
     // A fresh request answered with a record kept at another index.
     int m_duplicateFor = -1;
     int m_duplicateOf = -1;

@@ -29,7 +29,13 @@ int UploadTerminal::frameLength(const QByteArray& bytes)
         return -1;
     if (bytes.size() < 7)
         return 0;
-    const int length = 7 + static_cast<unsigned char>(bytes.at(5)) * 256 + static_cast<unsigned char>(bytes.at(6));
+    const int following = static_cast<unsigned char>(bytes.at(5)) * 256 + static_cast<unsigned char>(bytes.at(6));
+    // The PC sends requests (3 bytes follow) and the end frame (7). Any other
+    // length is a damaged byte: waiting for that many bytes would leave the
+    // terminal deaf for good, so it is not taken for a frame head.
+    if (following != 3 && following != 7)
+        return -1;
+    const int length = 7 + following;
     return bytes.size() >= length ? length : 0;
 }
 
@@ -51,6 +57,15 @@ void UploadTerminal::receive(const QByteArray& bytes)
         }
         if (length == 0)
             return;
+        const qsizetype inner = m_input.indexOf(frameHead, 1);
+        if (inner > 0 && inner < length) {
+            // A frame that lost bytes on the way runs into the next one:
+            // its record number would be a matter of luck. Dropped.
+            emit note(QStringLiteral("dropped a frame cut short by the next one: %1")
+                          .arg(LinkTrace::hex(m_input.left(inner))));
+            m_input.remove(0, inner);
+            continue;
+        }
         const QByteArray frame = m_input.left(length);
         m_input.remove(0, length);
         if (isUploadFrame(frame))

@@ -62,7 +62,8 @@ public:
     // A frame head 01 FF 10 F0 with the upload command byte.
     static bool isUploadFrame(const QByteArray& frame);
     // The length of the complete frame at the start of bytes, 0 while more
-    // is needed, -1 when bytes do not start with a frame head.
+    // is needed, -1 when bytes do not start with a frame head or its length
+    // bytes are neither a request's nor the end frame's.
     static int frameLength(const QByteArray& bytes);
 
     const QList<int>& requests() const { return m_requests; }

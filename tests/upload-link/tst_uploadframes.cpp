@@ -78,6 +78,23 @@ private slots:
         QCOMPARE(UploadFrames::plausibleSummary(replyWith(10, agentDdmm)), plausible);
         QVERIFY(!UploadFrames::plausibleSummary(replyWith(10, agentDdmm).left(100)));
     }
+
+    void namesNoAccount_data()
+    {
+        QTest::addColumn<QByteArray>("reply");
+        QTest::addColumn<bool>("none");
+        QTest::newRow("account 000000000012345") << replyWith(16, "000000000012345") << false;
+        QTest::newRow("one character at byte 30") << replyWith(30, "7") << false;
+        QTest::newRow("blanks") << replyWith(10, "1DD001") << true;
+        QTest::newRow("zero bytes") << replyWith(16, QByteArray(15, '\0')) << true;
+        QTest::newRow("short reply") << replyWith(16, "000000000012345").left(100) << true;
+    }
+    void namesNoAccount()
+    {
+        QFETCH(QByteArray, reply);
+        QFETCH(bool, none);
+        QCOMPARE(UploadFrames::namesNoAccount(reply), none);
+    }
 };
 
 QTEST_GUILESS_MAIN(tst_UploadFrames)

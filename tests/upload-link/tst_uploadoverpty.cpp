@@ -266,12 +266,20 @@ private slots:
         QTest::newRow("3 read as 7") << 3 << 7;
         QTest::newRow("2 read as 1") << 2 << 1;
         QTest::newRow("1 read as 3") << 1 << 3;
+        // Beyond the last record the terminal answers a record that names no
+        // account and holds no collection: kept in the place asked for, a
+        // collection would be lost (-1: the last record).
+        QTest::newRow("4 read as 300, beyond the last") << 4 << 300;
+        QTest::newRow("3 read as 1027, beyond the last") << 3 << 1027;
+        QTest::newRow("the last read as 300") << -1 << 300;
     }
     void requestAnsweredWithAnotherRecord()
     {
         QFETCH(int, asked);
         QFETCH(int, answered);
         start(12, 60);
+        if (asked < 0)
+            asked = r->records.recordCount() + 1;
         r->terminal->faults().misreadRecord = asked;
         r->terminal->faults().misreadAs = answered;
         receiveAndCheck(15000);

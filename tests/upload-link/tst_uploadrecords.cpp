@@ -199,6 +199,45 @@ private slots:
         QCOMPARE(UploadTerminal::frameLength(UploadFrames::end()), 14);
         QCOMPARE(UploadTerminal::frameLength("\x02xyz"), -1);
         QVERIFY(UploadTerminal::isUploadFrame(request));
+        // A damaged length byte is not a frame head to wait on.
+        QByteArray damaged = request;
+        damaged[5] = '\x40';
+        QCOMPARE(UploadTerminal::frameLength(damaged), -1);
+        damaged = request;
+        damaged[6] = '\x05';
+        QCOMPARE(UploadTerminal::frameLength(damaged), -1);
+    }
+
+    // Line noise that hits a request's length or cuts it short must not
+    // leave the terminal waiting for bytes that never come: the next good
+    // request is answered.
+    void terminalSurvivesDamagedRequests_data()
+    {
+        QTest::addColumn<QByteArray>("damaged");
+        QByteArray highLength = UploadFrames::request(0, 2);
+        highLength[5] = '\xE3';
+        QByteArray longer = UploadFrames::request(0, 2);
+        longer[6] = '\x09';
+        QTest::newRow("length of 58,000 bytes") << highLength;
+        QTest::newRow("length of 9 bytes") << longer;
+        QTest::newRow("request cut short") << UploadFrames::request(0, 2).left(8);
+    }
+    void terminalSurvivesDamagedRequests()
+    {
+        QFETCH(QByteArray, damaged);
+        Pty pty;
+        QString error;
+        QVERIFY2(pty.open(&error), qPrintable(error));
+        UploadTerminal terminal(&pty);
+        UploadRecords r;
+        const QList<Collection> list = {
+            {QStringLiteral("000000000012345"), 99, QDateTime(QDate(2007, 11, 16), QTime(9, 0)), 1}};
+        QVERIFY(UploadRecords::build(twoAccounts(), list, {}, &r, &error));
+        terminal.setRecords(r);
+        terminal.receive(damaged);
+        terminal.receive(UploadFrames::request(0, 1));
+        QCOMPARE(terminal.requests(), (QList<int>{1}));
+        QCOMPARE(terminal.repliesSent(), 1);
     }
 
     void terminalAnswersRequestsAndCountsOver()
