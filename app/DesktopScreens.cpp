@@ -1,10 +1,10 @@
-#include "DesktopScreens.h"
+#include "app/DesktopScreens.h"
 
-#include "AdminScreens.h"
-#include "ScreenRegistry.h"
-#include "frmReceive.h"
-#include "frmReport.h"
-#include "frmsend.h"
+#include "admin/AdminScreens.h"
+#include "app/ScreenRegistry.h"
+#include "download/frmsend.h"
+#include "reports/frmReport.h"
+#include "upload/frmReceive.h"
 
 void registerDesktopScreens(ScreenRegistry& registry)
 {

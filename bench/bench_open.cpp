@@ -3,7 +3,7 @@
 //
 //   bench_open [agents] [collections-a-day] [years]   (default 20 100 5)
 
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
 
 #include <QCoreApplication>
 #include <QDate>

@@ -10,12 +10,12 @@
 // --timeout-ms shortens the response time-out (1000 ms on the real screen)
 // and the header wait with it, for a quicker run.
 
-#include "Clock.h"
-#include "DownloadSession.h"
-#include "DownloadTerminal.h"
-#include "LineRelay.h"
-#include "LinkPort.h"
-#include "TerminalAccounts.h"
+#include "base/Clock.h"
+#include "bench/LineRelay.h"
+#include "link/DownloadSession.h"
+#include "link/LinkPort.h"
+#include "terminal/DownloadTerminal.h"
+#include "terminal/TerminalAccounts.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

@@ -1,8 +1,8 @@
-#include "AuditCommand.h"
+#include "cli/AuditCommand.h"
 
-#include "AppContext.h"
-#include "AuditTrail.h"
-#include "ConsoleMessenger.h"
+#include "app/AppContext.h"
+#include "cli/ConsoleMessenger.h"
+#include "store/AuditTrail.h"
 
 #include <QDate>
 #include <QSaveFile>

@@ -1,8 +1,8 @@
-#include "ReportData.h"
+#include "reports/ReportData.h"
 
-#include "KeyCheck.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "store/KeyCheck.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QLocale>
 #include <QSqlError>

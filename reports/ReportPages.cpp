@@ -1,9 +1,9 @@
-#include "ReportPages.h"
+#include "reports/ReportPages.h"
 
-#include "ReportFonts.h"
-#include "ReportRenderer.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "reports/ReportFonts.h"
+#include "reports/ReportRenderer.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QLocale>
 #include <QPageLayout>

@@ -1,10 +1,10 @@
-#include "ReportPreview.h"
+#include "reports/ReportPreview.h"
 
-#include "AppContext.h"
-#include "ColourButton.h"
-#include "ReportRenderer.h"
-#include "ScreenParts.h"
-#include "StoreError.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/ScreenParts.h"
+#include "reports/ReportRenderer.h"
+#include "store/StoreError.h"
 
 #include <QCloseEvent>
 #include <QDir>

@@ -1,7 +1,7 @@
-#include "ReportRenderer.h"
+#include "reports/ReportRenderer.h"
 
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QLocale>
 #include <QPdfWriter>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ReportPreview.h"
-#include "ReportRenderer.h"
+#include "reports/ReportPreview.h"
+#include "reports/ReportRenderer.h"
 
 #include <QPointer>
 #include <QWidget>

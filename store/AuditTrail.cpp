@@ -1,7 +1,8 @@
-#include "AuditTrail.h"
+#include "store/AuditTrail.h"
 
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "base/Version.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -133,11 +134,6 @@ QString osUser()
             return value;
     }
     return QStringLiteral("unknown");
-}
-
-QString programVersion()
-{
-    return QStringLiteral(TONVY_VERSION);
 }
 
 QString sha256(const QByteArray& bytes)

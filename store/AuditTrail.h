@@ -51,8 +51,6 @@ QByteArray toCsv(const QList<Event>& events);
 
 // The login name of the operating-system user running the program.
 QString osUser();
-// The program version written with each event.
-QString programVersion();
 
 // SHA-256 of bytes, in lower-case hex.
 QString sha256(const QByteArray& bytes);

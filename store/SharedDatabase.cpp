@@ -1,8 +1,8 @@
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
 
-#include "Clock.h"
-#include "Schema.h"
-#include "StoreError.h"
+#include "base/Clock.h"
+#include "store/Schema.h"
+#include "store/StoreError.h"
 
 #include <QAtomicInt>
 #include <QFile>

@@ -1,6 +1,6 @@
-#include "SharedRecordset.h"
+#include "store/SharedRecordset.h"
 
-#include "StoreError.h"
+#include "store/StoreError.h"
 
 #include <QRegularExpression>
 #include <QSqlError>

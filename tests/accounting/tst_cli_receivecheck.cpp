@@ -1,9 +1,9 @@
-#include "AuditTrail.h"
-#include "Pty.h"
-#include "SettingsStore.h"
-#include "TestContext.h"
-#include "UploadRecords.h"
-#include "UploadTerminal.h"
+#include "store/AuditTrail.h"
+#include "store/SettingsStore.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadRecords.h"
+#include "terminal/UploadTerminal.h"
+#include "tests/support/TestContext.h"
 
 #include <QProcess>
 #include <QSqlQuery>

@@ -1,13 +1,13 @@
-#include "ColourButton.h"
-#include "FakeChannel.h"
-#include "LinkChannel.h"
-#include "Pty.h"
-#include "ReceiveFlow.h"
-#include "TestContext.h"
-#include "UploadFrames.h"
-#include "UploadSession.h"
-#include "UploadTerminal.h"
-#include "frmReceive.h"
+#include "app/ColourButton.h"
+#include "link/LinkChannel.h"
+#include "link/UploadFrames.h"
+#include "link/UploadSession.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadTerminal.h"
+#include "tests/support/FakeChannel.h"
+#include "tests/support/TestContext.h"
+#include "upload/ReceiveFlow.h"
+#include "upload/frmReceive.h"
 
 #include <QApplication>
 #include <QFile>

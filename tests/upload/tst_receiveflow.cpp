@@ -1,8 +1,8 @@
-#include "FakeChannel.h"
-#include "ReceiveFlow.h"
-#include "TestContext.h"
-#include "UploadFrames.h"
-#include "UploadRecords.h"
+#include "link/UploadFrames.h"
+#include "tests/support/FakeChannel.h"
+#include "tests/support/TestContext.h"
+#include "tests/upload/UploadRecords.h"
+#include "upload/ReceiveFlow.h"
 
 #include <QSignalSpy>
 #include <QSqlQuery>

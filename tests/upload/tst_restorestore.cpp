@@ -1,9 +1,9 @@
-#include "RestoreStore.h"
-#include "StoreError.h"
-#include "TestContext.h"
-#include "UploadRecords.h"
-#include "UploadSession.h"
-#include "UploadTestSetup.h"
+#include "link/UploadSession.h"
+#include "store/StoreError.h"
+#include "tests/support/TestContext.h"
+#include "tests/upload/UploadRecords.h"
+#include "tests/upload/UploadTestSetup.h"
+#include "upload/RestoreStore.h"
 
 #include <QFile>
 #include <QSqlQuery>
