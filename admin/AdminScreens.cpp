@@ -1,9 +1,9 @@
-#include "AdminScreens.h"
+#include "admin/AdminScreens.h"
 
-#include "ScreenRegistry.h"
-#include "frmConfigure.h"
-#include "frmDrive.h"
-#include "frmPassword.h"
+#include "admin/frmConfigure.h"
+#include "admin/frmDrive.h"
+#include "admin/frmPassword.h"
+#include "app/ScreenRegistry.h"
 
 void registerAdminScreens(ScreenRegistry& registry)
 {

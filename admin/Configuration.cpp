@@ -1,10 +1,10 @@
-#include "Configuration.h"
+#include "admin/Configuration.h"
 
-#include "AppSettings.h"
-#include "EntryLimits.h"
-#include "PortResolver.h"
-#include "SettingsStore.h"
-#include "SharedDatabase.h"
+#include "download/EntryLimits.h"
+#include "link/PortResolver.h"
+#include "store/AppSettings.h"
+#include "store/SettingsStore.h"
+#include "store/SharedDatabase.h"
 
 namespace Configuration {
 

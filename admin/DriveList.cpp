@@ -1,4 +1,4 @@
-#include "DriveList.h"
+#include "admin/DriveList.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,8 +1,8 @@
-#include "FolderSelection.h"
+#include "admin/FolderSelection.h"
 
-#include "AppSettings.h"
-#include "SettingsStore.h"
-#include "SharedDatabase.h"
+#include "store/AppSettings.h"
+#include "store/SettingsStore.h"
+#include "store/SharedDatabase.h"
 
 #include <QFileInfo>
 

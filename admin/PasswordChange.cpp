@@ -1,6 +1,6 @@
-#include "PasswordChange.h"
+#include "admin/PasswordChange.h"
 
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
 
 PasswordChange::Selection PasswordChange::Selection::of(PasswordKind kind)
 {

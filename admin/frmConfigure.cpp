@@ -1,14 +1,14 @@
-#include "frmConfigure.h"
+#include "admin/frmConfigure.h"
 
-#include "AppContext.h"
-#include "ColourButton.h"
-#include "Configuration.h"
-#include "EntryLimits.h"
-#include "KeyHook.h"
-#include "Messenger.h"
-#include "ScreenParts.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "admin/Configuration.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/KeyHook.h"
+#include "app/ScreenParts.h"
+#include "base/Messenger.h"
+#include "download/EntryLimits.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QComboBox>
 #include <QFrame>

@@ -1,11 +1,11 @@
-#include "frmDrive.h"
+#include "admin/frmDrive.h"
 
-#include "AppContext.h"
-#include "ColourButton.h"
-#include "ScreenParts.h"
-#include "FocusInHook.h"
-#include "Messenger.h"
-#include "StoreError.h"
+#include "admin/FocusInHook.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/ScreenParts.h"
+#include "base/Messenger.h"
+#include "store/StoreError.h"
 
 #include <QComboBox>
 #include <QDir>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "DriveList.h"
-#include "FolderSelection.h"
+#include "admin/DriveList.h"
+#include "admin/FolderSelection.h"
 
 #include <QWidget>
 

@@ -1,12 +1,12 @@
-#include "frmPassword.h"
+#include "admin/frmPassword.h"
 
-#include "AppContext.h"
-#include "ColourButton.h"
-#include "ScreenParts.h"
-#include "FocusInHook.h"
-#include "KeyHook.h"
-#include "Messenger.h"
-#include "StoreError.h"
+#include "admin/FocusInHook.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/KeyHook.h"
+#include "app/ScreenParts.h"
+#include "base/Messenger.h"
+#include "store/StoreError.h"
 
 #include <QFrame>
 #include <QGridLayout>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PasswordChange.h"
+#include "admin/PasswordChange.h"
 
 #include <QWidget>
 

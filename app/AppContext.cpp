@@ -1,8 +1,8 @@
-#include "AppContext.h"
+#include "app/AppContext.h"
 
-#include "PathUtil.h"
-#include "SharedDatabase.h"
-#include "PortResolver.h"
+#include "base/PathUtil.h"
+#include "link/PortResolver.h"
+#include "store/SharedDatabase.h"
 
 AppContext::AppContext(SharedDatabase& db, Messenger& messenger, Clock& clock)
     : link(m_port.state()), m_db(db), m_messenger(messenger), m_clock(clock)

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "AppSettings.h"
-#include "LinkChannel.h"
-#include "LinkPort.h"
-#include "LinkState.h"
-#include "LinkTrace.h"
+#include "link/LinkChannel.h"
+#include "link/LinkPort.h"
+#include "link/LinkState.h"
+#include "link/LinkTrace.h"
+#include "store/AppSettings.h"
 
 #include <QString>
 #include <functional>

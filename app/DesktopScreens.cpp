@@ -1,13 +1,13 @@
-#include "DesktopScreens.h"
+#include "app/DesktopScreens.h"
 
-#include "AdminScreens.h"
-#include "AppContext.h"
-#include "ScreenRegistry.h"
-#include "StartupOutputs.h"
-#include "frmMain.h"
-#include "frmReceive.h"
-#include "frmReport.h"
-#include "frmsend.h"
+#include "admin/AdminScreens.h"
+#include "app/AppContext.h"
+#include "app/ScreenRegistry.h"
+#include "app/StartupOutputs.h"
+#include "app/frmMain.h"
+#include "download/frmsend.h"
+#include "reports/frmReport.h"
+#include "upload/frmReceive.h"
 
 void registerDesktopScreens(ScreenRegistry& registry)
 {

@@ -1,4 +1,4 @@
-#include "MessageBoxMessenger.h"
+#include "app/MessageBoxMessenger.h"
 
 #include <QApplication>
 #include <QMessageBox>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ColourButton.h"
+#include "app/ColourButton.h"
 
 #include <QBoxLayout>
 #include <QHBoxLayout>

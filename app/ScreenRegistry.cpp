@@ -1,4 +1,4 @@
-#include "ScreenRegistry.h"
+#include "app/ScreenRegistry.h"
 
 QWidget* ScreenRegistry::create(Screen screen, AppContext& ctx) const
 {

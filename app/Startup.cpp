@@ -1,9 +1,10 @@
-#include "Startup.h"
+#include "app/Startup.h"
 
-#include "Messenger.h"
-#include "PasswordStore.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "base/Messenger.h"
+#include "base/Version.h"
+#include "store/PasswordStore.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -13,7 +14,7 @@ namespace Startup {
 void nameApplication()
 {
     QCoreApplication::setApplicationName(QStringLiteral("tonvy"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("2.1"));
+    QCoreApplication::setApplicationVersion(programVersion());
 }
 
 bool openDatabase(SharedDatabase& db, const QString& dataDir, Messenger& messenger)

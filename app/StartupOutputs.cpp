@@ -1,8 +1,8 @@
-#include "StartupOutputs.h"
+#include "app/StartupOutputs.h"
 
-#include "Messenger.h"
-#include "PendingOutputs.h"
-#include "StoreError.h"
+#include "base/Messenger.h"
+#include "store/StoreError.h"
+#include "upload/PendingOutputs.h"
 
 namespace Startup {
 

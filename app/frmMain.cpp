@@ -1,11 +1,11 @@
-#include "frmMain.h"
+#include "app/frmMain.h"
 
-#include "AppContext.h"
-#include "ColourButton.h"
-#include "ScreenParts.h"
-#include "Messenger.h"
-#include "StoreError.h"
-#include "frmPassEntry.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/ScreenParts.h"
+#include "app/frmPassEntry.h"
+#include "base/Messenger.h"
+#include "store/StoreError.h"
 
 #include <QCloseEvent>
 #include <QDialog>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ScreenRegistry.h"
+#include "app/ScreenRegistry.h"
 
 #include <QPointer>
 #include <QWidget>
@@ -9,7 +9,7 @@
 class AppContext;
 class ColourButton;
 class QLabel;
-#include "frmPassEntry.h"
+#include "app/frmPassEntry.h"
 
 // The main menu: seven buttons that open the work screens.
 class frmMain : public QWidget

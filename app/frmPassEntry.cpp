@@ -1,13 +1,13 @@
-#include "frmPassEntry.h"
+#include "app/frmPassEntry.h"
 
-#include "AppContext.h"
-#include "AuditTrail.h"
-#include "Clock.h"
-#include "ColourButton.h"
-#include "ScreenParts.h"
-#include "KeyHook.h"
-#include "Messenger.h"
-#include "StoreError.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/KeyHook.h"
+#include "app/ScreenParts.h"
+#include "base/Clock.h"
+#include "base/Messenger.h"
+#include "store/AuditTrail.h"
+#include "store/StoreError.h"
 
 #include <QFrame>
 #include <QGridLayout>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PasswordStore.h"
+#include "store/PasswordStore.h"
 
 #include <QWidget>
 

@@ -1,13 +1,13 @@
-#include "AppContext.h"
-#include "Clock.h"
-#include "DesktopScreens.h"
-#include "MessageBoxMessenger.h"
-#include "ScreenRegistry.h"
-#include "SharedDatabase.h"
-#include "Startup.h"
-#include "StartupOptions.h"
-#include "StoreError.h"
-#include "frmMain.h"
+#include "app/AppContext.h"
+#include "app/DesktopScreens.h"
+#include "app/MessageBoxMessenger.h"
+#include "app/ScreenRegistry.h"
+#include "app/Startup.h"
+#include "app/StartupOptions.h"
+#include "app/frmMain.h"
+#include "base/Clock.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QApplication>
 #include <QCommandLineParser>

@@ -1,4 +1,4 @@
-#include "DurableFile.h"
+#include "base/DurableFile.h"
 
 #include <QFile>
 #include <QFileInfo>

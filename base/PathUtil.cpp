@@ -1,4 +1,4 @@
-#include "PathUtil.h"
+#include "base/PathUtil.h"
 
 #include <QDir>
 

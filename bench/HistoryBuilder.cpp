@@ -1,6 +1,6 @@
-#include "HistoryBuilder.h"
+#include "bench/HistoryBuilder.h"
 
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
 
 #include <QSqlError>
 #include <QSqlQuery>

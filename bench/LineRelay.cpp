@@ -1,4 +1,4 @@
-#include "LineRelay.h"
+#include "bench/LineRelay.h"
 
 LineRelay::LineRelay(quint32 seed, QObject* parent) : QObject(parent), m_random(seed)
 {

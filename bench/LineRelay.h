@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Pty.h"
+#include "terminal/Pty.h"
 
 #include <QByteArray>
 #include <QElapsedTimer>

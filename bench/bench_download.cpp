@@ -4,12 +4,12 @@
 // terminal's bytes paced as on the 19200-baud cable (total time against the
 // time the line itself needs for the bytes exchanged).
 
-#include "Clock.h"
-#include "DownloadSession.h"
-#include "DownloadTerminal.h"
-#include "LinkPort.h"
-#include "Pty.h"
-#include "SerialLink.h"
+#include "base/Clock.h"
+#include "link/DownloadSession.h"
+#include "link/LinkPort.h"
+#include "link/SerialLink.h"
+#include "terminal/DownloadTerminal.h"
+#include "terminal/Pty.h"
 
 #include <QCoreApplication>
 #include <QDir>

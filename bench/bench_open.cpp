@@ -6,10 +6,10 @@
 //   bench_open [--db FILE]     (an existing FILE is used as it stands;
 //                               a missing one is built and kept)
 
-#include "AppSettings.h"
-#include "HistoryBuilder.h"
-#include "PasswordStore.h"
-#include "SharedDatabase.h"
+#include "bench/HistoryBuilder.h"
+#include "store/AppSettings.h"
+#include "store/PasswordStore.h"
+#include "store/SharedDatabase.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -6,10 +6,10 @@
 //   bench_reports [--db FILE]     (an existing FILE is used as it stands;
 //                                  a missing one is built and kept)
 
-#include "HistoryBuilder.h"
-#include "ReportPages.h"
-#include "ReportRenderer.h"
-#include "SharedDatabase.h"
+#include "bench/HistoryBuilder.h"
+#include "reports/ReportPages.h"
+#include "reports/ReportRenderer.h"
+#include "store/SharedDatabase.h"
 
 #include <QDir>
 #include <QElapsedTimer>

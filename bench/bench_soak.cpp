@@ -27,21 +27,21 @@
 // with them, for a quicker run. --clean turns the faults off, which shows
 // that the run's own idea of the truth agrees with a clean exchange.
 
-#include "AppContext.h"
-#include "Clock.h"
-#include "DownloadSession.h"
-#include "DownloadTerminal.h"
-#include "LineRelay.h"
-#include "LinkPort.h"
-#include "Messenger.h"
-#include "ReceiveFlow.h"
-#include "RestoreStore.h"
-#include "SharedDatabase.h"
-#include "TerminalAccounts.h"
-#include "UploadFrames.h"
-#include "UploadRecords.h"
-#include "UploadSession.h"
-#include "UploadTerminal.h"
+#include "app/AppContext.h"
+#include "base/Clock.h"
+#include "base/Messenger.h"
+#include "bench/LineRelay.h"
+#include "link/DownloadSession.h"
+#include "link/LinkPort.h"
+#include "link/UploadFrames.h"
+#include "link/UploadSession.h"
+#include "store/SharedDatabase.h"
+#include "terminal/DownloadTerminal.h"
+#include "terminal/TerminalAccounts.h"
+#include "terminal/UploadRecords.h"
+#include "terminal/UploadTerminal.h"
+#include "upload/ReceiveFlow.h"
+#include "upload/RestoreStore.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

@@ -2,15 +2,15 @@
 // terminal at full speed: how long the exchange takes, and separately how
 // long decoding, storing and writing the three files take.
 
-#include "AppContext.h"
-#include "Clock.h"
-#include "Messenger.h"
-#include "Pty.h"
-#include "ReceiveFlow.h"
-#include "SharedDatabase.h"
-#include "UploadRecords.h"
-#include "UploadSession.h"
-#include "UploadTerminal.h"
+#include "app/AppContext.h"
+#include "base/Clock.h"
+#include "base/Messenger.h"
+#include "link/UploadSession.h"
+#include "store/SharedDatabase.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadRecords.h"
+#include "terminal/UploadTerminal.h"
+#include "upload/ReceiveFlow.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,9 +1,9 @@
-#include "AuditCommand.h"
+#include "cli/AuditCommand.h"
 
-#include "AppContext.h"
-#include "AuditTrail.h"
-#include "ConsoleMessenger.h"
-#include "DurableFile.h"
+#include "app/AppContext.h"
+#include "base/DurableFile.h"
+#include "cli/ConsoleMessenger.h"
+#include "store/AuditTrail.h"
 
 #include <QDate>
 

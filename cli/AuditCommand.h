@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CliCommand.h"
+#include "cli/CliCommand.h"
 
 // tonvy-cli audit [--from YYYY-MM-DD] [--to YYYY-MM-DD] --output FILE.csv
 CliCommand auditCommand();

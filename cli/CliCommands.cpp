@@ -1,10 +1,10 @@
-#include "AuditCommand.h"
-#include "CliCommand.h"
-#include "PasswordCommand.h"
-#include "ReceiveCommand.h"
-#include "ReportCommand.h"
-#include "SendCommand.h"
-#include "SettingsCommand.h"
+#include "cli/AuditCommand.h"
+#include "cli/CliCommand.h"
+#include "cli/PasswordCommand.h"
+#include "cli/ReceiveCommand.h"
+#include "cli/ReportCommand.h"
+#include "cli/SendCommand.h"
+#include "cli/SettingsCommand.h"
 
 QList<CliCommand> allCliCommands()
 {

@@ -1,4 +1,4 @@
-#include "ConsoleMessenger.h"
+#include "cli/ConsoleMessenger.h"
 
 #include <cstdio>
 

@@ -1,8 +1,8 @@
-#include "PasswordCommand.h"
+#include "cli/PasswordCommand.h"
 
-#include "AppContext.h"
-#include "ConsoleMessenger.h"
-#include "PasswordChange.h"
+#include "admin/PasswordChange.h"
+#include "app/AppContext.h"
+#include "cli/ConsoleMessenger.h"
 
 #include <QTextStream>
 #include <cstdio>

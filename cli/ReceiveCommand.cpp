@@ -1,9 +1,9 @@
-#include "ReceiveCommand.h"
+#include "cli/ReceiveCommand.h"
 
-#include "AppContext.h"
-#include "ConsoleMessenger.h"
-#include "ReceiveFlow.h"
-#include "TransferWait.h"
+#include "app/AppContext.h"
+#include "cli/ConsoleMessenger.h"
+#include "cli/TransferWait.h"
+#include "upload/ReceiveFlow.h"
 
 #include <QTimer>
 

@@ -1,9 +1,9 @@
-#include "ReportCommand.h"
+#include "cli/ReportCommand.h"
 
-#include "AppContext.h"
-#include "Clock.h"
-#include "ConsoleMessenger.h"
-#include "ReportRenderer.h"
+#include "app/AppContext.h"
+#include "base/Clock.h"
+#include "cli/ConsoleMessenger.h"
+#include "reports/ReportRenderer.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CliCommand.h"
+#include "cli/CliCommand.h"
 
 // tonvy-cli report daily|agent: writes one of the two collection summaries as
 // PDF or CSV.

@@ -1,9 +1,9 @@
-#include "SendCommand.h"
+#include "cli/SendCommand.h"
 
-#include "AppContext.h"
-#include "ConsoleMessenger.h"
-#include "SendFlow.h"
-#include "TransferWait.h"
+#include "app/AppContext.h"
+#include "cli/ConsoleMessenger.h"
+#include "cli/TransferWait.h"
+#include "download/SendFlow.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #pragma once
 
-#include "CliCommand.h"
+#include "cli/CliCommand.h"
 
 CliCommand sendCommand();

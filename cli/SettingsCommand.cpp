@@ -1,11 +1,11 @@
-#include "SettingsCommand.h"
+#include "cli/SettingsCommand.h"
 
-#include "AppContext.h"
-#include "ConsoleMessenger.h"
-#include "EntryLimits.h"
-#include "SettingsStore.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "app/AppContext.h"
+#include "cli/ConsoleMessenger.h"
+#include "download/EntryLimits.h"
+#include "store/SettingsStore.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
-#include "TransferWait.h"
+#include "cli/TransferWait.h"
 
-#include "CliCommand.h"
-#include "Messenger.h"
+#include "base/Messenger.h"
+#include "cli/CliCommand.h"
 
 #include <QCommandLineParser>
 

@@ -1,13 +1,14 @@
-#include "AppContext.h"
-#include "CliCommand.h"
-#include "Clock.h"
-#include "ConsoleMessenger.h"
-#include "LinkCodec.h"
-#include "SharedDatabase.h"
-#include "Startup.h"
-#include "StartupOptions.h"
-#include "StartupOutputs.h"
-#include "StoreError.h"
+#include "app/AppContext.h"
+#include "app/Startup.h"
+#include "app/StartupOptions.h"
+#include "app/StartupOutputs.h"
+#include "base/Clock.h"
+#include "base/Version.h"
+#include "cli/CliCommand.h"
+#include "cli/ConsoleMessenger.h"
+#include "link/LinkCodec.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -95,7 +96,7 @@ int main(int argc, char* argv[])
 #endif
     const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tonvy-cli"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("2.1"));
+    QCoreApplication::setApplicationVersion(programVersion());
 
     const QList<CliCommand> commands = allCliCommands();
     const QStringList args = QCoreApplication::arguments();

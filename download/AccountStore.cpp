@@ -1,10 +1,10 @@
-#include "AccountStore.h"
+#include "download/AccountStore.h"
 
-#include "AuditTrail.h"
-#include "DownloadFile.h"
-#include "KeyCheck.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "download/DownloadFile.h"
+#include "store/AuditTrail.h"
+#include "store/KeyCheck.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 bool AccountStore::Store_BankData(const DownloadFile& file, const QString& downloadPath, QString* error)
 {

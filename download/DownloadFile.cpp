@@ -1,7 +1,7 @@
-#include "DownloadFile.h"
+#include "download/DownloadFile.h"
 
-#include "PathUtil.h"
-#include "SequentialInput.h"
+#include "base/PathUtil.h"
+#include "download/SequentialInput.h"
 
 #include <QFile>
 #include <QFileInfo>

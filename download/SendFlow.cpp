@@ -1,13 +1,13 @@
-#include "SendFlow.h"
+#include "download/SendFlow.h"
 
-#include "AppContext.h"
-#include "AuditTrail.h"
-#include "Clock.h"
-#include "EntryLimits.h"
-#include "PasswordStore.h"
-#include "SharedDatabase.h"
-#include "SharedRecordset.h"
-#include "StoreError.h"
+#include "app/AppContext.h"
+#include "base/Clock.h"
+#include "download/EntryLimits.h"
+#include "store/AuditTrail.h"
+#include "store/PasswordStore.h"
+#include "store/SharedDatabase.h"
+#include "store/SharedRecordset.h"
+#include "store/StoreError.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "AccountStore.h"
-#include "DownloadFile.h"
-#include "DownloadSession.h"
-#include "Messenger.h"
+#include "base/Messenger.h"
+#include "download/AccountStore.h"
+#include "download/DownloadFile.h"
+#include "link/DownloadSession.h"
 
 #include <QObject>
 #include <QString>

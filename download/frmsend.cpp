@@ -1,12 +1,12 @@
-#include "frmsend.h"
+#include "download/frmsend.h"
 
-#include "AppContext.h"
-#include "ColourButton.h"
-#include "EntryLimits.h"
-#include "KeyHook.h"
-#include "MessageBoxMessenger.h"
-#include "ScreenParts.h"
-#include "SendFlow.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/KeyHook.h"
+#include "app/MessageBoxMessenger.h"
+#include "app/ScreenParts.h"
+#include "download/EntryLimits.h"
+#include "download/SendFlow.h"
 
 #include <QCloseEvent>
 #include <QFrame>

@@ -1,4 +1,4 @@
-#include "DownloadFrames.h"
+#include "link/DownloadFrames.h"
 
 #include <cmath>
 

@@ -1,8 +1,8 @@
-#include "DownloadSession.h"
+#include "link/DownloadSession.h"
 
-#include "Clock.h"
-#include "LinkChannel.h"
-#include "LinkPort.h"
+#include "base/Clock.h"
+#include "link/LinkChannel.h"
+#include "link/LinkPort.h"
 
 #include <exception>
 

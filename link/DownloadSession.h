@@ -1,7 +1,7 @@
 #pragma once
 
-#include "DownloadFrames.h"
-#include "SessionMessage.h"
+#include "link/DownloadFrames.h"
+#include "link/SessionMessage.h"
 
 #include <QByteArray>
 #include <QList>

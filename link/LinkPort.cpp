@@ -1,7 +1,7 @@
-#include "LinkPort.h"
+#include "link/LinkPort.h"
 
-#include "LinkChannel.h"
-#include "SerialLink.h"
+#include "link/LinkChannel.h"
+#include "link/SerialLink.h"
 
 LinkPort::LinkPort(QObject* parent) : QObject(parent) {}
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "LinkState.h"
-#include "LinkTrace.h"
+#include "link/LinkState.h"
+#include "link/LinkTrace.h"
 
 #include <QObject>
 #include <QPointer>

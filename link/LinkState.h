@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LinkCodec.h"
+#include "link/LinkCodec.h"
 
 #include <QByteArray>
 #include <QList>

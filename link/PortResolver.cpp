@@ -1,4 +1,4 @@
-#include "PortResolver.h"
+#include "link/PortResolver.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
-#include "SerialLink.h"
+#include "link/SerialLink.h"
 
-#include "LinkTrace.h"
+#include "link/LinkTrace.h"
 
 #include <QFileInfo>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LinkChannel.h"
+#include "link/LinkChannel.h"
 
 #include <QSerialPort>
 

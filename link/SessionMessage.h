@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Messenger.h"
+#include "base/Messenger.h"
 
 #include <QMetaType>
 #include <QString>

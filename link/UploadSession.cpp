@@ -1,10 +1,10 @@
-#include "UploadSession.h"
+#include "link/UploadSession.h"
 
-#include "AppContext.h"
-#include "Clock.h"
-#include "LinkChannel.h"
-#include "LinkCodec.h"
-#include "UploadFrames.h"
+#include "base/Clock.h"
+#include "link/LinkChannel.h"
+#include "link/LinkCodec.h"
+#include "link/LinkPort.h"
+#include "link/UploadFrames.h"
 
 #include <QPointer>
 #include <exception>
@@ -44,7 +44,7 @@ QString UploadSummary::totalAmountText() const
     return QStringLiteral("%1.00").arg(value);
 }
 
-UploadSession::UploadSession(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx)
+UploadSession::UploadSession(LinkPort& port, Clock& clock, QObject* parent) : QObject(parent), m_port(port), m_clock(clock)
 {
     m_timer1.setInterval(1000);
     m_timer3.setInterval(5000);
@@ -85,7 +85,7 @@ void UploadSession::fail(const QString& text)
     m_timer3.stop();
     m_flushTimer.stop();
     m_questionOpen = false;
-    m_ctx.link.RxBuffer.clear();
+    m_port.state().RxBuffer.clear();
     setPhase(Phase::Stopped);
     say(text, SessionMessage::Icon::Critical);
     emit stopped();
@@ -93,7 +93,7 @@ void UploadSession::fail(const QString& text)
 
 bool UploadSession::ownsLink() const
 {
-    return m_ctx.ownsLink(this);
+    return m_port.holds(this);
 }
 
 template <typename F> void UploadSession::guarded(F&& step)
@@ -120,20 +120,20 @@ bool UploadSession::Form_Load()
     m_timer3.start();
     const bool opened = OpenCommPort();
     m_timer1.setInterval(1000);
-    m_ctx.link.UploadDone = false;
+    m_port.state().UploadDone = false;
     return opened;
 }
 
 void UploadSession::cmdSend_Click()
 {
     // After a port failure, or when another screen took the port since.
-    if ((!ownsLink() || !m_ctx.channel().isOpen()) && !OpenCommPort())
+    if ((!ownsLink() || !m_port.channel().isOpen()) && !OpenCommPort())
         return;
     guarded([this] {
-        LinkState& link = m_ctx.link;
+        LinkState& link = m_port.state();
         // Whatever waits in the line now was sent before this receive asked
         // for anything: an interrupted exchange, line noise.
-        m_ctx.channel().readAll();
+        m_port.channel().readAll();
         link.RxBuffer.clear();
         for (QByteArray& r : link.Records)
             r.clear();
@@ -157,14 +157,14 @@ bool UploadSession::OpenCommPort()
     disconnect(m_dataConnection);
     disconnect(m_failConnection);
     QString error;
-    if (!m_ctx.openCommPort(&error, this)) {
+    if (!m_port.open(this, &error)) {
         m_timer1.stop();
         setPhase(Phase::Stopped);
         say(error, SessionMessage::Icon::Critical);
         emit stopped();
         return false;
     }
-    LinkChannel& channel = m_ctx.channel();
+    LinkChannel& channel = m_port.channel();
     m_dataConnection = connect(&channel, &LinkChannel::dataArrived, this, &UploadSession::MSComm1_OnComm);
     m_failConnection = connect(&channel, &LinkChannel::failed, this, [this](const QString& text) {
         if (!ownsLink())
@@ -194,13 +194,13 @@ void UploadSession::closePort()
     m_flushTimer.stop();
     disconnect(m_dataConnection);
     disconnect(m_failConnection);
-    m_ctx.releaseLink(this);
+    m_port.release(this);
 }
 
 void UploadSession::stop()
 {
     m_questionOpen = false;
-    m_ctx.link.RxBuffer.clear();
+    m_port.state().RxBuffer.clear();
     closePort();
     if (m_phase != Phase::Done)
         setPhase(Phase::Stopped);
@@ -209,11 +209,11 @@ void UploadSession::stop()
 
 void UploadSession::writeRequest()
 {
-    LinkState& link = m_ctx.link;
+    LinkState& link = m_port.state();
     link.codec.checkbin2R(QString::number(m_recordNo));
     link.RecordNo = QString::number(m_recordNo);
     link.TxFrame = UploadFrames::request(link.codec.RecHi, link.codec.RecLo);
-    m_ctx.channel().write(link.TxFrame);
+    m_port.channel().write(link.TxFrame);
 }
 
 void UploadSession::FifthProtocol()
@@ -237,13 +237,13 @@ void UploadSession::FourthProtocol()
 
 void UploadSession::CallOver()
 {
-    m_ctx.link.TxFrame = UploadFrames::end();
-    m_ctx.channel().write(m_ctx.link.TxFrame);
+    m_port.state().TxFrame = UploadFrames::end();
+    m_port.channel().write(m_port.state().TxFrame);
 }
 
 void UploadSession::SendRTC()
 {
-    const QString text = m_ctx.clock().now().toString(QStringLiteral("dd/MM/yy hh:mm:ss"));
+    const QString text = m_clock.now().toString(QStringLiteral("dd/MM/yy hh:mm:ss"));
     // Day, month, year, hour, minute, second at positions 1, 4, 7, 10, 13, 16.
     for (int i = 0; i < 6; ++i) {
         const int value = text.mid(i * 3, 2).toInt();
@@ -254,7 +254,7 @@ void UploadSession::SendRTC()
 
 void UploadSession::DecodeFifthProtocol()
 {
-    const QByteArray& header = m_ctx.link.Records.at(0);
+    const QByteArray& header = m_port.state().Records.at(0);
     const int count = byteAt(header, 10) * 256 + byteAt(header, 11);
     // TotalRecords is a 16-bit signed value on the screen.
     if (count > 32767)
@@ -265,7 +265,7 @@ void UploadSession::DecodeFifthProtocol()
 
 void UploadSession::DecodeThirdProtocol()
 {
-    LinkState& link = m_ctx.link;
+    LinkState& link = m_port.state();
     const QByteArray& summary = link.Records.at(1);
     byteAt(summary, 22);
     m_summary.AgentId = field(summary, 10, 3);
@@ -293,8 +293,8 @@ void UploadSession::MSComm1_OnComm()
 
 void UploadSession::onComm()
 {
-    LinkState& link = m_ctx.link;
-    const QByteArray bytes = m_ctx.channel().readAll();
+    LinkState& link = m_port.state();
+    const QByteArray bytes = m_port.channel().readAll();
     if (m_phase == Phase::Done) {
         onDone(bytes);
         return;
@@ -360,9 +360,9 @@ void UploadSession::onComm()
 
 void UploadSession::checkFailed()
 {
-    LinkState& link = m_ctx.link;
+    LinkState& link = m_port.state();
     // The rest of a damaged reply must not start the next one.
-    m_ctx.channel().readAll();
+    m_port.channel().readAll();
     ++link.CrcErrorCount;
     if (link.CrcErrorCount != CrcQuestionAfter) {
         // Asked again once the line is quiet: a request sent while the
@@ -382,8 +382,8 @@ void UploadSession::FlushTimer_Timer()
     guarded([this] {
         if (!isBusy() || m_questionOpen)
             return;
-        m_ctx.channel().readAll();
-        m_ctx.link.RxBuffer.clear();
+        m_port.channel().readAll();
+        m_port.state().RxBuffer.clear();
         FourthProtocol();
     });
 }
@@ -395,8 +395,8 @@ void UploadSession::answerCrcQuestion(bool ok)
     m_questionOpen = false;
     guarded([this, ok] {
         if (ok) {
-            m_ctx.link.CrcErrorCount = 0;
-            m_ctx.channel().readAll();
+            m_port.state().CrcErrorCount = 0;
+            m_port.channel().readAll();
             FourthProtocol();
             return;
         }
@@ -412,7 +412,7 @@ void UploadSession::answerCrcQuestion(bool ok)
 
 int UploadSession::keptElsewhere(int n, const QByteArray& content) const
 {
-    const QList<QByteArray>& records = m_ctx.link.Records;
+    const QList<QByteArray>& records = m_port.state().Records;
     for (int i = 0; i < records.size(); ++i) {
         if (i != n && !records.at(i).isEmpty() && UploadFrames::content(records.at(i)) == content)
             return i;
@@ -438,7 +438,7 @@ void UploadSession::clearMatching()
 // or a request the terminal read as another one.
 bool UploadSession::matchReply(int n, const QByteArray& reply)
 {
-    LinkState& link = m_ctx.link;
+    LinkState& link = m_port.state();
     const QByteArray content = UploadFrames::content(reply);
     const int other = keptElsewhere(n, content);
 
@@ -529,7 +529,7 @@ bool UploadSession::matchReply(int n, const QByteArray& reply)
 
 void UploadSession::takeReply(int n, const QByteArray& reply)
 {
-    LinkState& link = m_ctx.link;
+    LinkState& link = m_port.state();
     if (link.Records.at(n).isEmpty())
         link.Records[n] = reply;
 
@@ -590,7 +590,7 @@ void UploadSession::onDone(const QByteArray& bytes)
     // Timer3 goes on repeating the last request after a finished receive.
     // A terminal still answering it is told again that the exchange is
     // over; what it sends is not kept again.
-    LinkState& link = m_ctx.link;
+    LinkState& link = m_port.state();
     link.RxBuffer.append(bytes);
     m_timer3.stop();
     if (link.RxBuffer.size() < UploadFrames::ReplySize) {
@@ -611,7 +611,7 @@ void UploadSession::onDone(const QByteArray& bytes)
 
 void UploadSession::stepBackAfterTimeout()
 {
-    if (m_recordNo > 1 && m_ctx.link.TimeoutCount == 1)
+    if (m_recordNo > 1 && m_port.state().TimeoutCount == 1)
         --m_recordNo;
 }
 
@@ -622,7 +622,7 @@ void UploadSession::Timer1_Timer()
 
 void UploadSession::onTimer1()
 {
-    LinkState& link = m_ctx.link;
+    LinkState& link = m_port.state();
     if (link.UploadDone || m_phase == Phase::Done) {
         m_timer1.stop();
         return;
@@ -637,7 +637,7 @@ void UploadSession::onTimer1()
         link.TimeoutCount = 0;
     }
     m_timer1.stop();
-    m_ctx.channel().write(QByteArray());
+    m_port.channel().write(QByteArray());
     link.RxBuffer.clear();
     if (m_recordNo >= 0) {
         stepBackAfterTimeout();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SessionMessage.h"
+#include "link/SessionMessage.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -8,7 +8,8 @@
 #include <QTimer>
 #include <array>
 
-class AppContext;
+class Clock;
+class LinkPort;
 
 // The receive screen's own values that the upload protocol fills and the
 // restore store and file writers read.
@@ -50,7 +51,7 @@ public:
     };
     Q_ENUM(Phase)
 
-    explicit UploadSession(AppContext& ctx, QObject* parent = nullptr);
+    UploadSession(LinkPort& port, Clock& clock, QObject* parent = nullptr);
     ~UploadSession() override;
 
     // Receive screen loaded: port opened, Timer1 at 1000 ms, UploadDone
@@ -157,7 +158,8 @@ private:
     bool ownsLink() const;
     template <typename F> void guarded(F&& step);
 
-    AppContext& m_ctx;
+    LinkPort& m_port;
+    Clock& m_clock;
     UploadSummary m_summary;
     QTimer m_timer1;
     QTimer m_timer3;

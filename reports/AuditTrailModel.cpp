@@ -1,6 +1,6 @@
-#include "AuditTrailModel.h"
+#include "reports/AuditTrailModel.h"
 
-#include "StoreError.h"
+#include "store/StoreError.h"
 
 #include <QLocale>
 

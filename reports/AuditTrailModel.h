@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AuditTrail.h"
+#include "store/AuditTrail.h"
 
 #include <QAbstractTableModel>
 #include <QDate>

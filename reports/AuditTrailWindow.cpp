@@ -1,10 +1,10 @@
-#include "AuditTrailWindow.h"
+#include "reports/AuditTrailWindow.h"
 
-#include "AppContext.h"
-#include "AuditTrailModel.h"
-#include "KeyHook.h"
-#include "Messenger.h"
-#include "ScreenParts.h"
+#include "app/AppContext.h"
+#include "app/KeyHook.h"
+#include "app/ScreenParts.h"
+#include "base/Messenger.h"
+#include "reports/AuditTrailModel.h"
 
 #include <QDir>
 #include <QFileDialog>

@@ -1,8 +1,8 @@
-#include "ReportData.h"
+#include "reports/ReportData.h"
 
-#include "KeyCheck.h"
-#include "SharedDatabase.h"
-#include "StoreProblem.h"
+#include "store/KeyCheck.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreProblem.h"
 
 #include <QLocale>
 #include <QSqlError>

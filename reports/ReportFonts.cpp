@@ -1,4 +1,4 @@
-#include "ReportFonts.h"
+#include "reports/ReportFonts.h"
 
 #include <QFile>
 #include <QFontDatabase>

@@ -1,10 +1,10 @@
-#include "ReportPages.h"
+#include "reports/ReportPages.h"
 
-#include "ReportFonts.h"
-#include "ReportRenderer.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
-#include "StoreProblem.h"
+#include "reports/ReportFonts.h"
+#include "reports/ReportRenderer.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
+#include "store/StoreProblem.h"
 
 #include <QLocale>
 #include <QPageLayout>

@@ -1,11 +1,11 @@
-#include "ReportPreview.h"
+#include "reports/ReportPreview.h"
 
-#include "AppContext.h"
-#include "ColourButton.h"
-#include "DurableFile.h"
-#include "ReportRenderer.h"
-#include "ScreenParts.h"
-#include "StoreError.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/ScreenParts.h"
+#include "base/DurableFile.h"
+#include "reports/ReportRenderer.h"
+#include "store/StoreError.h"
 
 #include <QCloseEvent>
 #include <QDir>

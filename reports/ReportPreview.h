@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ReportPages.h"
+#include "reports/ReportPages.h"
 
 #include <QAbstractScrollArea>
 #include <QCache>

@@ -1,8 +1,8 @@
-#include "ReportRenderer.h"
+#include "reports/ReportRenderer.h"
 
-#include "DurableFile.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "base/DurableFile.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QLocale>
 #include <QPdfWriter>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ReportData.h"
-#include "ReportPages.h"
+#include "reports/ReportData.h"
+#include "reports/ReportPages.h"
 
 #include <QString>
 

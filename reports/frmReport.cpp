@@ -1,13 +1,13 @@
-#include "frmReport.h"
+#include "reports/frmReport.h"
 
-#include "AppContext.h"
-#include "AuditTrailModel.h"
-#include "Clock.h"
-#include "ColourButton.h"
-#include "KeyHook.h"
-#include "Messenger.h"
-#include "ScreenParts.h"
-#include "StoreError.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/KeyHook.h"
+#include "app/ScreenParts.h"
+#include "base/Clock.h"
+#include "base/Messenger.h"
+#include "reports/AuditTrailModel.h"
+#include "store/StoreError.h"
 
 #include <QDateEdit>
 #include <QDir>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "AuditTrailWindow.h"
-#include "ReportPreview.h"
-#include "ReportRenderer.h"
+#include "reports/AuditTrailWindow.h"
+#include "reports/ReportPreview.h"
+#include "reports/ReportRenderer.h"
 
 #include <QPointer>
 #include <QWidget>

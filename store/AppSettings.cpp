@@ -1,6 +1,6 @@
-#include "AppSettings.h"
+#include "store/AppSettings.h"
 
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
 
 bool AppSettings::load(SharedDatabase& db)
 {

@@ -1,8 +1,10 @@
-#include "AuditTrail.h"
+#include "store/AuditTrail.h"
 
-#include "SharedDatabase.h"
-#include "StoreError.h"
-#include "StoreProblem.h"
+#include "base/Version.h"
+
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
+#include "store/StoreProblem.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -186,11 +188,6 @@ QString osUser()
             return value;
     }
     return QStringLiteral("unknown");
-}
-
-QString programVersion()
-{
-    return QStringLiteral(TONVY_VERSION);
 }
 
 QString sha256(const QByteArray& bytes)

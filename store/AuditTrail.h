@@ -63,8 +63,6 @@ bool writeCsv(const QList<Event>& events, const QString& path, QString* error = 
 
 // The login name of the operating-system user running the program.
 QString osUser();
-// The program version written with each event.
-QString programVersion();
 
 // SHA-256 of bytes, in lower-case hex.
 QString sha256(const QByteArray& bytes);

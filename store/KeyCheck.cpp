@@ -1,4 +1,4 @@
-#include "KeyCheck.h"
+#include "store/KeyCheck.h"
 
 namespace KeyCheck {
 

@@ -1,8 +1,8 @@
-#include "PasswordStore.h"
+#include "store/PasswordStore.h"
 
-#include "AuditTrail.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "store/AuditTrail.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QList>
 #include <QPasswordDigestor>

@@ -1,7 +1,7 @@
-#include "SettingsStore.h"
+#include "store/SettingsStore.h"
 
-#include "AuditTrail.h"
-#include "SharedDatabase.h"
+#include "store/AuditTrail.h"
+#include "store/SharedDatabase.h"
 
 #include <QStringList>
 

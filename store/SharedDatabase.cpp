@@ -1,9 +1,9 @@
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
 
-#include "Clock.h"
-#include "Schema.h"
-#include "StoreError.h"
-#include "StoreProblem.h"
+#include "base/Clock.h"
+#include "store/Schema.h"
+#include "store/StoreError.h"
+#include "store/StoreProblem.h"
 
 #include <QAtomicInt>
 #include <QFile>

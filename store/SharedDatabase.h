@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SharedRecordset.h"
+#include "store/SharedRecordset.h"
 
 #include <QDateTime>
 #include <QSqlDatabase>

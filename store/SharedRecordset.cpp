@@ -1,6 +1,6 @@
-#include "SharedRecordset.h"
+#include "store/SharedRecordset.h"
 
-#include "StoreProblem.h"
+#include "store/StoreProblem.h"
 
 #include <QRegularExpression>
 #include <QSqlError>

@@ -1,4 +1,4 @@
-#include "StoreProblem.h"
+#include "store/StoreProblem.h"
 
 #include <QFileInfo>
 #include <QSqlDatabase>

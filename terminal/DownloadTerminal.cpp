@@ -1,6 +1,6 @@
-#include "DownloadTerminal.h"
+#include "terminal/DownloadTerminal.h"
 
-#include "Pty.h"
+#include "terminal/Pty.h"
 
 #include <QDir>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TerminalAccounts.h"
+#include "terminal/TerminalAccounts.h"
 
 #include <QByteArray>
 #include <QElapsedTimer>

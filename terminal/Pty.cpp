@@ -1,4 +1,4 @@
-#include "Pty.h"
+#include "terminal/Pty.h"
 
 #include <QSocketNotifier>
 

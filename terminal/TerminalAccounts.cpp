@@ -1,4 +1,4 @@
-#include "TerminalAccounts.h"
+#include "terminal/TerminalAccounts.h"
 
 #include <QFile>
 #include <QSaveFile>

@@ -1,6 +1,6 @@
-#include "UploadRecords.h"
+#include "terminal/UploadRecords.h"
 
-#include "LinkCodec.h"
+#include "link/LinkCodec.h"
 
 #include <QHash>
 #include <QRandomGenerator>

@@ -1,7 +1,7 @@
-#include "UploadTerminal.h"
+#include "terminal/UploadTerminal.h"
 
-#include "LinkTrace.h"
-#include "Pty.h"
+#include "link/LinkTrace.h"
+#include "terminal/Pty.h"
 
 #include <QPointer>
 #include <QTimer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "UploadRecords.h"
+#include "terminal/UploadRecords.h"
 
 #include <QByteArray>
 #include <QList>

@@ -1,6 +1,6 @@
-#include "UploadTerminalOptions.h"
+#include "terminal/UploadTerminalOptions.h"
 
-#include "UploadTerminal.h"
+#include "terminal/UploadTerminal.h"
 
 #include <QDir>
 #include <QFile>

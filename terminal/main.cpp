@@ -2,10 +2,11 @@
 // the program (or tonvy-cli) can be tried without the device. Give the
 // device path it prints to --port.
 
-#include "DownloadTerminal.h"
-#include "Pty.h"
-#include "UploadTerminal.h"
-#include "UploadTerminalOptions.h"
+#include "base/Version.h"
+#include "terminal/DownloadTerminal.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadTerminal.h"
+#include "terminal/UploadTerminalOptions.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -128,7 +129,7 @@ int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("tonvy-terminal"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("2.1"));
+    QCoreApplication::setApplicationVersion(programVersion());
 
     QCommandLineParser parser;
     parser.setApplicationDescription(

@@ -1,7 +1,7 @@
-#include "CollectionCheck.h"
+#include "upload/CollectionCheck.h"
 
-#include "UploadFiles.h"
-#include "UploadSession.h"
+#include "link/UploadSession.h"
+#include "upload/UploadFiles.h"
 
 #include <QDate>
 #include <QHash>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RestoreStore.h"
+#include "upload/RestoreStore.h"
 
 #include <QList>
 #include <QString>

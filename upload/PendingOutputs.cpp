@@ -1,11 +1,11 @@
-#include "PendingOutputs.h"
+#include "upload/PendingOutputs.h"
 
-#include "AppContext.h"
-#include "AuditTrail.h"
-#include "Clock.h"
-#include "PathUtil.h"
-#include "SharedDatabase.h"
-#include "UploadFiles.h"
+#include "app/AppContext.h"
+#include "base/Clock.h"
+#include "base/PathUtil.h"
+#include "store/AuditTrail.h"
+#include "store/SharedDatabase.h"
+#include "upload/UploadFiles.h"
 
 #include <QFileInfo>
 #include <QSaveFile>

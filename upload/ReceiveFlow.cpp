@@ -1,13 +1,13 @@
-#include "ReceiveFlow.h"
+#include "upload/ReceiveFlow.h"
 
-#include "AppContext.h"
-#include "RestoreStore.h"
-#include "StoreError.h"
+#include "app/AppContext.h"
+#include "store/StoreError.h"
+#include "upload/RestoreStore.h"
 
 #include <QPointer>
 #include <exception>
 
-ReceiveFlow::ReceiveFlow(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx), m_session(ctx)
+ReceiveFlow::ReceiveFlow(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock())
 {
     connect(&m_session, &UploadSession::message, this, &ReceiveFlow::message);
     connect(&m_session, &UploadSession::crcQuestion, this, &ReceiveFlow::crcQuestion);

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "RestoreStore.h"
-#include "SessionMessage.h"
-#include "UploadSession.h"
+#include "link/SessionMessage.h"
+#include "link/UploadSession.h"
+#include "upload/RestoreStore.h"
 
 #include <QObject>
 

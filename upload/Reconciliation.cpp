@@ -1,6 +1,6 @@
-#include "Reconciliation.h"
+#include "upload/Reconciliation.h"
 
-#include "UploadFiles.h"
+#include "upload/UploadFiles.h"
 
 namespace Reconciliation {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CollectionCheck.h"
+#include "upload/CollectionCheck.h"
 
 #include <QDateTime>
 #include <QString>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SessionMessage.h"
+#include "link/SessionMessage.h"
 
 #include <QByteArray>
 #include <QDateTime>

@@ -1,13 +1,13 @@
-#include "UploadFiles.h"
+#include "upload/UploadFiles.h"
 
-#include "AppContext.h"
-#include "Clock.h"
-#include "DurableFile.h"
-#include "Messenger.h"
-#include "PathUtil.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
-#include "UploadSession.h"
+#include "app/AppContext.h"
+#include "base/Clock.h"
+#include "base/DurableFile.h"
+#include "base/Messenger.h"
+#include "base/PathUtil.h"
+#include "link/UploadSession.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,11 +1,11 @@
-#include "frmReceive.h"
+#include "upload/frmReceive.h"
 
-#include "AppContext.h"
-#include "ColourButton.h"
-#include "KeyHook.h"
-#include "MessageBoxMessenger.h"
-#include "ReceiveFlow.h"
-#include "ScreenParts.h"
+#include "app/AppContext.h"
+#include "app/ColourButton.h"
+#include "app/KeyHook.h"
+#include "app/MessageBoxMessenger.h"
+#include "app/ScreenParts.h"
+#include "upload/ReceiveFlow.h"
 
 #include <QCloseEvent>
 #include <QFrame>

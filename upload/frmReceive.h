@@ -1,7 +1,7 @@
 #pragma once
 
-#include "RestoreStore.h"
-#include "SessionMessage.h"
+#include "link/SessionMessage.h"
+#include "upload/RestoreStore.h"
 
 #include <QHash>
 #include <QPointer>

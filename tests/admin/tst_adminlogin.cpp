@@ -1,12 +1,12 @@
-#include "AdminScreens.h"
-#include "ColourButton.h"
-#include "ScreenRegistry.h"
-#include "TestContext.h"
-#include "frmConfigure.h"
-#include "frmDrive.h"
-#include "frmMain.h"
-#include "frmPassEntry.h"
-#include "frmPassword.h"
+#include "admin/AdminScreens.h"
+#include "admin/frmConfigure.h"
+#include "admin/frmDrive.h"
+#include "admin/frmPassword.h"
+#include "app/ColourButton.h"
+#include "app/ScreenRegistry.h"
+#include "app/frmMain.h"
+#include "app/frmPassEntry.h"
+#include "tests/support/TestContext.h"
 
 #include <QLineEdit>
 #include <QRadioButton>

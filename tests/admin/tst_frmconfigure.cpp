@@ -1,7 +1,7 @@
-#include "ColourButton.h"
-#include "Configuration.h"
-#include "TestContext.h"
-#include "frmConfigure.h"
+#include "admin/Configuration.h"
+#include "admin/frmConfigure.h"
+#include "app/ColourButton.h"
+#include "tests/support/TestContext.h"
 
 #include <QComboBox>
 #include <QFile>

@@ -1,7 +1,7 @@
-#include "ColourButton.h"
-#include "DriveList.h"
-#include "TestContext.h"
-#include "frmDrive.h"
+#include "admin/DriveList.h"
+#include "admin/frmDrive.h"
+#include "app/ColourButton.h"
+#include "tests/support/TestContext.h"
 
 #include <QComboBox>
 #include <QDir>

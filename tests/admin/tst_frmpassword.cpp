@@ -1,8 +1,8 @@
-#include "ColourButton.h"
-#include "PasswordChange.h"
-#include "PasswordStore.h"
-#include "TestContext.h"
-#include "frmPassword.h"
+#include "admin/PasswordChange.h"
+#include "admin/frmPassword.h"
+#include "app/ColourButton.h"
+#include "store/PasswordStore.h"
+#include "tests/support/TestContext.h"
 
 #include <QFrame>
 #include <QLabel>

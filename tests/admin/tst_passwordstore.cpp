@@ -1,8 +1,8 @@
-#include "ColourButton.h"
-#include "PasswordStore.h"
-#include "StoreError.h"
-#include "TestContext.h"
-#include "frmPassEntry.h"
+#include "app/ColourButton.h"
+#include "app/frmPassEntry.h"
+#include "store/PasswordStore.h"
+#include "store/StoreError.h"
+#include "tests/support/TestContext.h"
 
 #include <QLineEdit>
 #include <QSignalSpy>

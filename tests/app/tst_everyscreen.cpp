@@ -1,10 +1,10 @@
-#include "ColourButton.h"
-#include "DesktopScreens.h"
-#include "ScreenRegistry.h"
-#include "Startup.h"
-#include "TestContext.h"
-#include "frmMain.h"
-#include "frmPassEntry.h"
+#include "app/ColourButton.h"
+#include "app/DesktopScreens.h"
+#include "app/ScreenRegistry.h"
+#include "app/Startup.h"
+#include "app/frmMain.h"
+#include "app/frmPassEntry.h"
+#include "tests/support/TestContext.h"
 
 #include <QApplication>
 #include <QMessageBox>

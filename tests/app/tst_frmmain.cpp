@@ -1,9 +1,9 @@
-#include "ColourButton.h"
-#include "ScreenRegistry.h"
-#include "SettingsStore.h"
-#include "TestContext.h"
-#include "frmMain.h"
-#include "frmPassEntry.h"
+#include "app/ColourButton.h"
+#include "app/ScreenRegistry.h"
+#include "app/frmMain.h"
+#include "app/frmPassEntry.h"
+#include "store/SettingsStore.h"
+#include "tests/support/TestContext.h"
 
 #include <QApplication>
 #include <QLabel>

@@ -1,6 +1,6 @@
-#include "ColourButton.h"
-#include "TestContext.h"
-#include "frmPassEntry.h"
+#include "app/ColourButton.h"
+#include "app/frmPassEntry.h"
+#include "tests/support/TestContext.h"
 
 #include <QApplication>
 #include <QLineEdit>

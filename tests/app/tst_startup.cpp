@@ -1,9 +1,9 @@
-#include "PathUtil.h"
-#include "PasswordStore.h"
-#include "PortResolver.h"
-#include "RecordingMessenger.h"
-#include "SharedDatabase.h"
-#include "Startup.h"
+#include "app/Startup.h"
+#include "base/PathUtil.h"
+#include "link/PortResolver.h"
+#include "store/PasswordStore.h"
+#include "store/SharedDatabase.h"
+#include "tests/support/RecordingMessenger.h"
 
 #include <QFile>
 #include <QTemporaryDir>

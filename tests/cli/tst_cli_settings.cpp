@@ -1,4 +1,4 @@
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
 
 #include <QFile>
 #include <QProcess>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "FakeChannel.h"
-#include "TestContext.h"
+#include "tests/support/FakeChannel.h"
+#include "tests/support/TestContext.h"
 
 #include <QDir>
 #include <QTimer>

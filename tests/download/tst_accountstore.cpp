@@ -1,8 +1,8 @@
-#include "AccountStore.h"
-#include "DownloadFile.h"
-#include "DownloadFileMaker.h"
-#include "KeyCheck.h"
-#include "TestContext.h"
+#include "download/AccountStore.h"
+#include "download/DownloadFile.h"
+#include "store/KeyCheck.h"
+#include "tests/download/DownloadFileMaker.h"
+#include "tests/support/TestContext.h"
 
 #include <QBuffer>
 #include <QSqlQuery>

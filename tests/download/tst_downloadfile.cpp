@@ -1,5 +1,5 @@
-#include "DownloadFile.h"
-#include "DownloadFileMaker.h"
+#include "download/DownloadFile.h"
+#include "tests/download/DownloadFileMaker.h"
 
 #include <QBuffer>
 #include <QTemporaryDir>

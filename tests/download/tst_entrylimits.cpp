@@ -1,4 +1,4 @@
-#include "EntryLimits.h"
+#include "download/EntryLimits.h"
 
 #include <QtTest>
 

@@ -1,11 +1,11 @@
-#include "DownloadFileMaker.h"
-#include "DownloadTerminal.h"
-#include "FakeTerminal.h"
-#include "MessageRecorder.h"
-#include "Pty.h"
-#include "SendFlow.h"
-#include "TestContext.h"
-#include "frmsend.h"
+#include "download/SendFlow.h"
+#include "download/frmsend.h"
+#include "terminal/DownloadTerminal.h"
+#include "terminal/Pty.h"
+#include "tests/download/DownloadFileMaker.h"
+#include "tests/download/FakeTerminal.h"
+#include "tests/support/MessageRecorder.h"
+#include "tests/support/TestContext.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

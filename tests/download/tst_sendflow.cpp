@@ -1,8 +1,8 @@
-#include "DownloadFileMaker.h"
-#include "FakeTerminal.h"
-#include "MessageRecorder.h"
-#include "SendFlow.h"
-#include "TestContext.h"
+#include "download/SendFlow.h"
+#include "tests/download/DownloadFileMaker.h"
+#include "tests/download/FakeTerminal.h"
+#include "tests/support/MessageRecorder.h"
+#include "tests/support/TestContext.h"
 
 #include <QSignalSpy>
 #include <QSqlQuery>

@@ -1,4 +1,4 @@
-#include "SequentialInput.h"
+#include "download/SequentialInput.h"
 
 #include <QBuffer>
 #include <QtTest>

@@ -2,11 +2,11 @@
 // (the slave side of a pseudo-terminal) against the terminal simulator on
 // the master side, both driven by this process's event loop.
 
-#include "DownloadSession.h"
-#include "DownloadTerminal.h"
-#include "MessageRecorder.h"
-#include "Pty.h"
-#include "TestContext.h"
+#include "link/DownloadSession.h"
+#include "terminal/DownloadTerminal.h"
+#include "terminal/Pty.h"
+#include "tests/support/MessageRecorder.h"
+#include "tests/support/TestContext.h"
 
 #include <QSignalSpy>
 #include <QtTest>

@@ -1,7 +1,7 @@
-#include "DownloadSession.h"
-#include "FakeChannel.h"
-#include "MessageRecorder.h"
-#include "TestContext.h"
+#include "link/DownloadSession.h"
+#include "tests/support/FakeChannel.h"
+#include "tests/support/MessageRecorder.h"
+#include "tests/support/TestContext.h"
 
 #include <QSet>
 #include <QSignalSpy>

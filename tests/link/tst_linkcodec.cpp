@@ -1,4 +1,4 @@
-#include "LinkCodec.h"
+#include "link/LinkCodec.h"
 
 #include <QtTest>
 

@@ -1,8 +1,8 @@
 // The serial line: what its messages say, and that it empties its input when
 // opened. Real ports are pseudo-terminals here.
 
-#include "Pty.h"
-#include "SerialLink.h"
+#include "link/SerialLink.h"
+#include "terminal/Pty.h"
 
 #include <QSignalSpy>
 #include <QtTest>

@@ -1,7 +1,7 @@
-#include "DownloadSession.h"
-#include "FakeChannel.h"
-#include "TestContext.h"
-#include "UploadSession.h"
+#include "link/DownloadSession.h"
+#include "link/UploadSession.h"
+#include "tests/support/FakeChannel.h"
+#include "tests/support/TestContext.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -45,7 +45,7 @@ void tst_SharedLink::onlyTheLastOpenerReadsWritesAndCloses()
     send.FirstProtocol(job);
     QVERIFY(send.busy());
 
-    UploadSession receive(*t.ctx);
+    UploadSession receive(t.ctx->port(), t.ctx->clock());
     QVERIFY(receive.Form_Load());
     QCOMPARE(channel->opens, 2);
     // The send side is told once that the port is gone, and stops.

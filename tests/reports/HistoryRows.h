@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
 
 #include <QList>
 #include <QString>

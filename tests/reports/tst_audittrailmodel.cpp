@@ -1,5 +1,5 @@
-#include "AuditTrailModel.h"
-#include "TestContext.h"
+#include "reports/AuditTrailModel.h"
+#include "tests/support/TestContext.h"
 
 #include <QtTest>
 

@@ -1,9 +1,9 @@
-#include "AuditTrailModel.h"
-#include "AuditTrailWindow.h"
-#include "ColourButton.h"
-#include "Controls.h"
-#include "TestContext.h"
-#include "frmReport.h"
+#include "app/ColourButton.h"
+#include "reports/AuditTrailModel.h"
+#include "reports/AuditTrailWindow.h"
+#include "reports/frmReport.h"
+#include "tests/support/Controls.h"
+#include "tests/support/TestContext.h"
 
 #include <QApplication>
 #include <QDateEdit>

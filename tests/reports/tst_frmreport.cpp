@@ -1,10 +1,10 @@
-#include "ColourButton.h"
-#include "Controls.h"
-#include "HistoryRows.h"
-#include "ScreenRegistry.h"
-#include "TestContext.h"
-#include "frmMain.h"
-#include "frmReport.h"
+#include "app/ColourButton.h"
+#include "app/ScreenRegistry.h"
+#include "app/frmMain.h"
+#include "reports/frmReport.h"
+#include "tests/reports/HistoryRows.h"
+#include "tests/support/Controls.h"
+#include "tests/support/TestContext.h"
 
 #include <QApplication>
 #include <QDateEdit>

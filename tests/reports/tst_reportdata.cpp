@@ -1,8 +1,8 @@
-#include "HistoryRows.h"
-#include "ReportData.h"
-#include "SharedRecordset.h"
-#include "StoreError.h"
-#include "TestContext.h"
+#include "reports/ReportData.h"
+#include "store/SharedRecordset.h"
+#include "store/StoreError.h"
+#include "tests/reports/HistoryRows.h"
+#include "tests/support/TestContext.h"
 
 #include <QSqlError>
 #include <QSqlQuery>

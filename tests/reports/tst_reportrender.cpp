@@ -1,7 +1,7 @@
-#include "HistoryRows.h"
-#include "ReportFonts.h"
-#include "ReportRenderer.h"
-#include "TestContext.h"
+#include "reports/ReportFonts.h"
+#include "reports/ReportRenderer.h"
+#include "tests/reports/HistoryRows.h"
+#include "tests/support/TestContext.h"
 
 #include <QFile>
 #include <QProcess>

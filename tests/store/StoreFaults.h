@@ -1,7 +1,7 @@
 #pragma once
 
-#include "PasswordStore.h"
-#include "SharedDatabase.h"
+#include "store/PasswordStore.h"
+#include "store/SharedDatabase.h"
 
 #include <QCryptographicHash>
 #include <QFile>

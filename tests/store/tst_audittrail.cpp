@@ -1,9 +1,9 @@
-#include "AuditTrail.h"
-#include "Clock.h"
-#include "PasswordStore.h"
-#include "SettingsStore.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "base/Clock.h"
+#include "store/AuditTrail.h"
+#include "store/PasswordStore.h"
+#include "store/SettingsStore.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QSqlQuery>
 #include <QTemporaryDir>

@@ -1,4 +1,4 @@
-#include "StoreFaults.h"
+#include "tests/store/StoreFaults.h"
 
 #include <QDir>
 #include <QElapsedTimer>

@@ -1,4 +1,4 @@
-#include "DurableFile.h"
+#include "base/DurableFile.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
-#include "AppSettings.h"
-#include "SettingsStore.h"
-#include "SharedDatabase.h"
+#include "store/AppSettings.h"
+#include "store/SettingsStore.h"
+#include "store/SharedDatabase.h"
 
 #include <QTemporaryDir>
 #include <QtTest>

@@ -1,7 +1,7 @@
-#include "KeyCheck.h"
-#include "Schema.h"
-#include "SharedDatabase.h"
-#include "StoreError.h"
+#include "store/KeyCheck.h"
+#include "store/Schema.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 
 #include <QFile>
 #include <QSqlDatabase>

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Pty.h"
-#include "SettingsStore.h"
-#include "TestContext.h"
-#include "UploadRecords.h"
-#include "UploadTerminal.h"
+#include "store/SettingsStore.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadRecords.h"
+#include "terminal/UploadTerminal.h"
+#include "tests/support/TestContext.h"
 
 #include <QElapsedTimer>
 #include <QProcess>

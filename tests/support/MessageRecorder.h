@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Messenger.h"
-#include "SessionMessage.h"
+#include "base/Messenger.h"
+#include "link/SessionMessage.h"
 
 #include <QList>
 #include <QObject>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "AppContext.h"
-#include "Clock.h"
-#include "RecordingMessenger.h"
-#include "SharedDatabase.h"
+#include "app/AppContext.h"
+#include "base/Clock.h"
+#include "store/SharedDatabase.h"
+#include "tests/support/RecordingMessenger.h"
 
 #include <QDir>
 #include <QTemporaryDir>

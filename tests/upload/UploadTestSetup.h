@@ -1,7 +1,7 @@
 #pragma once
 
-#include "TestContext.h"
-#include "UploadSession.h"
+#include "link/UploadSession.h"
+#include "tests/support/TestContext.h"
 
 #include <QDir>
 

@@ -1,8 +1,8 @@
-#include "FakeChannel.h"
-#include "ReceiveFlow.h"
-#include "ReplyBytes.h"
-#include "TestContext.h"
-#include "UploadFrames.h"
+#include "link/UploadFrames.h"
+#include "tests/support/FakeChannel.h"
+#include "tests/support/TestContext.h"
+#include "tests/upload/ReplyBytes.h"
+#include "upload/ReceiveFlow.h"
 
 #include <QSignalSpy>
 #include <QSqlQuery>

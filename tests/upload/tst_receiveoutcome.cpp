@@ -1,10 +1,10 @@
-#include "AuditTrail.h"
-#include "ReplyBytes.h"
-#include "RestoreStore.h"
-#include "TestContext.h"
-#include "UploadFiles.h"
-#include "UploadSession.h"
-#include "UploadTestSetup.h"
+#include "link/UploadSession.h"
+#include "store/AuditTrail.h"
+#include "tests/support/TestContext.h"
+#include "tests/upload/ReplyBytes.h"
+#include "tests/upload/UploadTestSetup.h"
+#include "upload/RestoreStore.h"
+#include "upload/UploadFiles.h"
 
 #include <QCryptographicHash>
 #include <QDir>

@@ -1,9 +1,9 @@
-#include "ReplyBytes.h"
-#include "RestoreStore.h"
-#include "StoreError.h"
-#include "TestContext.h"
-#include "UploadSession.h"
-#include "UploadTestSetup.h"
+#include "link/UploadSession.h"
+#include "store/StoreError.h"
+#include "tests/support/TestContext.h"
+#include "tests/upload/ReplyBytes.h"
+#include "tests/upload/UploadTestSetup.h"
+#include "upload/RestoreStore.h"
 
 #include <QFile>
 #include <QSqlQuery>

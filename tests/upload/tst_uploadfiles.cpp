@@ -1,9 +1,9 @@
-#include "ReplyBytes.h"
-#include "RestoreStore.h"
-#include "TestContext.h"
-#include "UploadFiles.h"
-#include "UploadSession.h"
-#include "UploadTestSetup.h"
+#include "link/UploadSession.h"
+#include "tests/support/TestContext.h"
+#include "tests/upload/ReplyBytes.h"
+#include "tests/upload/UploadTestSetup.h"
+#include "upload/RestoreStore.h"
+#include "upload/UploadFiles.h"
 
 #include <QDir>
 #include <QFile>

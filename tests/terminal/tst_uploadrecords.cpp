@@ -1,8 +1,8 @@
-#include "LinkCodec.h"
-#include "Pty.h"
-#include "UploadFrames.h"
-#include "UploadRecords.h"
-#include "UploadTerminal.h"
+#include "link/LinkCodec.h"
+#include "link/UploadFrames.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadRecords.h"
+#include "terminal/UploadTerminal.h"
 
 #include <QSignalSpy>
 #include <QtTest>

@@ -1,4 +1,4 @@
-#include "UploadFrames.h"
+#include "link/UploadFrames.h"
 
 #include <QtTest>
 

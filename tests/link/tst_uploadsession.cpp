@@ -1,8 +1,8 @@
-#include "FakeChannel.h"
-#include "LinkCodec.h"
-#include "TestContext.h"
-#include "UploadFrames.h"
-#include "UploadSession.h"
+#include "link/LinkCodec.h"
+#include "link/UploadFrames.h"
+#include "link/UploadSession.h"
+#include "tests/support/FakeChannel.h"
+#include "tests/support/TestContext.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -134,7 +134,7 @@ private slots:
             channel = c.get();
             return c;
         });
-        session = std::make_unique<UploadSession>(*t->ctx);
+        session = std::make_unique<UploadSession>(t->ctx->port(), t->ctx->clock());
         messages = std::make_unique<QSignalSpy>(session.get(), &UploadSession::message);
         finished = std::make_unique<QSignalSpy>(session.get(), &UploadSession::finished);
         QVERIFY(session->Form_Load());
@@ -715,7 +715,7 @@ private slots:
             channel = c.get();
             return c;
         });
-        session = std::make_unique<UploadSession>(*t->ctx);
+        session = std::make_unique<UploadSession>(t->ctx->port(), t->ctx->clock());
         QSignalSpy said(session.get(), &UploadSession::message);
         QVERIFY(!session->Form_Load());
         QCOMPARE(said.count(), 1);

@@ -1,4 +1,4 @@
-#include "LinkTrace.h"
+#include "link/LinkTrace.h"
 
 #include <QFile>
 #include <QTemporaryDir>

@@ -1,6 +1,6 @@
-#include "DownloadSession.h"
-#include "DownloadTerminal.h"
-#include "TerminalAccounts.h"
+#include "link/DownloadSession.h"
+#include "terminal/DownloadTerminal.h"
+#include "terminal/TerminalAccounts.h"
 
 #include <QTemporaryDir>
 #include <QtTest>

@@ -1,5 +1,5 @@
-#include "PasswordStore.h"
-#include "SharedDatabase.h"
+#include "store/PasswordStore.h"
+#include "store/SharedDatabase.h"
 
 #include <QDir>
 #include <QFile>

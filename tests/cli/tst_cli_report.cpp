@@ -1,5 +1,5 @@
-#include "HistoryRows.h"
-#include "SharedDatabase.h"
+#include "store/SharedDatabase.h"
+#include "tests/reports/HistoryRows.h"
 
 #include <QDir>
 #include <QFile>

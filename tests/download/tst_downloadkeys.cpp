@@ -1,8 +1,8 @@
-#include "AccountStore.h"
-#include "AuditTrail.h"
-#include "DownloadFile.h"
-#include "DownloadFileMaker.h"
-#include "TestContext.h"
+#include "download/AccountStore.h"
+#include "download/DownloadFile.h"
+#include "store/AuditTrail.h"
+#include "tests/download/DownloadFileMaker.h"
+#include "tests/support/TestContext.h"
 
 #include <QBuffer>
 #include <QCryptographicHash>

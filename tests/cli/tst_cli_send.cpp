@@ -1,4 +1,4 @@
-#include "DownloadFileMaker.h"
+#include "tests/download/DownloadFileMaker.h"
 
 #include <QDir>
 #include <QFile>

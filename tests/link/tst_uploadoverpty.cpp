@@ -1,9 +1,9 @@
-#include "Pty.h"
-#include "TestContext.h"
-#include "UploadFrames.h"
-#include "UploadRecords.h"
-#include "UploadSession.h"
-#include "UploadTerminal.h"
+#include "link/UploadFrames.h"
+#include "link/UploadSession.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadRecords.h"
+#include "terminal/UploadTerminal.h"
+#include "tests/support/TestContext.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -62,7 +62,7 @@ class tst_UploadOverPty : public QObject
         r->terminal->setRecords(r->records);
 
         r->t.ctx->portOverride = r->pty->devicePath();
-        r->session = std::make_unique<UploadSession>(*r->t.ctx);
+        r->session = std::make_unique<UploadSession>(r->t.ctx->port(), r->t.ctx->clock());
         Run* run = r.get();
         connect(r->session.get(), &UploadSession::finished, this, [run] {
             ++run->finishedCount;

@@ -1,0 +1,6 @@
+#include "base/Version.h"
+
+QString programVersion()
+{
+    return QStringLiteral(TONVY_VERSION);
+}
