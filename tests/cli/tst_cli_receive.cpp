@@ -1,12 +1,4 @@
-<<<<<<< HEAD:tests/upload-link/tst_cli_receive.cpp
 #include "tests/support/CliReceiveFixture.h"
-=======
-#include "store/SettingsStore.h"
-#include "terminal/Pty.h"
-#include "terminal/UploadRecords.h"
-#include "terminal/UploadTerminal.h"
-#include "tests/support/TestContext.h"
->>>>>>> layer:tests/cli/tst_cli_receive.cpp
 
 #include <QSqlQuery>
 #include <QtTest>

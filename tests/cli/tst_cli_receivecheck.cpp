@@ -1,14 +1,5 @@
-<<<<<<< HEAD:tests/accounting/tst_cli_receivecheck.cpp
 #include "store/AuditTrail.h"
 #include "tests/support/CliReceiveFixture.h"
-=======
-#include "store/AuditTrail.h"
-#include "store/SettingsStore.h"
-#include "terminal/Pty.h"
-#include "terminal/UploadRecords.h"
-#include "terminal/UploadTerminal.h"
-#include "tests/support/TestContext.h"
->>>>>>> layer:tests/cli/tst_cli_receivecheck.cpp
 
 #include <QSqlQuery>
 #include <QtTest>
