@@ -1,6 +1,7 @@
 #include "Pty.h"
 #include "SettingsStore.h"
 #include "TestContext.h"
+#include "TestTiming.h"
 #include "UploadRecords.h"
 #include "UploadTerminal.h"
 
@@ -56,7 +57,7 @@ class tst_CliReceive : public QObject
             return r;
         QElapsedTimer clock;
         clock.start();
-        while (p.state() != QProcess::NotRunning && clock.elapsed() < 30000) {
+        while (p.state() != QProcess::NotRunning && clock.elapsed() < scaledMs(30000)) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
             p.waitForFinished(5);
         }

@@ -4,6 +4,7 @@
 #include "Pty.h"
 #include "ReceiveFlow.h"
 #include "TestContext.h"
+#include "TestTiming.h"
 #include "UploadFrames.h"
 #include "UploadSession.h"
 #include "UploadTerminal.h"
@@ -145,7 +146,6 @@ private:
     // RestoreData rows, their total and whether the upload file is there.
     int storedRows(double* total = nullptr);
     void checkStoredExactly();
-
 
     std::unique_ptr<TestContext> t;
     std::unique_ptr<frmReceive> m_form;
@@ -540,11 +540,11 @@ void tst_frmReceive::boxesLeftOpenTenSecondsWhileTheLineMisbehaves()
     });
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
     QTRY_COMPARE(visibleBoxes(UploadSession::noAcknowledgementText()), 1);
-    QTRY_COMPARE_WITH_TIMEOUT(visibleBoxes(UploadSession::checkCableText()), 1, 15000);
+    QTRY_COMPARE_WITH_TIMEOUT(visibleBoxes(UploadSession::checkCableText()), 1, scaledMs(15000));
     QTest::qWait(10000);
     QCOMPARE(visibleBoxes(UploadSession::noAcknowledgementText()), 1);
     QCOMPARE(visibleBoxes(UploadSession::checkCableText()), 1);
-    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), scaledMs(5000));
     checkStoredExactly();
     QCOMPARE(m_terminal->overCount(), 1);
 }
@@ -563,7 +563,7 @@ void tst_frmReceive::checkQuestionLeftOpenTenSeconds()
     QCOMPARE(storedRows(), 0);
     QVERIFY(!QFile::exists(t->path(QStringLiteral("bank/0011611u.txt"))));
     m_form->openBox(UploadSession::crcQuestionText())->button(QMessageBox::Ok)->click();
-    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), scaledMs(5000));
     checkStoredExactly();
 }
 
