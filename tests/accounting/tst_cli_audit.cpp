@@ -1,3 +1,5 @@
+#include "TestTiming.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -112,5 +114,4 @@ void tst_CliAudit::traceFileIsOwnerOnly()
 }
 
 QTEST_GUILESS_MAIN(tst_CliAudit)
-#include "TestTiming.h"
 #include "tst_cli_audit.moc"
