@@ -1,3 +1,5 @@
+#include "tests/support/TestTiming.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -45,7 +47,7 @@ tst_CliAudit::Result tst_CliAudit::run(const QStringList& args, const QByteArray
     p.start(m_cli, QStringList{"--data-dir", m_dir.path()} + args);
     p.write(input);
     p.closeWriteChannel();
-    if (!p.waitForFinished(60000))
+    if (!p.waitForFinished(scaledMs(60000)))
         return {-1, {}, "timeout"};
     return {p.exitCode(), QString::fromLocal8Bit(p.readAllStandardOutput()),
             QString::fromLocal8Bit(p.readAllStandardError())};

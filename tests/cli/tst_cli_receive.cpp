@@ -1,4 +1,9 @@
+#include "store/SettingsStore.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadRecords.h"
+#include "terminal/UploadTerminal.h"
 #include "tests/support/CliReceiveFixture.h"
+#include "tests/support/TestContext.h"
 
 #include <QSqlQuery>
 #include <QtTest>

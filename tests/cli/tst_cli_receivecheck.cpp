@@ -1,5 +1,10 @@
 #include "store/AuditTrail.h"
+#include "store/SettingsStore.h"
+#include "terminal/Pty.h"
+#include "terminal/UploadRecords.h"
+#include "terminal/UploadTerminal.h"
 #include "tests/support/CliReceiveFixture.h"
+#include "tests/support/TestContext.h"
 
 #include <QSqlQuery>
 #include <QtTest>

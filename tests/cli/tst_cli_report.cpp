@@ -1,5 +1,6 @@
 #include "store/SharedDatabase.h"
 #include "tests/reports/HistoryRows.h"
+#include "tests/support/TestTiming.h"
 
 #include <QDir>
 #include <QFile>
@@ -58,7 +59,7 @@ QString tst_CliReport::pdfText(const QStringList& options, const QString& pdf)
 {
     QProcess p;
     p.start(QStandardPaths::findExecutable("pdftotext"), options + QStringList{pdf, "-"});
-    if (!p.waitForFinished(30000) || p.exitCode() != 0)
+    if (!p.waitForFinished(scaledMs(30000)) || p.exitCode() != 0)
         return {};
     return QString::fromUtf8(p.readAllStandardOutput());
 }
@@ -88,7 +89,7 @@ tst_CliReport::Result tst_CliReport::run(const QStringList& args, const QProcess
     p.setProcessEnvironment(env);
     p.start(m_cli, QStringList{"--data-dir", m_dir->path()} + args);
     p.closeWriteChannel();
-    if (!p.waitForFinished(30000))
+    if (!p.waitForFinished(scaledMs(30000)))
         return {-1, {}, "timeout"};
     return {p.exitCode(), QString::fromLocal8Bit(p.readAllStandardOutput()),
             QString::fromLocal8Bit(p.readAllStandardError())};
@@ -191,7 +192,7 @@ void tst_CliReport::dailyPdf()
     QVERIFY(r.out.contains(QDir::toNativeSeparators(out)));
     QProcess p;
     p.start(pdftotext, {"-layout", out, "-"});
-    QVERIFY(p.waitForFinished(30000));
+    QVERIFY(p.waitForFinished(scaledMs(30000)));
     QStringList lines;
     for (const QString& line : QString::fromUtf8(p.readAllStandardOutput()).split('\n'))
         lines << line.simplified();

@@ -1,4 +1,5 @@
 #include "tests/download/DownloadFileMaker.h"
+#include "tests/support/TestTiming.h"
 
 #include <QDir>
 #include <QFile>
@@ -71,7 +72,7 @@ tst_CliSend::Result tst_CliSend::run(const QStringList& args, int timeoutMs)
     QProcess p;
     p.start(m_bin + "/tonvy-cli", QStringList{"--data-dir", m_data} + args);
     p.closeWriteChannel();
-    if (!p.waitForFinished(timeoutMs)) {
+    if (!p.waitForFinished(scaledMs(timeoutMs))) {
         p.kill();
         p.waitForFinished();
         return {-1, {}, "timeout"};
@@ -135,7 +136,7 @@ void tst_CliSend::fullDownloadAgainstTerminal()
 
     const Result r = run({"--port", device, "send", "--agent", "5", "--date", "1611", "--give-up-after", "60"});
     terminal.terminate();
-    terminal.waitForFinished(5000);
+    terminal.waitForFinished(scaledMs(5000));
     const QString terminalSaid = QString::fromLocal8Bit(terminal.readAllStandardOutput());
     QVERIFY2(r.code == 0, qPrintable(r.out + r.err));
     QVERIFY(r.out.contains("Record Sent : 1 / 3\n"));
@@ -151,7 +152,7 @@ void tst_CliSend::terminalNotInDownloadMode()
     QVERIFY2(device.startsWith("/dev/"), qPrintable(device));
     const Result r = run({"--port", device, "send", "--agent", "5", "--date", "1611", "--give-up-after", "30"});
     terminal.terminate();
-    terminal.waitForFinished(5000);
+    terminal.waitForFinished(scaledMs(5000));
     QCOMPARE(r.code, 1);
     QVERIFY(r.out.contains("Please goto Download Mode in the HandHeld Terminal and then Send Data!"));
 }

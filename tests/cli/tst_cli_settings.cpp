@@ -1,4 +1,5 @@
 #include "store/SharedDatabase.h"
+#include "tests/support/TestTiming.h"
 
 #include <QFile>
 #include <QProcess>
@@ -51,7 +52,7 @@ tst_CliSettings::Result tst_CliSettings::run(const QStringList& args, const QStr
     all << args;
     p.start(m_cli, all);
     p.closeWriteChannel();
-    if (!p.waitForFinished(30000))
+    if (!p.waitForFinished(scaledMs(30000)))
         return {-1, {}, "timeout"};
     return {p.exitCode(), QString::fromLocal8Bit(p.readAllStandardOutput()),
             QString::fromLocal8Bit(p.readAllStandardError())};

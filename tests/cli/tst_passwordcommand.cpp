@@ -1,5 +1,6 @@
 #include "store/PasswordStore.h"
 #include "store/SharedDatabase.h"
+#include "tests/support/TestTiming.h"
 
 #include <QDir>
 #include <QFile>
@@ -42,7 +43,7 @@ tst_PasswordCommand::Result tst_PasswordCommand::run(const QString& dataDir, con
     p.start(m_cli, QStringList{"--data-dir", dataDir, "password", "set"} + args);
     p.write(input);
     p.closeWriteChannel();
-    if (!p.waitForFinished(60000))
+    if (!p.waitForFinished(scaledMs(60000)))
         return {-1, {}, "timeout"};
     return {p.exitCode(), QString::fromLocal8Bit(p.readAllStandardOutput()),
             QString::fromLocal8Bit(p.readAllStandardError())};

@@ -6,6 +6,7 @@
 #include "tests/download/FakeTerminal.h"
 #include "tests/support/MessageRecorder.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -302,7 +303,8 @@ void tst_frmsend::progressAndCompletion()
     f.writeFile(QStringLiteral("0051611d.txt"), accountsFile(4));
     f.typeAll(QStringLiteral("5"), QStringLiteral("1611"), QStringLiteral("2"));
     QTest::mouseClick(f.send(), Qt::LeftButton);
-    QTRY_VERIFY_WITH_TIMEOUT(f.messages.last().startsWith(QStringLiteral("Download Completed Successfully")), 10000);
+    QTRY_VERIFY_WITH_TIMEOUT(f.messages.last().startsWith(QStringLiteral("Download Completed Successfully")),
+                             scaledMs(10000));
     QCOMPARE(f.find<QLabel>("lblRecord")->text(), QStringLiteral("4 / 4"));
     QCOMPARE(f.find<QProgressBar>("progressBar")->maximum(), 4);
     QCOMPARE(f.find<QProgressBar>("progressBar")->value(), 4);
@@ -487,14 +489,14 @@ void tst_frmsend::boxLeftOpenWhileAnswersKeepComing()
     QTest::mouseClick(form.findChild<QPushButton*>(QStringLiteral("cmdSend")), Qt::LeftButton);
     QTRY_VERIFY(terminal && terminal->accepted.size() >= 5);
     terminal->silent = true; // five time-outs: the cable message
-    QTRY_COMPARE_WITH_TIMEOUT(messages.count(DownloadSession::checkCableText()), 1, 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(messages.count(DownloadSession::checkCableText()), 1, scaledMs(5000));
     QMessageBox* box = form.findChild<QMessageBox*>(QStringLiteral("MessageBox"));
     QVERIFY(box && box->isVisible());
     // Ten more time-outs with the box open: resends go on, no second box.
-    QTRY_COMPARE_WITH_TIMEOUT(messages.count(DownloadSession::checkCableText()), 3, 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(messages.count(DownloadSession::checkCableText()), 3, scaledMs(5000));
     QCOMPARE(form.findChildren<QMessageBox*>(QStringLiteral("MessageBox")).size(), 1);
     terminal->silent = false; // the line is back; the box stays open
-    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 1, scaledMs(10000));
     QVERIFY(box->isVisible());
     QCOMPARE(terminal->accepted.size(), 40);
     for (auto it = terminal->accepted.cbegin(); it != terminal->accepted.cend(); ++it)
@@ -514,7 +516,7 @@ template <typename Condition> bool waitFor(Condition done, int timeoutMs = 5000)
     QElapsedTimer clock;
     clock.start();
     while (!done()) {
-        if (clock.elapsed() > timeoutMs)
+        if (clock.elapsed() > scaledMs(timeoutMs))
             return false;
         QTest::qWait(1);
     }

@@ -3,6 +3,7 @@
 #include "tests/download/FakeTerminal.h"
 #include "tests/support/MessageRecorder.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 
 #include <QSignalSpy>
 #include <QSqlQuery>
@@ -251,7 +252,7 @@ void tst_SendFlow::fullDownload()
     QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
     QString transactions = QStringLiteral("2");
     QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Started);
-    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(completed.count(), 1, scaledMs(10000));
     QVERIFY(f.messages.last().startsWith(QStringLiteral("Download Completed Successfully")));
     QCOMPARE(progress.last().at(0).toInt(), 3);
     QCOMPARE(progress.last().at(1).toInt(), 3);

@@ -7,6 +7,7 @@
 #include "terminal/Pty.h"
 #include "tests/support/MessageRecorder.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -117,7 +118,7 @@ void TestDownloadPty::fullDownload()
 {
     PtyFixture f;
     f.send(4);
-    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, scaledMs(10000));
     QCOMPARE(f.terminal->receivedNumbers(), PtyFixture::expectedNumbers(4));
     QCOMPARE(f.terminal->endFramesReceived(), 1);
     QCOMPARE(f.terminal->rejectedFrames(), 0);
@@ -163,7 +164,7 @@ void TestDownloadPty::nackResend()
     faults.nackFrame = 3;
     f.terminal->setFaults(faults);
     f.send(4);
-    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, scaledMs(10000));
     QCOMPARE(f.terminal->receivedNumbers(), (QList<int>{0, 2, 3, 3, 4, 5}));
     QCOMPARE(f.terminal->state().accounts.size(), 4);
     QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
@@ -176,7 +177,7 @@ void TestDownloadPty::wrongNumber()
     faults.wrongNumberFrame = 4;
     f.terminal->setFaults(faults);
     f.send(4);
-    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, scaledMs(10000));
     // Frame 4 acknowledged as 5: the PC steps back two and sends 2 onwards again.
     QCOMPARE(f.terminal->receivedNumbers(), (QList<int>{0, 2, 3, 4, 2, 3, 4, 5}));
     QCOMPARE(f.terminal->state().accounts.size(), 4);
@@ -191,7 +192,7 @@ void TestDownloadPty::silentFrameTimeoutResend()
     f.terminal->setFaults(faults);
     f.session->timer2().setInterval(300); // the response time-out, shortened for the test
     f.send(4);
-    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, scaledMs(10000));
     const QList<int> numbers = f.terminal->receivedNumbers();
     // The first time-out goes back to the frame before the unanswered one.
     QCOMPARE(numbers.mid(0, 5), (QList<int>{0, 2, 3, 2, 3}));
@@ -216,7 +217,7 @@ void TestDownloadPty::notInDownloadMode()
     faults.notDownloadMode = word;
     f.terminal->setFaults(faults);
     f.send(2);
-    QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, scaledMs(10000));
     QCOMPARE(f.messages.texts(),
              QStringList{QStringLiteral("Please goto Download Mode in the HandHeld Terminal and then Send Data!")});
     QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Information);
@@ -241,10 +242,10 @@ void TestDownloadPty::totalSilenceCableMessage()
     });
     f.session->timer2().setInterval(30);
     f.send(3);
-    QTRY_COMPARE_WITH_TIMEOUT(f.messages.count(cable), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.messages.count(cable), 1, scaledMs(10000));
     QCOMPARE(f.messages.lastIcon(), Messenger::Icon::Critical);
     // Resending goes on after the message: the count comes round again.
-    QTRY_COMPARE_WITH_TIMEOUT(f.messages.count(cable), 2, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.messages.count(cable), 2, scaledMs(10000));
     QCOMPARE(f.stopped->count(), 0);
     QVERIFY(f.session->timer2().isActive());
     const QByteArray all = chunks.join();
@@ -260,7 +261,7 @@ void TestDownloadPty::silentTerminalHeaderSentOnce()
     QObject::connect(&f.pty, &Pty::readyRead, [&] { all += f.pty.readAll(); });
     f.session->headerWatch().setInterval(300);
     f.send(2);
-    QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, scaledMs(5000));
     QCOMPARE(f.messages.texts(), QStringList{cable});
     QTest::qWait(200);
     QCOMPARE(all, f.session->headerFrame()); // the header, once, and nothing else
@@ -273,7 +274,7 @@ void TestDownloadPty::staleBytesBeforeOpenAreDropped()
     f.pty.write(DownloadTerminal::answerFrame(7, "AACK") + DownloadTerminal::answerFrame(0, "NACK"));
     QTest::qWait(50);
     f.send(3);
-    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count(), 1, scaledMs(10000));
     QCOMPARE(f.terminal->receivedNumbers(), PtyFixture::expectedNumbers(3));
     QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Download Completed Successfully!")});
 }
@@ -292,12 +293,12 @@ void TestDownloadPty::droppedLineRecovers()
     QElapsedTimer clock;
     f.send(20);
     clock.start();
-    QTRY_VERIFY_WITH_TIMEOUT(f.pty.bytesDropped() > 0, 5000);
-    QTRY_VERIFY_WITH_TIMEOUT(!f.pty.lineDown(), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(f.pty.bytesDropped() > 0, scaledMs(5000));
+    QTRY_VERIFY_WITH_TIMEOUT(!f.pty.lineDown(), scaledMs(5000));
     const qint64 up = clock.elapsed();
-    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, scaledMs(10000));
     QCOMPARE(f.completed->count(), 1);
-    QVERIFY2(clock.elapsed() - up <= 10 * 100 + 500, qPrintable(QString::number(clock.elapsed() - up)));
+    QVERIFY2(clock.elapsed() - up <= 10 * 100 + scaledMs(500), qPrintable(QString::number(clock.elapsed() - up)));
     QCOMPARE(f.terminal->state().accounts.size(), 20);
     QCOMPARE(f.terminal->endFramesReceived(), 1);
 }
@@ -327,12 +328,13 @@ void TestDownloadPty::pausedTerminalRecovers()
     QElapsedTimer clock;
     clock.start();
     f.send(20);
-    QTRY_VERIFY_WITH_TIMEOUT(paused, 5000);
-    QTRY_VERIFY_WITH_TIMEOUT(!paused, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(paused, scaledMs(5000));
+    QTRY_VERIFY_WITH_TIMEOUT(!paused, scaledMs(5000));
     const qint64 resumed = clock.elapsed();
-    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, scaledMs(10000));
     QCOMPARE(f.completed->count(), 1);
-    QVERIFY2(clock.elapsed() - resumed <= 10 * 100 + 500, qPrintable(QString::number(clock.elapsed() - resumed)));
+    QVERIFY2(clock.elapsed() - resumed <= 10 * 100 + scaledMs(500),
+             qPrintable(QString::number(clock.elapsed() - resumed)));
     QCOMPARE(f.terminal->state().accounts.size(), 20);
     for (const TerminalAccount& a : f.terminal->state().accounts)
         QVERIFY(a.name.startsWith(QStringLiteral("HOLDER")));
@@ -346,14 +348,14 @@ void TestDownloadPty::closedMidTransferAndSentAgain()
     f.terminal->setLineBaud(19200);
     f.pty.setBaud(19200);
     f.send(30);
-    QTRY_VERIFY_WITH_TIMEOUT(f.progress->count() >= 3, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(f.progress->count() >= 3, scaledMs(5000));
     f.session->stopTransfer();
     // The terminal answers what it still had, into a closed port.
     f.pty.write(DownloadTerminal::answerFrame(5, "AACK") + DownloadTerminal::answerFrame(6, "AACK"));
     QTest::qWait(100);
     f.progress->clear();
     f.send(30);
-    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, 15000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.completed->count() + f.stopped->count(), 1, scaledMs(15000));
     QCOMPARE(f.completed->count(), 1);
     QCOMPARE(f.terminal->state().accounts.size(), 30);
     QCOMPARE(f.progress->last().at(0).toInt(), 30);

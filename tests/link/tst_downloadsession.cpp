@@ -2,6 +2,7 @@
 #include "tests/support/FakeChannel.h"
 #include "tests/support/MessageRecorder.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 
 #include <QSet>
 #include <QSignalSpy>
@@ -693,7 +694,7 @@ void TestDownloadSession::headerWatchRunsOnRealTime()
     f.insertNumbered(1);
     f.session->headerWatch().setInterval(30); // the same watch, shortened
     f.start(1);
-    QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, 2000);
+    QTRY_COMPARE_WITH_TIMEOUT(f.stopped->count(), 1, scaledMs(2000));
     QCOMPARE(f.messages.texts(), QStringList{QStringLiteral("Please Check the Communication Cable")});
     QCOMPARE(f.channel->written.size(), 1);
 }

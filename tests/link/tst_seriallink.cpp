@@ -3,6 +3,7 @@
 
 #include "link/SerialLink.h"
 #include "terminal/Pty.h"
+#include "tests/support/TestTiming.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -107,7 +108,7 @@ void tst_SerialLink::lostLineReportedOnce()
     QVERIFY2(link.open(&error), qPrintable(error));
     QSignalSpy failed(&link, &LinkChannel::failed);
     pty.reset(); // the other end goes away
-    QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, 5000);
+    QTRY_COMPARE_WITH_TIMEOUT(failed.count(), 1, scaledMs(5000));
     QTest::qWait(200);
     QCOMPARE(failed.count(), 1);
     QVERIFY(!link.isOpen());

@@ -4,6 +4,7 @@
 #include "terminal/UploadRecords.h"
 #include "terminal/UploadTerminal.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -94,7 +95,7 @@ class tst_UploadOverPty : public QObject
     void receiveAndCheck(int timeoutMs = 10000)
     {
         r->session->cmdSend_Click();
-        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, timeoutMs);
+        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, scaledMs(timeoutMs));
         QTRY_COMPARE(r->terminal->overCount(), 1);
         checkExactly();
     }
@@ -170,7 +171,7 @@ private slots:
         QTRY_COMPARE(r->count(QStringLiteral("No Acknowledgement from HandHeld Terminal")), 1);
         // The running response timer resends; fire it now instead of in a second.
         r->session->Timer1_Timer();
-        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, scaledMs(10000));
         checkExactly();
         // Stepped back once: record 2 again, then 3.
         QCOMPARE(r->terminal->requests().count(2), 2);
@@ -189,7 +190,7 @@ private slots:
         QTRY_VERIFY(silent);
         QVERIFY(r->session->timer1().isActive());
         r->session->Timer1_Timer();
-        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, scaledMs(10000));
         checkExactly();
         QCOMPARE(r->terminal->requests().count(3), 2);
         QCOMPARE(r->terminal->requests().count(4), 2);
@@ -203,7 +204,7 @@ private slots:
         r->session->cmdSend_Click();
         QTRY_COMPARE(r->terminal->requests().size(), 1);
         r->session->Timer3_Timer();
-        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, scaledMs(10000));
         QCOMPARE(r->terminal->requests().count(0), 2);
         checkExactly();
     }
@@ -325,9 +326,9 @@ private slots:
             }
         });
         r->session->cmdSend_Click();
-        QTRY_COMPARE_WITH_TIMEOUT(r->count(UploadSession::checkCableText()), 1, 8000);
+        QTRY_COMPARE_WITH_TIMEOUT(r->count(UploadSession::checkCableText()), 1, scaledMs(8000));
         QVERIFY(r->session->isBusy());
-        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, 12000);
+        QTRY_VERIFY_WITH_TIMEOUT(r->finishedCount > 0, scaledMs(12000));
         checkExactly();
     }
 
@@ -342,7 +343,7 @@ private slots:
                 });
         });
         r->session->cmdSend_Click();
-        QTRY_COMPARE_WITH_TIMEOUT(r->stopped, 1, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(r->stopped, 1, scaledMs(5000));
         QCOMPARE(r->session->phase(), UploadSession::Phase::Stopped);
         QCOMPARE(r->finishedCount, 0);
         QVERIFY(!r->messages.isEmpty());

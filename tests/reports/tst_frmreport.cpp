@@ -5,6 +5,7 @@
 #include "tests/reports/HistoryRows.h"
 #include "tests/support/Controls.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 
 #include <QApplication>
 #include <QDateEdit>
@@ -69,7 +70,7 @@ int pdfPageCount(const QString& pdf)
 {
     QProcess p;
     p.start(QStandardPaths::findExecutable("pdftotext"), {"-layout", pdf, "-"});
-    if (!p.waitForFinished(60000) || p.exitCode() != 0)
+    if (!p.waitForFinished(scaledMs(60000)) || p.exitCode() != 0)
         return -1;
     QStringList pages = QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\f'));
     if (!pages.isEmpty() && pages.last().trimmed().isEmpty())
@@ -631,7 +632,7 @@ void tst_frmReport::savePdfFromThePreview()
     });
     QTest::mouseClick(control<ColourButton>(preview, "cmdSavePdf"), Qt::LeftButton);
     QCOMPARE(suggested, QDir(t.path("reports")).filePath("DailyCollection_20071101_20071116.pdf"));
-    QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), 60000);
+    QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), scaledMs(60000));
     QCOMPARE(control<QLabel>(preview, "lblStatus")->text(),
              QString("Report saved in %1").arg(QDir::toNativeSeparators(chosen)));
     QCOMPARE(pdfPageCount(chosen), preview->pages().pageCount());
@@ -659,7 +660,7 @@ void tst_frmReport::printFromThePreview()
         return true;
     });
     QTest::mouseClick(control<ColourButton>(preview, "cmdPrint"), Qt::LeftButton);
-    QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), scaledMs(30000));
     QCOMPARE(control<QLabel>(preview, "lblStatus")->text(), QString("Report sent to the printer."));
     QCOMPARE(pdfPageCount(printed), 1);
 
@@ -718,7 +719,7 @@ void tst_frmReport::cancelWhilePagesAreMadeKeepsTheWindowResponsive()
     QTRY_VERIFY(ticks >= 5 || !preview->isWriting());
     QVERIFY2(preview->isWriting(), "the month was saved before Cancel could be clicked");
     QVERIFY(progress->value() > 0);
-    QVERIFY2(longestGap < 1000, qPrintable(QString::number(longestGap)));
+    QVERIFY2(longestGap < scaledMs(1000), qPrintable(QString::number(longestGap)));
     const int made = progress->value();
     QVERIFY(made < progress->maximum());
 

@@ -2,6 +2,7 @@
 #include "reports/ReportRenderer.h"
 #include "tests/reports/HistoryRows.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 
 #include <QFile>
 #include <QProcess>
@@ -103,7 +104,7 @@ QStringList tst_ReportRender::pdfPages(const QString& pdf)
 {
     QProcess p;
     p.start(m_pdftotext, {"-layout", pdf, "-"});
-    if (!p.waitForFinished(30000) || p.exitCode() != 0)
+    if (!p.waitForFinished(scaledMs(30000)) || p.exitCode() != 0)
         return {};
     QStringList pages = QString::fromUtf8(p.readAllStandardOutput()).split(QLatin1Char('\f'));
     if (!pages.isEmpty() && pages.last().trimmed().isEmpty())

@@ -5,6 +5,7 @@
 #include "terminal/UploadRecords.h"
 #include "terminal/UploadTerminal.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -85,7 +86,7 @@ protected:
             return r;
         QElapsedTimer clock;
         clock.start();
-        while (p.state() != QProcess::NotRunning && clock.elapsed() < 30000) {
+        while (p.state() != QProcess::NotRunning && clock.elapsed() < scaledMs(30000)) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
             p.waitForFinished(5);
         }

@@ -6,6 +6,7 @@
 #include "terminal/UploadTerminal.h"
 #include "tests/support/FakeChannel.h"
 #include "tests/support/TestContext.h"
+#include "tests/support/TestTiming.h"
 #include "tests/upload/ReplyBytes.h"
 #include "upload/ReceiveFlow.h"
 #include "upload/frmReceive.h"
@@ -470,11 +471,11 @@ void tst_frmReceive::boxesLeftOpenTenSecondsWhileTheLineMisbehaves()
     });
     QTest::mouseClick(child<ColourButton>("cmdSend"), Qt::LeftButton);
     QTRY_COMPARE(visibleBoxes(UploadSession::noAcknowledgementText()), 1);
-    QTRY_COMPARE_WITH_TIMEOUT(visibleBoxes(UploadSession::checkCableText()), 1, 15000);
+    QTRY_COMPARE_WITH_TIMEOUT(visibleBoxes(UploadSession::checkCableText()), 1, scaledMs(15000));
     QTest::qWait(10000);
     QCOMPARE(visibleBoxes(UploadSession::noAcknowledgementText()), 1);
     QCOMPARE(visibleBoxes(UploadSession::checkCableText()), 1);
-    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), scaledMs(5000));
     checkStoredExactly();
     QCOMPARE(m_terminal->overCount(), 1);
 }
@@ -493,7 +494,7 @@ void tst_frmReceive::checkQuestionLeftOpenTenSeconds()
     QCOMPARE(storedRows(), 0);
     QVERIFY(!QFile::exists(t->path(QStringLiteral("bank/0011611u.txt"))));
     m_form->openBox(UploadSession::crcQuestionText())->button(QMessageBox::Ok)->click();
-    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(m_form->flow().restored(), scaledMs(5000));
     checkStoredExactly();
 }
 
