@@ -1,4 +1,5 @@
 #include "app/ColourButton.h"
+#include "base/Version.h"
 #include "reports/AuditTrailModel.h"
 #include "reports/AuditTrailWindow.h"
 #include "reports/frmReport.h"
@@ -54,7 +55,7 @@ QStringList tableRows(QTableView* table)
 
 QString row(const QString& time, const QString& action, const QString& details)
 {
-    return QStringList{time, AuditTrail::osUser(), action, details, AuditTrail::programVersion()}.join(" | ");
+    return QStringList{time, AuditTrail::osUser(), action, details, programVersion()}.join(" | ");
 }
 
 QByteArray readFile(const QString& path)
