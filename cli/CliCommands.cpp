@@ -6,6 +6,8 @@
 #include "cli/SendCommand.h"
 #include "cli/SettingsCommand.h"
 
+#include <cstdio>
+
 QList<CliCommand> allCliCommands()
 {
     return {
@@ -16,4 +18,11 @@ QList<CliCommand> allCliCommands()
         reportCommand(),
         auditCommand(),
     };
+}
+
+int cliUsageError(const QString& text)
+{
+    const QByteArray bytes = (text + QStringLiteral("\nTry 'tonvy-cli --help'.\n")).toLocal8Bit();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
+    return CliExit::Usage;
 }

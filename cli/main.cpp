@@ -16,13 +16,6 @@
 #include <cstdio>
 #include <memory>
 
-int cliUsageError(const QString& text)
-{
-    const QByteArray bytes = (text + QStringLiteral("\nTry 'tonvy-cli --help'.\n")).toLocal8Bit();
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
-    return CliExit::Usage;
-}
-
 namespace {
 
 QString helpText(const QList<CliCommand>& commands)
