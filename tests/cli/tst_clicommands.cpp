@@ -55,9 +55,9 @@ private slots:
 
     void settingsSetStoresAndAudits()
     {
-        QCOMPARE(run({"settings", "set", "--bank-name", "Union Bank", "--branch-name", "Main Road", "--comm-port",
-                      "2"}),
-                 CliExit::Success);
+        QCOMPARE(
+            run({"settings", "set", "--bank-name", "Union Bank", "--branch-name", "Main Road", "--comm-port", "2"}),
+            CliExit::Success);
         AppSettings stored;
         QVERIFY(stored.load(t->db));
         QCOMPARE(stored.BankName, QStringLiteral("Union Bank"));
