@@ -1,4 +1,5 @@
 #include "base/Clock.h"
+#include "base/Version.h"
 #include "store/AuditTrail.h"
 #include "store/PasswordStore.h"
 #include "store/SettingsStore.h"
@@ -57,7 +58,7 @@ void tst_AuditTrail::recordCarriesTimeUserAndVersion()
     QCOMPARE(events.first().time, QStringLiteral("2026-11-23T09:15:00"));
     QCOMPARE(events.first().action, QStringLiteral("send"));
     QCOMPARE(events.first().details, QStringLiteral("agent 005: 40 accounts sent"));
-    QCOMPARE(events.first().version, QStringLiteral("2.1"));
+    QCOMPARE(events.first().version, programVersion());
     QCOMPARE(events.first().user, AuditTrail::osUser());
     QVERIFY(!events.first().user.isEmpty());
 }

@@ -1,3 +1,4 @@
+#include "base/Version.h"
 #include "link/UploadSession.h"
 #include "store/AuditTrail.h"
 #include "tests/support/TestContext.h"
@@ -200,7 +201,7 @@ void tst_ReceiveOutcome::correctReceiveStoredWrittenAndAudited()
     const AuditTrail::Event& e = events.first();
     QCOMPARE(e.action, QStringLiteral("receive"));
     QCOMPARE(e.time, QStringLiteral("2007-11-16T10:20:30"));
-    QCOMPARE(e.version, QStringLiteral("2.1"));
+    QCOMPARE(e.version, programVersion());
     QVERIFY(!e.user.isEmpty());
     QVERIFY2(e.details.contains(QStringLiteral("2 records received")), qPrintable(e.details));
     QVERIFY2(e.details.contains(QStringLiteral("3 collections, total 17.00")), qPrintable(e.details));
