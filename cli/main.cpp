@@ -140,10 +140,18 @@ int main(int argc, char* argv[])
             return CliExit::Failure;
         }
         ctx.settings.load(db);
-        if (!Startup::completePendingOutputs(ctx, messenger))
-            return CliExit::Failure;
-
         CliRun run{ctx, messenger, parser, positional};
+        if (!Startup::completePendingOutputs(ctx, messenger)) {
+            // 'settings' still runs, so that a clerk without the desktop
+            // program can point the bank folder somewhere that exists; the
+            // owed files are tried again with the new setting.
+            if (command->name != QLatin1String("settings"))
+                return CliExit::Failure;
+            const int status = command->run(run);
+            if (status != CliExit::Success || !Startup::completePendingOutputs(ctx, messenger))
+                return CliExit::Failure;
+            return status;
+        }
         return command->run(run);
     } catch (const StoreError& e) {
         messenger.critical(e.message());

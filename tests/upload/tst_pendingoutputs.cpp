@@ -218,6 +218,7 @@ private slots:
     void stoppedReceiveCompletedAtNextStart();
     void missingBankFolderKeepsTheMark();
     void commandLineRefusesUntilTheFolderExists();
+    void settingsCommandCanChooseAnotherBankFolder();
     void uninterruptedReceiveLeavesNoMark();
     void missingBankFolderAtReceiveLeavesNoMark();
     void failedRenameKeepsTheMarkAndNextStartWrites();
@@ -302,12 +303,14 @@ void tst_PendingOutputs::commandLineRefusesUntilTheFolderExists()
     b.receiveStoppedAfterCommit();
     QVERIFY(QDir(b.bank()).removeRecursively());
 
-    const CliRun refused =
-        runCli({QStringLiteral("--data-dir"), b.dir.path(), QStringLiteral("settings"), QStringLiteral("show")});
+    const QString trail = b.path(QStringLiteral("trail.csv"));
+    const CliRun refused = runCli({QStringLiteral("--data-dir"), b.dir.path(), QStringLiteral("audit"),
+                                   QStringLiteral("--output"), trail});
     QCOMPARE(refused.status, QProcess::NormalExit);
     QCOMPARE(refused.exitCode, 1);
     QVERIFY2(refused.err.contains(missingFolderMessage(b.bank())), qPrintable(refused.err));
     QVERIFY2(refused.out.isEmpty(), qPrintable(refused.out));
+    QVERIFY(!QFile::exists(trail));
     {
         Start s(b.dir.path());
         QCOMPARE(s.count(QStringLiteral("SELECT count(*) FROM PendingOutputs WHERE Kind = 'upload'")), 1);
@@ -319,6 +322,34 @@ void tst_PendingOutputs::commandLineRefusesUntilTheFolderExists()
     QCOMPARE(done.exitCode, 0);
     QVERIFY2(done.err.isEmpty(), qPrintable(done.err));
     QCOMPARE(readAll(b.uploadFile()), ref.upload);
+    Start s(b.dir.path());
+    QCOMPARE(s.count(QStringLiteral("SELECT count(*) FROM PendingOutputs")), 0);
+}
+
+// A clerk with only the command line points the bank folder somewhere that
+// exists: 'settings' still runs while a file is owed, and the owed file is
+// written into the folder just chosen.
+void tst_PendingOutputs::settingsCommandCanChooseAnotherBankFolder()
+{
+    Branch b;
+    const Reference ref(b.dir.path());
+    b.receiveStoppedAfterCommit();
+    QVERIFY(QDir(b.bank()).removeRecursively());
+
+    const CliRun shown =
+        runCli({QStringLiteral("--data-dir"), b.dir.path(), QStringLiteral("settings"), QStringLiteral("show")});
+    QCOMPARE(shown.status, QProcess::NormalExit);
+    QCOMPARE(shown.exitCode, 1);
+    QVERIFY2(shown.err.contains(missingFolderMessage(b.bank())), qPrintable(shown.err));
+    QVERIFY2(shown.out.contains(QStringLiteral("Bank Info Path: ") + b.bank()), qPrintable(shown.out));
+
+    const QString other = b.path(QStringLiteral("OtherBank"));
+    QVERIFY(QDir().mkpath(other));
+    const CliRun moved = runCli({QStringLiteral("--data-dir"), b.dir.path(), QStringLiteral("settings"),
+                                 QStringLiteral("set"), QStringLiteral("--bank-info-path"), other});
+    QCOMPARE(moved.status, QProcess::NormalExit);
+    QCOMPARE(moved.exitCode, 0);
+    QCOMPARE(readAll(QDir(other).filePath(QFileInfo(b.uploadFile()).fileName())), ref.upload);
     Start s(b.dir.path());
     QCOMPARE(s.count(QStringLiteral("SELECT count(*) FROM PendingOutputs")), 0);
 }
