@@ -29,37 +29,6 @@ QByteArray entry(const char* hex)
     return QByteArray::fromHex(hex);
 }
 
-QByteArray readAll(const QString& path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return f.readAll();
-}
-
-// Runs out of room after a given number of bytes, as a full disk would.
-class FailingSaveFile : public QSaveFile
-{
-public:
-    FailingSaveFile(const QString& name, qint64 room) : QSaveFile(name), m_room(room) {}
-
-protected:
-    qint64 writeData(const char* data, qint64 len) override
-    {
-        if (len > m_room) {
-            QSaveFile::writeData(data, m_room);
-            m_room = 0;
-            setErrorString(QStringLiteral("No space left on device"));
-            return -1;
-        }
-        m_room -= len;
-        return QSaveFile::writeData(data, len);
-    }
-
-private:
-    qint64 m_room;
-};
-
 } // namespace
 
 // One receive from the replies to the files, through processReceive: each
