@@ -17,11 +17,12 @@ QMessageBox::Icon boxIcon(Messenger::Icon icon)
 
 } // namespace
 
-void MessageBoxMessenger::show(const QString& text, Icon icon, const QString& title)
+void MessageBoxMessenger::show(const QString& text, Icon icon, const QString& title, const QString& detail)
 {
     QMessageBox box(boxIcon(icon), title.isEmpty() ? defaultTitle() : title, text, QMessageBox::Ok,
                     QApplication::activeWindow());
     box.setObjectName(QStringLiteral("MessageBox"));
+    box.setInformativeText(detail);
     box.exec();
 }
 

@@ -11,6 +11,6 @@ class MessageBoxMessenger : public Messenger
 public:
     static QString defaultTitle() { return QStringLiteral("Tonvy Hand-Held Interface Software"); }
 
-    void show(const QString& text, Icon icon, const QString& title = {}) override;
+    void show(const QString& text, Icon icon, const QString& title = {}, const QString& detail = {}) override;
     bool askOkCancel(const QString& text, Icon icon, const QString& title = {}) override;
 };

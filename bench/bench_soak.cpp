@@ -216,7 +216,7 @@ Figures runSends(LineRelay& relay, int sends, int accountsPerSend, int timeoutMs
 class SilentMessenger : public Messenger
 {
 public:
-    void show(const QString&, Icon, const QString&) override {}
+    void show(const QString&, Icon, const QString&, const QString&) override {}
     bool askOkCancel(const QString&, Icon, const QString&) override { return true; }
 };
 

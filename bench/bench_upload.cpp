@@ -24,7 +24,7 @@ namespace {
 class PrintingMessenger : public Messenger
 {
 public:
-    void show(const QString& text, Icon, const QString&) override
+    void show(const QString& text, Icon, const QString&, const QString&) override
     {
         messages << text;
         std::printf("  message: %s\n", qPrintable(text));

@@ -12,9 +12,12 @@ void print(FILE* stream, const QString& text)
 }
 } // namespace
 
-void ConsoleMessenger::show(const QString& text, Icon icon, const QString&)
+void ConsoleMessenger::show(const QString& text, Icon icon, const QString&, const QString& detail)
 {
-    print(icon == Icon::Critical ? stderr : stdout, text);
+    FILE* stream = icon == Icon::Critical ? stderr : stdout;
+    print(stream, text);
+    if (!detail.isEmpty())
+        print(stream, detail);
 }
 
 bool ConsoleMessenger::askOkCancel(const QString& text, Icon icon, const QString&)

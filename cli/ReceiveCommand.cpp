@@ -39,7 +39,7 @@ int run(CliRun& run)
             ConsoleMessenger::line(line);
     });
     QObject::connect(&flow, &ReceiveFlow::message, loop,
-                     [&run](const SessionMessage& m) { run.messenger.show(m.text, messengerIcon(m.icon)); });
+                     [&run](const SessionMessage& m) { run.messenger.show(m.text, messengerIcon(m.icon), {}, m.detail); });
     // Asked and answered at once by the --on-crc-failure policy; the answer
     // goes back after the handler that asked has returned.
     QObject::connect(&flow, &ReceiveFlow::crcQuestion, loop, [&run, &flow, loop](const SessionMessage& q) {

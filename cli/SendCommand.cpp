@@ -41,7 +41,9 @@ int run(CliRun& run)
     SendFlow flow(run.ctx);
     // Information on standard output, refusals and failures on standard error.
     QObject::connect(&flow, &SendFlow::message, &flow,
-                     [&run](const QString& text, Messenger::Icon icon) { run.messenger.show(text, icon); });
+                     [&run](const QString& text, Messenger::Icon icon, const QString& detail) {
+                         run.messenger.show(text, icon, {}, detail);
+                     });
     flow.Form_Load();
 
     TransferWait transfer(run.messenger, giveUpAfter, QStringLiteral("download"));

@@ -18,7 +18,7 @@ SendFlow::SendFlow(AppContext& ctx, QObject* parent)
 {
     connect(&m_session, &DownloadSession::progress, this, &SendFlow::progress);
     connect(&m_session, &DownloadSession::message, this,
-            [this](const SessionMessage& m) { emit message(m.text, messengerIcon(m.icon)); });
+            [this](const SessionMessage& m) { emit message(m.text, messengerIcon(m.icon), m.detail); });
     connect(&m_session, &DownloadSession::stopped, this, [this] {
         audit(QStringLiteral("stopped before the terminal confirmed the end"));
         emit buttonsEnabled(true);

@@ -57,8 +57,9 @@ public:
     QString downloadPath() const { return m_downloadPath; }
 
 signals:
-    // Something to tell the user, with the icon of its box.
-    void message(const QString& text, Messenger::Icon icon);
+    // Something to tell the user, with the icon of its box and the detail
+    // that names the file or line it is about.
+    void message(const QString& text, Messenger::Icon icon, const QString& detail = {});
     // cmdSend and cmdClear: off for the whole download, on again after every
     // failure reported by a message and after completion.
     void buttonsEnabled(bool enabled);

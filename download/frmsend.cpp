@@ -55,19 +55,6 @@ void filterKeys(QLineEdit* box, QChar highest, QWidget* next)
     });
 }
 
-QMessageBox::Icon boxIcon(Messenger::Icon icon)
-{
-    switch (icon) {
-    case Messenger::Icon::Information:
-        return QMessageBox::Information;
-    case Messenger::Icon::Critical:
-        return QMessageBox::Critical;
-    case Messenger::Icon::None:
-        break;
-    }
-    return QMessageBox::NoIcon;
-}
-
 // Enter on a focused button presses it, as it did on the original screen.
 // Both the press and the release of the key are taken here, so a button
 // that also answers Enter by itself (on either) is still pressed once.
@@ -234,19 +221,12 @@ void frmsend::setButtonsEnabled(bool enabled)
         m_send->setFocus(Qt::OtherFocusReason);
 }
 
-void frmsend::showMessage(const QString& text, Messenger::Icon icon)
+void frmsend::showMessage(const QString& text, Messenger::Icon icon, const QString& detail)
 {
     if (m_closing)
         return;
-    if (QMessageBox* open = m_boxes.value(text)) {
-        if (open->isVisible())
-            return;
-    }
-    auto* box = new QMessageBox(boxIcon(icon), MessageBoxMessenger::defaultTitle(), text, QMessageBox::Ok, this);
-    box->setObjectName(QStringLiteral("MessageBox"));
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    m_boxes.insert(text, box);
-    box->open();
+    if (QMessageBox* box = m_boxes.make(text, boxIcon(icon), detail))
+        box->open();
 }
 
 void frmsend::askToStop()
@@ -278,10 +258,7 @@ void frmsend::closeEvent(QCloseEvent* event)
     }
     m_closing = true;
     m_flow->Form_Unload();
-    for (const QPointer<QMessageBox>& box : std::as_const(m_boxes)) {
-        if (box)
-            box->close();
-    }
+    m_boxes.closeAll();
     if (m_stopQuestion)
         m_stopQuestion->close();
     QWidget::closeEvent(event);

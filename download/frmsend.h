@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/OpenBoxes.h"
 #include "base/Messenger.h"
 
 #include <QHash>
@@ -43,7 +44,7 @@ private:
     void setButtonsEnabled(bool enabled);
     // A box that does not block: the protocol goes on while it is open. A
     // text already on screen is not shown a second time.
-    void showMessage(const QString& text, Messenger::Icon icon);
+    void showMessage(const QString& text, Messenger::Icon icon, const QString& detail);
     void askToStop();
 
     AppContext& m_ctx;
@@ -56,7 +57,7 @@ private:
     ColourButton* m_send = nullptr;
     ColourButton* m_clear = nullptr;
     ColourButton* m_exit = nullptr;
-    QHash<QString, QPointer<QMessageBox>> m_boxes;
+    OpenBoxes m_boxes{this};
     QPointer<QMessageBox> m_stopQuestion;
     bool m_closing = false;
 };

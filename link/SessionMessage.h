@@ -4,6 +4,7 @@
 
 #include <QMetaType>
 #include <QString>
+#include <utility>
 
 // What a protocol session wants the user to be told. A session never shows
 // it itself and never waits for it to be read: the screen shows it in a box
@@ -14,8 +15,16 @@ struct SessionMessage
     // None: a plain box with OK only, as some of the original messages are.
     enum class Icon { Information, Critical, None };
 
+    SessionMessage() = default;
+    SessionMessage(QString text, Icon icon, QString detail = {})
+        : text(std::move(text)), icon(icon), detail(std::move(detail))
+    {
+    }
+
     QString text;
     Icon icon = Icon::Information;
+    // What the message is about and what to do, where its own text does not say.
+    QString detail;
 
     bool operator==(const SessionMessage&) const = default;
 };

@@ -753,7 +753,7 @@ ReceiveOutcome processReceive(AppContext& ctx, UploadSummary& summary, bool acce
 void report(Messenger& messenger, const ReceiveOutcome& outcome)
 {
     for (const SessionMessage& m : outcome.messages)
-        messenger.show(m.text, messengerIcon(m.icon));
+        messenger.show(m.text, messengerIcon(m.icon), {}, m.detail);
 }
 
 bool RestoreData(AppContext& ctx, UploadSummary& summary)

@@ -12,9 +12,9 @@
 #include <QGridLayout>
 #include <QLabel>
 #include <QMessageBox>
-#include <QTimer>
-#include <QPushButton>
 #include <QProgressBar>
+#include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 
 frmReceive::frmReceive(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window), m_ctx(ctx)
@@ -142,26 +142,13 @@ void frmReceive::showProgress(int received, int total)
 
 QMessageBox* frmReceive::openBox(const QString& text) const
 {
-    const QPointer<QMessageBox> box = m_boxes.value(text);
-    return box && box->isVisible() ? box.data() : nullptr;
+    return m_boxes.find(text);
 }
 
 QMessageBox* frmReceive::makeBox(const SessionMessage& message)
 {
-    if (QMessageBox* open = openBox(message.text)) {
-        // The same message again while its box is still up: one box is
-        // enough.
-        open->raise();
-        return nullptr;
-    }
-    const QMessageBox::Icon icon = message.icon == SessionMessage::Icon::Critical ? QMessageBox::Critical
-                                   : message.icon == SessionMessage::Icon::None   ? QMessageBox::NoIcon
-                                                                                  : QMessageBox::Information;
-    auto* box = new QMessageBox(icon, MessageBoxMessenger::defaultTitle(), message.text, QMessageBox::Ok, this);
-    box->setObjectName(QStringLiteral("MessageBox"));
-    box->setAttribute(Qt::WA_DeleteOnClose);
-    m_boxes.insert(message.text, box);
-    return box;
+    // The same message again while its box is still up: one box is enough.
+    return m_boxes.make(message.text, boxIcon(messengerIcon(message.icon)), message.detail);
 }
 
 void frmReceive::showMessage(const SessionMessage& message)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/OpenBoxes.h"
 #include "link/SessionMessage.h"
 #include "upload/RestoreStore.h"
 
@@ -62,7 +63,7 @@ private:
     ReceiveFlow* m_flow = nullptr;
     bool m_loaded = false;
     bool m_closeAllowed = false;
-    QHash<QString, QPointer<QMessageBox>> m_boxes;
+    OpenBoxes m_boxes{this};
     std::optional<RestoreStore::ReceiveOutcome> m_result; // until its last message is shown
 
     ColourButton* m_cmdSend = nullptr;

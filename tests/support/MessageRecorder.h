@@ -17,21 +17,26 @@ public:
     {
         QString text;
         Messenger::Icon icon;
+        QString detail;
     };
 
     template <typename T> void listen(T* sender, void (T::*signal)(const SessionMessage&))
     {
-        QObject::connect(sender, signal, sender, [this](const SessionMessage& m) {
-            add(m.text, messengerIcon(m.icon));
-        });
-    }
-    template <typename T> void listen(T* sender, void (T::*signal)(const QString&, Messenger::Icon))
-    {
         QObject::connect(sender, signal, sender,
-                         [this](const QString& text, Messenger::Icon icon) { add(text, icon); });
+                         [this](const SessionMessage& m) { add(m.text, messengerIcon(m.icon), m.detail); });
+    }
+    template <typename T> void listen(T* sender, void (T::*signal)(const QString&, Messenger::Icon, const QString&))
+    {
+        QObject::connect(
+            sender, signal, sender,
+            [this](const QString& text, Messenger::Icon icon, const QString& detail) { add(text, icon, detail); });
     }
 
-    void add(const QString& text, Messenger::Icon icon) { m_entries.append({text, icon}); }
+    void add(const QString& text, Messenger::Icon icon, const QString& detail = {})
+    {
+        m_entries.append({text, icon, detail});
+    }
+    QString lastDetail() const { return m_entries.isEmpty() ? QString() : m_entries.last().detail; }
     const QList<Entry>& entries() const { return m_entries; }
     QStringList texts() const
     {

@@ -16,11 +16,12 @@ public:
         Icon icon;
         QString title;
         bool question;
+        QString detail;
     };
 
-    void show(const QString& text, Icon icon, const QString& title = {}) override
+    void show(const QString& text, Icon icon, const QString& title = {}, const QString& detail = {}) override
     {
-        m_entries.append({text, icon, title, false});
+        m_entries.append({text, icon, title, false, detail});
     }
     bool askOkCancel(const QString& text, Icon icon, const QString& title = {}) override
     {
@@ -38,6 +39,7 @@ public:
         return t;
     }
     QString last() const { return m_entries.isEmpty() ? QString() : m_entries.last().text; }
+    QString lastDetail() const { return m_entries.isEmpty() ? QString() : m_entries.last().detail; }
     Icon lastIcon() const { return m_entries.isEmpty() ? Icon::None : m_entries.last().icon; }
     int count(const QString& text) const { return static_cast<int>(texts().count(text)); }
     void clear() { m_entries.clear(); }

@@ -1,0 +1,57 @@
+#include "app/OpenBoxes.h"
+
+#include "app/MessageBoxMessenger.h"
+
+#include <QWidget>
+
+QMessageBox::Icon boxIcon(Messenger::Icon icon)
+{
+    switch (icon) {
+    case Messenger::Icon::Information:
+        return QMessageBox::Information;
+    case Messenger::Icon::Critical:
+        return QMessageBox::Critical;
+    case Messenger::Icon::None:
+        break;
+    }
+    return QMessageBox::NoIcon;
+}
+
+QMessageBox* OpenBoxes::find(const QString& text) const
+{
+    const QPointer<QMessageBox> box = m_boxes.value(text);
+    return box && box->isVisible() ? box.data() : nullptr;
+}
+
+QMessageBox* OpenBoxes::make(const QString& text, QMessageBox::Icon icon, const QString& detail)
+{
+    if (QMessageBox* open = find(text)) {
+        open->raise();
+        return nullptr;
+    }
+    auto* box = new QMessageBox(icon, MessageBoxMessenger::defaultTitle(), text, QMessageBox::Ok, m_screen);
+    box->setObjectName(QStringLiteral("MessageBox"));
+    box->setInformativeText(detail);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    // The clerk goes on where they were: the screen's focus widget when the
+    // box opened, or the screen itself.
+    QPointer<QWidget> screen = m_screen;
+    QPointer<QWidget> before = m_screen->focusWidget();
+    QObject::connect(box, &QDialog::finished, m_screen, [screen, before] {
+        if (!screen || !screen->isVisible())
+            return;
+        screen->activateWindow();
+        if (before && before->isVisible() && before->isEnabled() && before->window() == screen->window())
+            before->setFocus(Qt::OtherFocusReason);
+    });
+    m_boxes.insert(text, box);
+    return box;
+}
+
+void OpenBoxes::closeAll()
+{
+    for (const QPointer<QMessageBox>& box : std::as_const(m_boxes)) {
+        if (box)
+            box->close();
+    }
+}
