@@ -25,7 +25,7 @@ public:
     }
     bool askOkCancel(const QString& text, Icon icon, const QString& title = {}) override
     {
-        m_entries.append({text, icon, title, true});
+        m_entries.append({text, icon, title, true, {}});
         return m_answers.isEmpty() ? true : m_answers.takeFirst();
     }
 
