@@ -50,10 +50,13 @@ int main(int argc, char* argv[])
             class StartupMessenger : public MessageBoxMessenger
             {
             public:
-                void show(const QString& text, Icon icon, const QString& title = {}) override
+                void show(const QString& text, Icon icon, const QString& title = {},
+                          const QString& detail = {}) override
                 {
                     std::fprintf(stderr, "%s\n", qPrintable(text));
-                    MessageBoxMessenger::show(text, icon, title);
+                    if (!detail.isEmpty())
+                        std::fprintf(stderr, "%s\n", qPrintable(detail));
+                    MessageBoxMessenger::show(text, icon, title, detail);
                 }
             } startupMessenger;
             if (!Startup::openDatabase(db, options.dataDir, startupMessenger))
