@@ -33,16 +33,16 @@ QMessageBox* OpenBoxes::make(const QString& text, QMessageBox::Icon icon, const 
     box->setObjectName(QStringLiteral("MessageBox"));
     box->setInformativeText(detail);
     box->setAttribute(Qt::WA_DeleteOnClose);
-    // The clerk goes on where they were: the screen's focus widget when the
-    // box opened, or the screen itself.
+    // The clerk goes on where they were: the screen is made active again and
+    // its focus widget (which the screen may have moved meanwhile, as when
+    // Send is enabled again) takes the keys.
     QPointer<QWidget> screen = m_screen;
-    QPointer<QWidget> before = m_screen->focusWidget();
-    QObject::connect(box, &QDialog::finished, m_screen, [screen, before] {
+    QObject::connect(box, &QDialog::finished, m_screen, [screen] {
         if (!screen || !screen->isVisible())
             return;
         screen->activateWindow();
-        if (before && before->isVisible() && before->isEnabled() && before->window() == screen->window())
-            before->setFocus(Qt::OtherFocusReason);
+        if (QWidget* focus = screen->focusWidget(); focus && focus->isVisible() && focus->isEnabled())
+            focus->setFocus(Qt::OtherFocusReason);
     });
     m_boxes.insert(text, box);
     return box;

@@ -3,6 +3,7 @@
 #include "base/PathUtil.h"
 #include "download/SequentialInput.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
@@ -119,13 +120,15 @@ bool DownloadFile::lengthAccepted(qsizetype length)
     return length == FullLength || (length >= 101 && length <= 131);
 }
 
-bool DownloadFile::fail(Failure failure, const QString& text, Messenger::Icon icon, int record)
+bool DownloadFile::fail(Failure failure, const QString& text, Messenger::Icon icon, int record, const QString& detail)
 {
     m_records.clear();
+    m_lines.clear();
     m_branchId.clear();
     m_agentId.clear();
     m_failure = failure;
     m_error = text;
+    m_detail = detail;
     m_icon = icon;
     m_failedRecord = record;
     return false;
@@ -150,10 +153,12 @@ bool DownloadFile::ReadDownLoadFile(const QString& path)
 bool DownloadFile::ReadDownLoadFile(QIODevice& device)
 {
     m_records.clear();
+    m_lines.clear();
     m_branchId.clear();
     m_agentId.clear();
     m_failure = Failure::None;
     m_error.clear();
+    m_detail.clear();
     m_icon = Messenger::Icon::None;
     m_failedRecord = 0;
 
@@ -164,8 +169,12 @@ bool DownloadFile::ReadDownLoadFile(QIODevice& device)
                     Messenger::Icon::Critical);
     }
 
+    const QString file = QDir::toNativeSeparators(m_path);
+    const QString fixIt = QStringLiteral("Nothing was stored or sent; the terminal keeps the accounts it has. Ask "
+                                         "the bank for a corrected DownLoad File, then press Send again.");
     SequentialInput in(device);
     QList<DownloadRecord> records;
+    QList<int> lines;
     QString branchId;
     QString agentId;
     int agentLine = 0;
@@ -181,21 +190,35 @@ bool DownloadFile::ReadDownLoadFile(QIODevice& device)
                                 QStringLiteral("The DownLoad File ends inside record %1 (a short or empty line with "
                                                "nothing after it). Please check the DownLoad File")
                                     .arg(number),
-                                Messenger::Icon::Critical, number);
+                                Messenger::Icon::Critical, number,
+                                QStringLiteral("The DownLoad File %1, line %2.").arg(file).arg(lineNumber) +
+                                    QLatin1Char(' ') + fixIt);
                 }
                 appendItem(line, item);
             }
             if (!lengthAccepted(line.size()))
-                return fail(Failure::DataFormat, QStringLiteral("Error in DATA FORMAT"), Messenger::Icon::None, number);
+                return fail(Failure::DataFormat, QStringLiteral("Error in DATA FORMAT"), Messenger::Icon::None, number,
+                            QStringLiteral("The DownLoad File %1, line %2: the record is %3 characters long; a record "
+                                           "has 136 or more, or 101 to 131.")
+                                    .arg(file)
+                                    .arg(lineNumber)
+                                    .arg(line.size()) +
+                                QLatin1Char(' ') + fixIt);
         }
         if (records.size() == Capacity) {
             return fail(Failure::Overflow,
                         QStringLiteral("The DownLoad File holds more than %1 records; nothing was stored. "
                                        "Please check the DownLoad File")
                             .arg(Capacity),
-                        Messenger::Icon::Critical, number);
+                        Messenger::Icon::Critical, number,
+                        QStringLiteral("The DownLoad File %1, line %2.").arg(file).arg(lineNumber) + QLatin1Char(' ') +
+                            fixIt);
         }
         DownloadRecord record = DownloadRecord::fromLine(line);
+        if (const auto problem = DownloadFields::contentProblem(record, line, lineNumber))
+            return fail(Failure::BadField, QStringLiteral("Error in DATA FORMAT"), Messenger::Icon::None, number,
+                        problem->describe(m_path) + QLatin1Char(' ') + fixIt);
+        lines.append(lineNumber);
         branchId = record.BranchID;
         agentId = record.AgentID;
         agentLine = lineNumber;
@@ -206,20 +229,34 @@ bool DownloadFile::ReadDownLoadFile(QIODevice& device)
     // next download of that agent deletes by: without one the rows could
     // never be replaced.
     if (!records.isEmpty() && agentId.trimmed().isEmpty()) {
-        return fail(Failure::DataFormat,
-                    QStringLiteral("Error in DATA FORMAT at line %1: the record has no agent identifier "
-                                   "(columns 124-138)")
-                        .arg(agentLine),
-                    Messenger::Icon::None, static_cast<int>(records.size()));
+        return fail(Failure::DataFormat, QStringLiteral("Error in DATA FORMAT"), Messenger::Icon::None,
+                    static_cast<int>(records.size()),
+                    QStringLiteral("The DownLoad File %1, line %2: the record has no agent identifier "
+                                   "(columns 124-138).")
+                            .arg(file)
+                            .arg(agentLine) +
+                        QLatin1Char(' ') + fixIt);
     }
 
     if (records.size() > MaxRecords) {
         return fail(Failure::TooManyRecords,
                     QStringLiteral("No.of records has exceeded 2000,Please check the DownLoad File"),
-                    Messenger::Icon::Critical);
+                    Messenger::Icon::Critical, 0,
+                    QStringLiteral("The DownLoad File %1 holds %2 records.").arg(file).arg(records.size()) +
+                        QLatin1Char(' ') + fixIt);
     }
     m_records = std::move(records);
+    m_lines = std::move(lines);
     m_branchId = branchId;
     m_agentId = agentId;
     return true;
+}
+
+std::optional<FieldProblem> DownloadFile::frameProblem() const
+{
+    for (qsizetype i = 0; i < m_records.size(); ++i) {
+        if (auto problem = DownloadFields::frameProblem(m_records.at(i), m_lines.at(i), i == m_records.size() - 1))
+            return problem;
+    }
+    return std::nullopt;
 }

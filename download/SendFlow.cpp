@@ -12,7 +12,6 @@
 #include <QDir>
 #include <QFileInfo>
 
-
 SendFlow::SendFlow(AppContext& ctx, QObject* parent)
     : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock()), m_store(ctx.db())
 {
@@ -79,9 +78,9 @@ void SendFlow::audit(const QString& outcome)
                               .arg(m_job.fileName, outcome));
 }
 
-SendFlow::Result SendFlow::stop(const QString& text, Messenger::Icon icon)
+SendFlow::Result SendFlow::stop(const QString& text, Messenger::Icon icon, const QString& detail)
 {
-    emit message(text, icon);
+    emit message(text, icon, detail);
     emit buttonsEnabled(true);
     emit stopped();
     return Result::Stopped;
@@ -121,6 +120,26 @@ bool SendFlow::readAccounts(QString* error)
     }
 }
 
+bool SendFlow::checkSendable()
+{
+    const QString keeps = QStringLiteral("Nothing was stored or sent; the terminal keeps the accounts it has.");
+    // Version 2.1 stored nothing and then failed on the header: an agent sent
+    // no accounts would go out with none.
+    if (m_file.recordCount() == 0) {
+        stop(QStringLiteral("The DownLoad File %1 holds no accounts.").arg(QDir::toNativeSeparators(m_downloadPath)),
+             Messenger::Icon::Critical,
+             keeps + QStringLiteral(" Ask the bank for the agent's DownLoad File, then press Send again."));
+        return false;
+    }
+    if (const auto problem = m_file.frameProblem()) {
+        stop(QStringLiteral("Error in DATA FORMAT"), Messenger::Icon::None,
+             problem->describe(m_downloadPath) + QLatin1Char(' ') + keeps +
+                 QStringLiteral(" Ask the bank for a corrected DownLoad File, then press Send again."));
+        return false;
+    }
+    return true;
+}
+
 SendFlow::Result SendFlow::cmdSend(const QString& agentText, const QString& dateText, QString& transactText)
 {
     if (m_session.busy())
@@ -152,8 +171,17 @@ SendFlow::Result SendFlow::cmdSend(const QString& agentText, const QString& date
 
     const QString agent = agentNumber(agentTyped);
     m_downloadPath = DownloadFile::pathFor(m_ctx.settings.BankInfoPath, agent, date);
-    if (!QFileInfo(m_downloadPath).isFile())
-        return stop(QStringLiteral("File does not exist!"), Messenger::Icon::Critical);
+    if (!QFileInfo(m_downloadPath).isFile()) {
+        const QString folder = m_ctx.settings.BankInfoPath.trimmed();
+        const bool folderThere = !folder.isEmpty() && QFileInfo(folder).isDir();
+        return stop(QStringLiteral("File does not exist!"), Messenger::Icon::Critical,
+                    QStringLiteral("Looked for %1 (agent %2, date %3). ")
+                            .arg(QDir::toNativeSeparators(m_downloadPath), agent, date) +
+                        (folderThere ? QStringLiteral("Check the Agent ID and the Date, or ask the bank for the file.")
+                                     : QStringLiteral("The bank information folder %1 does not exist: choose it in "
+                                                      "DRIVE SELECTION.")
+                                           .arg(QDir::toNativeSeparators(folder))));
+    }
 
     // Made on every send as the original did, under the program's folder
     // (not the bank's); the download file is not read from it.
@@ -165,7 +193,9 @@ SendFlow::Result SendFlow::cmdSend(const QString& agentText, const QString& date
     m_job = DownloadJob();
     m_job.transactions = transactText.trimmed();
     if (!m_file.ReadDownLoadFile(m_downloadPath))
-        return stop(m_file.errorString(), m_file.errorIcon());
+        return stop(m_file.errorString(), m_file.errorIcon(), m_file.errorDetail());
+    if (!checkSendable())
+        return Result::Stopped;
 
     QString error;
     if (!m_store.Store_BankData(m_file, m_downloadPath, &error))

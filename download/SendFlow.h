@@ -71,7 +71,10 @@ signals:
 private:
     // The outcome of a download that reached the terminal, for the audit trail.
     void audit(const QString& outcome);
-    Result stop(const QString& text, Messenger::Icon icon);
+    Result stop(const QString& text, Messenger::Icon icon, const QString& detail = {});
+    // The file's accounts can all be sent: refused with a message before
+    // anything is stored or the port is touched when they cannot.
+    bool checkSendable();
     bool readAccounts(QString* error);
 
     AppContext& m_ctx;

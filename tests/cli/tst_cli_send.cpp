@@ -4,6 +4,9 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QSqlRecord>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -25,6 +28,8 @@ private slots:
     void terminalNotInDownloadMode();
     void givesUpWhenNobodyAnswers();
     void unansweredHeaderEndsWithCableMessage();
+    void badDownloadFileTouchesNothing_data();
+    void badDownloadFileTouchesNothing();
 
 private:
     struct Result
@@ -35,7 +40,10 @@ private:
     };
     Result run(const QStringList& args, int timeoutMs = 60000);
     // Starts the simulator; returns the device path its first line names.
-    QString startTerminal(QProcess& terminal, const QStringList& extra = {});
+    QString startTerminal(QProcess& terminal, const QStringList& extra = {},
+                          const QString& state = QStringLiteral("terminal"));
+    // Every BankData row of the agent, every column.
+    QStringList bankData(const QString& agentId);
 
     QString m_bin;
     QTemporaryDir m_dir;
@@ -81,10 +89,10 @@ tst_CliSend::Result tst_CliSend::run(const QStringList& args, int timeoutMs)
             QString::fromLocal8Bit(p.readAllStandardError())};
 }
 
-QString tst_CliSend::startTerminal(QProcess& terminal, const QStringList& extra)
+QString tst_CliSend::startTerminal(QProcess& terminal, const QStringList& extra, const QString& state)
 {
-    QDir().mkpath(m_dir.filePath("terminal"));
-    terminal.start(m_bin + "/tonvy-terminal", QStringList{"--state", m_dir.filePath("terminal")} + extra);
+    QDir().mkpath(m_dir.filePath(state));
+    terminal.start(m_bin + "/tonvy-terminal", QStringList{"--state", m_dir.filePath(state)} + extra);
     if (!terminal.waitForStarted(10000))
         return {};
     while (!terminal.canReadLine()) {
@@ -192,6 +200,128 @@ void tst_CliSend::unansweredHeaderEndsWithCableMessage()
     QCOMPARE(line.size(), 137);
     QVERIFY(line.startsWith(QByteArray("\x01\xFF\x10\xF0"
                                        "D")));
+}
+
+QStringList tst_CliSend::bankData(const QString& agentId)
+{
+    QStringList rows;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("peek"));
+        db.setDatabaseName(QDir(m_data).filePath("HandHeldData.db"));
+        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
+        if (db.open()) {
+            QSqlQuery q(db);
+            q.prepare(QStringLiteral("SELECT * FROM BankData WHERE AgentID = ? ORDER BY ACNumber"));
+            q.addBindValue(agentId);
+            q.exec();
+            while (q.next()) {
+                QStringList row;
+                for (int i = 0; i < q.record().count(); ++i)
+                    row << q.value(i).toString();
+                rows << row.join(QLatin1Char('|'));
+            }
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("peek"));
+    return rows;
+}
+
+void tst_CliSend::badDownloadFileTouchesNothing_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<QString>("detail");
+    AccountLine good = AccountLine::numbered(1);
+    good.agent = QStringLiteral("AG0007");
+    AccountLine letter = AccountLine::numbered(2);
+    letter.agent = good.agent;
+    letter.balance = QStringLiteral("00012X45");
+    QTest::newRow("letter in a balance")
+        << joinLines({good.bytes(), letter.bytes()}) << "Error in DATA FORMAT"
+        << "0070101d.txt, line 2: the balance amount (columns 95-102) \"00012X45\" is not a number.";
+    QTest::newRow("a line cut short") << joinLines({good.bytes(), good.bytes().left(90), good.bytes()})
+                                      << "Error in DATA FORMAT"
+                                      << "0070101d.txt, line 2: the record is 90 characters long";
+    QTest::newRow("an empty file") << QByteArray() << "0070101d.txt holds no accounts."
+                                   << "the terminal keeps the accounts it has";
+    QTest::newRow("a line that ends before the agreed amount")
+        << joinLines({good.bytes().left(101), good.bytes()}) << "Error in DATA FORMAT"
+        << "0070101d.txt, line 1: the agreed amount (columns 106-110) \"\" is missing";
+}
+
+void tst_CliSend::badDownloadFileTouchesNothing()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, message);
+    QFETCH(QString, detail);
+    const QString agentId = AccountLine::field(QStringLiteral("AG0007"), 15);
+    const QString path = QDir(m_bank).filePath("0070101d.txt");
+
+    // The agent's accounts of the day before are on the terminal.
+    QProcess terminal;
+    const QString state =
+        QStringLiteral("terminal-%1").arg(QTest::currentDataTag()).replace(QLatin1Char(' '), QLatin1Char('-'));
+    const QString device = startTerminal(terminal, {}, state);
+    QVERIFY2(device.startsWith("/dev/"), qPrintable(device));
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QList<QByteArray> lines;
+        for (int n = 1; n <= 3; ++n) {
+            AccountLine a = AccountLine::numbered(n);
+            a.agent = QStringLiteral("AG0007");
+            lines << a.bytes();
+        }
+        file.write(joinLines(lines));
+    }
+    Result r = run({"--port", device, "send", "--agent", "7", "--date", "0101", "--give-up-after", "60"});
+    QVERIFY2(r.code == 0, qPrintable(r.out + r.err));
+    const QStringList stored = bankData(agentId);
+    QCOMPARE(stored.size(), 3);
+    QFile stateFile(QDir(m_dir.filePath(state)).filePath("terminal-state.txt"));
+    QVERIFY(stateFile.open(QIODevice::ReadOnly));
+    const QByteArray held = stateFile.readAll();
+    stateFile.close();
+    QVERIFY(held.contains("HOLDER 00003"));
+
+    // Today's file is bad: the send is refused before the port is touched.
+    {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(content);
+    }
+    r = run({"--port", device, "send", "--agent", "7", "--date", "0101", "--give-up-after", "30"});
+    terminal.terminate();
+    terminal.waitForFinished(scaledMs(5000));
+    QCOMPARE(r.code, 1);
+    // The message, then its detail on the next line; "Error in DATA FORMAT"
+    // is a plain message (standard output), the others are refusals.
+    const QStringList said = (r.out + r.err).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QCOMPARE(said.size(), 2);
+    QVERIFY2(said.at(0).endsWith(message), qPrintable(r.out + r.err));
+    QVERIFY2(said.at(1).contains(detail), qPrintable(r.out + r.err));
+    QVERIFY2((said.at(0) + said.at(1)).contains(path), qPrintable(r.out + r.err));
+    QVERIFY(!r.out.contains("Record Sent"));
+    QCOMPARE(bankData(agentId), stored);
+    QVERIFY(stateFile.open(QIODevice::ReadOnly));
+    QCOMPARE(stateFile.readAll(), held);
+
+    // And on a line nobody answers: not one byte goes out.
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    QVERIFY(master >= 0);
+    QVERIFY(grantpt(master) == 0 && unlockpt(master) == 0);
+    r = run({"--port", QString::fromLocal8Bit(ptsname(master)), "send", "--agent", "7", "--date", "0101",
+             "--give-up-after", "5"});
+    QByteArray line;
+    ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
+    char buf[4096];
+    for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;)
+        line.append(buf, n);
+    ::close(master);
+    QCOMPARE(r.code, 1);
+    QCOMPARE(line, QByteArray());
+    QCOMPARE(bankData(agentId), stored);
 }
 
 QTEST_GUILESS_MAIN(tst_CliSend)

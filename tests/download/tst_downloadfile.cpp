@@ -43,6 +43,8 @@ private slots:
     void recordLimit_data();
     void recordLimit();
     void emptyFile();
+    void packedFields_data();
+    void packedFields();
     void lastRecordGivesBranchAndAgent();
     void fileEndsInsideSplitRecord();
     void cannotOpen();
@@ -205,7 +207,7 @@ void tst_DownloadFile::lastRecordWithoutAgentIsRefused_data()
     QTest::newRow("blank agent in the middle is not used") << joinLines({blank.bytes(), good}) << 0 << 0;
     // A split record before it: the line number is not the record number.
     QTest::newRow("after a split record")
-        << joinLines({good, QByteArray(30, 'H'), QByteArray(65, 'A'), good.left(110)}) << 4 << 3;
+        << joinLines({good, QByteArray(30, 'H'), QByteArray(65, '1'), good.left(110)}) << 4 << 3;
 }
 
 void tst_DownloadFile::lastRecordWithoutAgentIsRefused()
@@ -219,9 +221,10 @@ void tst_DownloadFile::lastRecordWithoutAgentIsRefused()
     if (ok)
         return;
     QCOMPARE(file.failure(), DownloadFile::Failure::DataFormat);
-    QCOMPARE(file.errorString(), QStringLiteral("Error in DATA FORMAT at line %1: the record has no agent "
-                                                "identifier (columns 124-138)")
-                                     .arg(line));
+    QCOMPARE(file.errorString(), QStringLiteral("Error in DATA FORMAT"));
+    QVERIFY2(file.errorDetail().contains(
+                 QStringLiteral("line %1: the record has no agent identifier (columns 124-138).").arg(line)),
+             qPrintable(file.errorDetail()));
     QCOMPARE(file.errorIcon(), Messenger::Icon::None);
     QCOMPARE(file.failedRecord(), record);
     QCOMPARE(file.recordCount(), 0);
@@ -244,14 +247,16 @@ void tst_DownloadFile::splitRecord_data()
     QTest::addColumn<bool>("accepted");
     QTest::addColumn<QString>("rebuilt"); // the whole rebuilt record, when accepted
 
+    // Digits where the pieces land in the amount and date columns, which
+    // must hold numbers.
     const QString head30 = QStringLiteral("H").repeated(30);
     const QString head10 = QStringLiteral("H").repeated(10);
     const QString head60 = QStringLiteral("H").repeated(60);
-    const QString item65 = QStringLiteral("A").repeated(65);
-    const QString item46 = QStringLiteral("B").repeated(46);
-    const QString item20 = QStringLiteral("C").repeated(20);
-    const QString item60 = QStringLiteral("D").repeated(60);
-    const QString item79 = QStringLiteral("E").repeated(79);
+    const QString item65 = QStringLiteral("1").repeated(65);
+    const QString item46 = QStringLiteral("2").repeated(46);
+    const QString item20 = QStringLiteral("3").repeated(20);
+    const QString item60 = QStringLiteral("4").repeated(60);
+    const QString item79 = QStringLiteral("5").repeated(79);
     auto bytes = [](const QString& s) { return s.toLatin1(); };
 
     QTest::newRow("long item padded to end at 136")
@@ -263,14 +268,14 @@ void tst_DownloadFile::splitRecord_data()
     QTest::newRow("several items, the last one long")
         << bytes(head30 + "\r\n" + item20 + "," + item60 + "\r\n") << true << head30 + "," + item20 + "," + item60;
     QTest::newRow("item with a 56-character tail ends at 126")
-        << bytes(head30 + "\r\nAB " + QString(56, 'F') + "\r\n") << true
-        << head30 + "," + spaces(36) + "AB " + QString(56, 'F');
+        << bytes(head30 + "\r\nAB " + QString(56, '6') + "\r\n") << true
+        << head30 + "," + spaces(36) + "AB " + QString(56, '6');
     QTest::newRow("item with a 46-character tail ends at 116")
-        << bytes(head30 + "\r\nX " + QString(46, 'G') + "\r\n") << true
-        << head30 + "," + spaces(37) + "X " + QString(46, 'G');
+        << bytes(head30 + "\r\nX " + QString(46, '7') + "\r\n") << true
+        << head30 + "," + spaces(37) + "X " + QString(46, '7');
     QTest::newRow("item with a 66-character tail ends at 136")
-        << bytes(head30 + "\r\nX " + QString(66, 'J') + "\r\n") << true
-        << head30 + "," + spaces(37) + "X " + QString(66, 'J');
+        << bytes(head30 + "\r\nX " + QString(66, '8') + "\r\n") << true
+        << head30 + "," + spaces(37) + "X " + QString(66, '8');
     QTest::newRow("item with another tail is dropped")
         << bytes(head30 + "\r\nA B\r\n" + item65 + "\r\n") << true << head30 + "," + spaces(40) + item65;
     QTest::newRow("trailing blanks of an item do not count")
@@ -309,12 +314,105 @@ void tst_DownloadFile::restOfLineAfterRebuildIsTheNextRecord()
     // The item that completes a record ends at a comma; what follows on that
     // line is read as the next record.
     const QByteArray head = QByteArray(30, 'H');
-    const QByteArray item = QByteArray(46, 'B');
+    const QByteArray item = QByteArray(46, '2');
     const QByteArray next = AccountLine().bytes();
     DownloadFile file;
     QVERIFY(readBytes(file, head + "\r\n" + item + "," + next + "\r\n"));
     QCOMPARE(file.recordCount(), 2);
     QCOMPARE(file.records().at(1).ACNumber, AccountLine().acNumber);
+}
+
+void tst_DownloadFile::packedFields_data()
+{
+    // One account whose field is changed; the failure names its line and
+    // columns, and nothing is kept.
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("problem"); // empty: accepted
+
+    QTest::newRow("balance of digits") << "balance"
+                                       << "00012345" << QString();
+    QTest::newRow("balance with blanks around") << "balance"
+                                                << "  12345 " << QString();
+    QTest::newRow("balance with paise") << "balance"
+                                        << "01234.50" << QString();
+    QTest::newRow("blank balance is judged at sending") << "balance"
+                                                        << "" << QString();
+    QTest::newRow("letter in balance") << "balance"
+                                       << "00012X45"
+                                       << "balance amount (columns 95-102) \"00012X45\" is not a number";
+    QTest::newRow("blank inside balance") << "balance"
+                                          << "0001 345"
+                                          << "\"0001 345\" is not a number";
+    QTest::newRow("exponent in balance") << "balance"
+                                         << "00001e03"
+                                         << "is not a number";
+    QTest::newRow("negative balance") << "balance"
+                                      << "-0012345"
+                                      << "is negative";
+    QTest::newRow("plus sign") << "balance"
+                               << "+0012345"
+                               << "is not a number";
+    QTest::newRow("agreed of digits") << "agreed"
+                                      << "00100" << QString();
+    QTest::newRow("letter in agreed") << "agreed"
+                                      << "0010O"
+                                      << "agreed amount (columns 106-110) \"0010O\" is not a number";
+    QTest::newRow("opening date") << "opening"
+                                  << "01/04/2005" << QString();
+    QTest::newRow("opening date of zeros") << "opening"
+                                           << "00/00/0000" << QString();
+    QTest::newRow("blank opening date") << "opening"
+                                        << "" << QString();
+    QTest::newRow("other separators") << "opening"
+                                      << "01-04-2005" << QString();
+    QTest::newRow("letter in opening date") << "opening"
+                                            << "O1/04/2005"
+                                            << "account opening date (columns 139-148) \"O1/04/2005\" is not a date";
+    QTest::newRow("letter in last transaction date")
+        << "txn"
+        << "15/11/200X"
+        << "last transaction date (columns 149-158) \"15/11/200X\" is not a date";
+    // Not sent to the terminal: taken as it stands.
+    QTest::newRow("letter in the file date") << "date"
+                                             << "1X/11/2007" << QString();
+}
+
+void tst_DownloadFile::packedFields()
+{
+    QFETCH(QString, field);
+    QFETCH(QString, value);
+    QFETCH(QString, problem);
+    AccountLine changed = AccountLine::numbered(2);
+    QString AccountLine::*member = field == QLatin1String("balance")   ? &AccountLine::balance
+                                   : field == QLatin1String("agreed")  ? &AccountLine::agreed
+                                   : field == QLatin1String("opening") ? &AccountLine::opening
+                                   : field == QLatin1String("txn")     ? &AccountLine::txnDate
+                                                                       : &AccountLine::date;
+    changed.*member = value;
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("0051611d.txt"));
+    QFile out(path);
+    QVERIFY(out.open(QIODevice::WriteOnly));
+    out.write(joinLines({AccountLine::numbered(1).bytes(), changed.bytes(), AccountLine::numbered(3).bytes()}));
+    out.close();
+
+    DownloadFile file;
+    const bool ok = file.ReadDownLoadFile(path);
+    QCOMPARE(ok, problem.isEmpty());
+    if (ok) {
+        QCOMPARE(file.recordCount(), 3);
+        QCOMPARE(file.recordLines(), (QList<int>{1, 2, 3}));
+        return;
+    }
+    QCOMPARE(file.failure(), DownloadFile::Failure::BadField);
+    QCOMPARE(file.errorString(), QStringLiteral("Error in DATA FORMAT"));
+    QCOMPARE(file.errorIcon(), Messenger::Icon::None);
+    QVERIFY2(file.errorDetail().startsWith(QStringLiteral("The DownLoad File %1, line 2: the ").arg(path)),
+             qPrintable(file.errorDetail()));
+    QVERIFY2(file.errorDetail().contains(problem), qPrintable(file.errorDetail()));
+    QCOMPARE(file.failedRecord(), 2);
+    QCOMPARE(file.recordCount(), 0);
 }
 
 void tst_DownloadFile::recordLimit_data()

@@ -245,16 +245,29 @@ void tst_frmsend::buttonsReEnabledAfterEachFailure_data()
 {
     QTest::addColumn<QByteArray>("content"); // empty: no file at all
     QTest::addColumn<QString>("message");
-    QTest::newRow("file missing") << QByteArray() << "File does not exist!";
-    QTest::newRow("bad length") << joinLines({AccountLine().bytes().left(90)}) << "Error in DATA FORMAT";
+    QTest::addColumn<QString>("detail"); // the informative text under it
+    AccountLine letter = AccountLine::numbered(2);
+    letter.balance = QStringLiteral("00012X45");
+    QTest::newRow("file missing") << QByteArray() << "File does not exist!"
+                                  << "0051611d.txt (agent 005, date 1611). Check the Agent ID and the Date";
+    QTest::newRow("bad length") << joinLines({AccountLine().bytes().left(90)}) << "Error in DATA FORMAT"
+                                << "0051611d.txt, line 1: the record is 90 characters long";
     QTest::newRow("2001 records") << accountsFile(2001)
-                                  << "No.of records has exceeded 2000,Please check the DownLoad File";
+                                  << "No.of records has exceeded 2000,Please check the DownLoad File"
+                                  << "0051611d.txt holds 2001 records";
+    QTest::newRow("letter in a balance")
+        << joinLines({AccountLine().bytes(), letter.bytes()}) << "Error in DATA FORMAT"
+        << "0051611d.txt, line 2: the balance amount (columns 95-102) \"00012X45\" is not a number.";
+    QTest::newRow("a line that ends before the agreed amount")
+        << joinLines({AccountLine().bytes().left(104), AccountLine().bytes()}) << "Error in DATA FORMAT"
+        << "line 1: the agreed amount (columns 106-110) \"\" is missing";
 }
 
 void tst_frmsend::buttonsReEnabledAfterEachFailure()
 {
     QFETCH(QByteArray, content);
     QFETCH(QString, message);
+    QFETCH(QString, detail);
     ScreenFixture f;
     if (!content.isEmpty())
         f.writeFile(QStringLiteral("0051611d.txt"), content);
@@ -265,6 +278,8 @@ void tst_frmsend::buttonsReEnabledAfterEachFailure()
         QVERIFY(f.buttonsEnabled());
         QCOMPARE(f.boxes().size(), 1);
         QCOMPARE(f.boxes().first()->text(), message);
+        QVERIFY2(f.boxes().first()->informativeText().contains(detail),
+                 qPrintable(f.boxes().first()->informativeText()));
         f.closeBoxes();
     }
     QCOMPARE(f.messages.count(message), 2);

@@ -5,6 +5,7 @@
 #include "tests/support/TestContext.h"
 #include "tests/support/TestTiming.h"
 
+#include <QDir>
 #include <QSignalSpy>
 #include <QSqlQuery>
 
@@ -177,11 +178,53 @@ void tst_SendFlow::rejectedFileLeavesBankData_data()
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QString>("message");
     QTest::addColumn<int>("icon");
-    QTest::newRow("bad length") << joinLines({AccountLine().bytes(), AccountLine().bytes().left(133)})
-                                << "Error in DATA FORMAT" << int(Messenger::Icon::None);
+    QTest::addColumn<QString>("detail"); // what the detail line must say
+    const QByteArray good = AccountLine().bytes();
+    const auto with = [](void (*change)(AccountLine&)) {
+        AccountLine a = AccountLine::numbered(2);
+        change(a);
+        return a.bytes();
+    };
+    const QString dataFormat = QStringLiteral("Error in DATA FORMAT");
+    const int plain = int(Messenger::Icon::None);
+    QTest::newRow("bad length") << joinLines({good, good.left(133)}) << dataFormat << plain
+                                << "0051611d.txt, line 2: the record is 133 characters long";
     QTest::newRow("2001 records") << accountsFile(2001)
                                   << "No.of records has exceeded 2000,Please check the DownLoad File"
-                                  << int(Messenger::Icon::Critical);
+                                  << int(Messenger::Icon::Critical) << "0051611d.txt holds 2001 records";
+    QTest::newRow("letter in balance")
+        << joinLines({good, with([](AccountLine& a) { a.balance = QStringLiteral("00012X45"); }), good}) << dataFormat
+        << plain << "0051611d.txt, line 2: the balance amount (columns 95-102) \"00012X45\" is not a number.";
+    QTest::newRow("letter in agreed amount")
+        << joinLines({with([](AccountLine& a) { a.agreed = QStringLiteral("1O0"); }), good}) << dataFormat << plain
+        << "line 1: the agreed amount (columns 106-110) \"1O0  \" is not a number.";
+    QTest::newRow("negative balance") << joinLines({good, with([](AccountLine& a) {
+                                                        a.balance = QStringLiteral("-0001234");
+                                                    })})
+                                      << dataFormat << plain
+                                      << "line 2: the balance amount (columns 95-102) \"-0001234\" is negative";
+    QTest::newRow("letter in opening date")
+        << joinLines({good, good, with([](AccountLine& a) { a.opening = QStringLiteral("01/O4/2005"); })}) << dataFormat
+        << plain << "line 3: the account opening date (columns 139-148) \"01/O4/2005\" is not a date";
+    QTest::newRow("letter in last transaction date")
+        << joinLines({with([](AccountLine& a) { a.txnDate = QStringLiteral("15/11/20O7"); }), good}) << dataFormat
+        << plain << "line 1: the last transaction date (columns 149-158) \"15/11/20O7\" is not a date";
+    QTest::newRow("blank balance") << joinLines({good, with([](AccountLine& a) { a.balance = QString(); })})
+                                   << dataFormat << plain
+                                   << "line 2: the balance amount (columns 95-102) \"        \" is blank.";
+    // A line of 101 is a record the file format accepts, but it ends before
+    // the agreed amount, which every account frame carries.
+    QTest::newRow("line ends before the agreed amount")
+        << joinLines({good.left(101), good}) << dataFormat << plain
+        << "line 1: the agreed amount (columns 106-110) \"\" is missing: the line ends before it.";
+    QTest::newRow("opening date cut by the line end")
+        << joinLines({good.left(143), good}) << dataFormat << plain
+        << "line 1: the account opening date (columns 139-148) \"0104\" is incomplete";
+    QTest::newRow("last agent identifier cut short")
+        << joinLines({good, good.left(136)}) << dataFormat << plain
+        << "line 2: the agent identifier (columns 124-138) \"AG0005       \" is cut short";
+    QTest::newRow("empty file") << QByteArray() << "The DownLoad File %1 holds no accounts."
+                                << int(Messenger::Icon::Critical) << "the terminal keeps the accounts it has";
 }
 
 void tst_SendFlow::rejectedFileLeavesBankData()
@@ -189,6 +232,7 @@ void tst_SendFlow::rejectedFileLeavesBankData()
     QFETCH(QByteArray, content);
     QFETCH(QString, message);
     QFETCH(int, icon);
+    QFETCH(QString, detail);
     FlowFixture f(true);
     f.writeFile(QStringLiteral("0051511d.txt"), accountsFile(3));
     QString transactions = QStringLiteral("1");
@@ -202,8 +246,13 @@ void tst_SendFlow::rejectedFileLeavesBankData()
     QSignalSpy buttons(f.flow.get(), &SendFlow::buttonsEnabled);
     const int written = f.framesWritten();
     QCOMPARE(f.flow->cmdSend(QStringLiteral("5"), QStringLiteral("1611"), transactions), SendFlow::Result::Stopped);
+    if (message.contains(QLatin1String("%1")))
+        message = message.arg(QDir::toNativeSeparators(f.flow->downloadPath()));
     QCOMPARE(f.messages.texts(), QStringList{message});
     QCOMPARE(int(f.messages.lastIcon()), icon);
+    QVERIFY2(f.messages.lastDetail().contains(detail), qPrintable(f.messages.lastDetail()));
+    if (message == QLatin1String("Error in DATA FORMAT"))
+        QVERIFY(f.messages.lastDetail().endsWith(QLatin1String("then press Send again.")));
     QCOMPARE(f.bankData(), before);
     QCOMPARE(buttons.last().at(0).toBool(), true);
     QCOMPARE(f.framesWritten(), written);
