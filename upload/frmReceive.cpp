@@ -62,6 +62,13 @@ frmReceive::frmReceive(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::W
     m_progress->setValue(0);
     layout->addWidget(m_progress);
 
+    // How the last receive ended, in words, for a clerk who has already
+    // closed its box: above all that a refused one stored nothing.
+    m_status = addLabel("lblStatus", QString(), this);
+    m_status->setWordWrap(true);
+    m_status->setMinimumWidth(360);
+    layout->addWidget(m_status);
+
     m_cmdSend = namedButton("cmdSend", QStringLiteral("&Receive"), this);
     auto* cmdexit = namedButton("cmdexit", QStringLiteral("&Exit"), this);
     addButtonRow(layout, {m_cmdSend, cmdexit});
@@ -72,8 +79,16 @@ frmReceive::frmReceive(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::W
     connect(m_flow, &ReceiveFlow::progress, this, &frmReceive::showProgress);
     connect(m_flow, &ReceiveFlow::busyChanged, m_busy, &QWidget::setVisible);
     connect(m_flow, &ReceiveFlow::stopped, m_busy, &QWidget::hide);
-    connect(m_flow, &ReceiveFlow::outcomeReady, this,
-            [this](const RestoreStore::ReceiveOutcome& outcome) { m_result = outcome; });
+    connect(m_flow, &ReceiveFlow::outcomeReady, this, [this](const RestoreStore::ReceiveOutcome& outcome) {
+        m_result = outcome;
+        showOutcome(outcome);
+    });
+    connect(m_flow, &ReceiveFlow::stopped, this, [this] {
+        m_progress->setFormat(QStringLiteral("Stopped: nothing stored"));
+        m_status->setText(QStringLiteral("The receive stopped before it was complete. Nothing was stored: the "
+                                         "stored collections and the bank's files are as they were. Press Receive "
+                                         "to receive again."));
+    });
     connect(m_flow, &ReceiveFlow::message, this, &frmReceive::showMessage);
     connect(m_flow, &ReceiveFlow::crcQuestion, this, &frmReceive::askCrcQuestion);
     // Queued: the screen goes after the handler that asked for it has
@@ -114,7 +129,37 @@ void frmReceive::Form_Load()
 
 void frmReceive::cmdSend_Click()
 {
+    m_status->clear();
+    m_progress->resetFormat();
     m_flow->cmdSend_Click();
+}
+
+void frmReceive::showOutcome(const RestoreStore::ReceiveOutcome& outcome)
+{
+    using Result = RestoreStore::ReceiveOutcome::Result;
+    const bool refused = outcome.result == Result::Refused || outcome.result == Result::Failed;
+    showSummary();
+    if (refused) {
+        // The totals stay the terminal's, but say they were not taken.
+        const QString notStored = QStringLiteral(" (not stored)");
+        m_transactions->setText(m_transactions->text() + notStored);
+        m_totalAmount->setText(m_totalAmount->text() + notStored);
+        m_progress->setFormat(QStringLiteral("Refused: nothing stored"));
+        m_status->setText(
+            QStringLiteral("This receive was refused. Nothing was replaced: the stored collections and the bank's "
+                           "files are as they were. To receive again, close this screen and open RECEIVE DATA "
+                           "again."));
+        return;
+    }
+    m_progress->resetFormat();
+    if (outcome.result == Result::Accepted)
+        m_status->setText(QStringLiteral("Accepted as received: the collections are stored and the files written "
+                                         "as they came from the terminal; the choice is in the audit trail."));
+    else if (outcome.result == Result::StoredWithoutBankFolder)
+        m_status->setText(QStringLiteral("The collections are stored and the check listing written; the upload "
+                                         "file is not written yet, as the bank information folder is missing."));
+    else
+        m_status->setText(QStringLiteral("The collections are stored and the upload file is written."));
 }
 
 void frmReceive::setReceiveEnabled(bool enabled)

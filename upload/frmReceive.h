@@ -49,6 +49,8 @@ protected:
 private:
     QLabel* addLabel(const char* name, const QString& text, QWidget* parent);
     void showSummary();
+    // Progress, totals and the status line after the restore step.
+    void showOutcome(const RestoreStore::ReceiveOutcome& outcome);
     void showProgress(int received, int total);
     void setReceiveEnabled(bool enabled);
     void showMessage(const SessionMessage& message);
@@ -74,5 +76,6 @@ private:
     QLabel* m_transactions = nullptr; // TotalTransact
     QLabel* m_totalAmount = nullptr;  // txtTotalAmount
     QLabel* m_busy = nullptr;         // Label9
+    QLabel* m_status = nullptr;       // lblStatus
     QProgressBar* m_progress = nullptr;
 };

@@ -9,6 +9,7 @@
 #include "tests/support/TestTiming.h"
 #include "tests/upload/ReplyBytes.h"
 #include "upload/ReceiveFlow.h"
+#include "upload/UploadFiles.h"
 #include "upload/frmReceive.h"
 
 #include <QApplication>
@@ -51,6 +52,7 @@ private slots:
     void receiveStarts();
     void receiveTwiceBeforeHeaderResendsHeaderRequest();
     void wholeReceiveFillsLabelsAndStores();
+    void refusedReceiveSaysNothingWasReplaced();
     void cancelOnCheckQuestionClosesScreen();
     void okOnCheckQuestionGoesOn();
     void exitClosesPort();
@@ -314,6 +316,50 @@ void tst_frmReceive::wholeReceiveFillsLabelsAndStores()
     QVERIFY(QFile::exists(t->path(QStringLiteral("bank/0051611u.txt"))));
     QVERIFY(QFile::exists(t->path(QStringLiteral("BackupData/005_16_11_07.txt"))));
     QVERIFY(QFile::exists(t->path(QStringLiteral("BackupData/0051611uCheck.txt"))));
+    QVERIFY(!receive->isEnabled());
+}
+
+void tst_frmReceive::refusedReceiveSaysNothingWasReplaced()
+{
+    t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
+                                 "AgreedAmount, AgentID, MyDate, BranchID, CustomerCode, BankSoftACNumber) "
+                                 "VALUES ('S', 'DD001', '000000000000101', 'SITA', '1234.5', '50', ?, '151107', "
+                                 "'BR1', 'C1', 'BS1')"),
+                  {QString::fromLatin1(agent)});
+    open();
+    auto* receive = child<ColourButton>("cmdSend");
+    QTest::keyClick(receive, Qt::Key_Return);
+    m_link->feed(ReplyBytes::headerRecord(2, agent));
+    // The terminal's summary announces 90.00; its records hold 85.00.
+    m_link->feed(ReplyBytes::summaryRecord("005", "1611", 3, QByteArray::fromHex("00000090")));
+    m_link->feed(ReplyBytes::transactionRecord(
+        "S", "DD001", "000000000000101",
+        {QByteArray::fromHex("000050 16B7 0900 0001"), QByteArray::fromHex("000020 16B7 0930 0002")}, '\x02'));
+    m_link->feed(ReplyBytes::transactionRecord("S", "DD001", "000000000000101",
+                                               {QByteArray::fromHex("000015 16B7 1000 0003")}, '\x01'));
+    const auto refusalShown = [] {
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            auto* box = qobject_cast<QMessageBox*>(w);
+            if (box && box->isVisible() && box->text().startsWith(UploadFiles::uploadProblemText()))
+                return true;
+        }
+        return false;
+    };
+    QTRY_VERIFY(refusalShown());
+    QVERIFY(!m_form->flow().restored());
+
+    auto* status = child<QLabel>("lblStatus");
+    QVERIFY2(status->text().contains(QStringLiteral("This receive was refused. Nothing was replaced: the stored "
+                                                    "collections and the bank's files are as they were.")),
+             qPrintable(status->text()));
+    QVERIFY(status->text().contains(QStringLiteral("close this screen and open RECEIVE DATA again")));
+    QVERIFY(status->isVisible());
+    QCOMPARE(child<QLabel>("TotalTransact")->text(), QStringLiteral("3 (not stored)"));
+    QCOMPARE(child<QLabel>("txtTotalAmount")->text(), QStringLiteral("90.00 (not stored)"));
+    QCOMPARE(child<QProgressBar>("progressBar")->text(), QStringLiteral("Refused: nothing stored"));
+    QCOMPARE(storedRows(), 0);
+    QVERIFY(!QFile::exists(t->path(QStringLiteral("bank/0051611u.txt"))));
+    // Receive stays off, as the screen has always behaved.
     QVERIFY(!receive->isEnabled());
 }
 
