@@ -7,6 +7,7 @@
 #include "link/UploadFrames.h"
 
 #include <QPointer>
+#include <algorithm>
 #include <exception>
 
 namespace {
@@ -44,7 +45,8 @@ QString UploadSummary::totalAmountText() const
     return QStringLiteral("%1.00").arg(value);
 }
 
-UploadSession::UploadSession(LinkPort& port, Clock& clock, QObject* parent) : QObject(parent), m_port(port), m_clock(clock)
+UploadSession::UploadSession(LinkPort& port, Clock& clock, QObject* parent)
+    : QObject(parent), m_port(port), m_clock(clock)
 {
     m_timer1.setInterval(1000);
     m_timer3.setInterval(5000);
@@ -137,6 +139,7 @@ void UploadSession::cmdSend_Click()
         link.RxBuffer.clear();
         for (QByteArray& r : link.Records)
             r.clear();
+        m_kept.clear();
         link.UploadDone = false;
         link.HeaderDecoded = false;
         link.TimeoutCount = 0;
@@ -412,12 +415,35 @@ void UploadSession::answerCrcQuestion(bool ok)
 
 int UploadSession::keptElsewhere(int n, const QByteArray& content) const
 {
-    const QList<QByteArray>& records = m_port.state().Records;
-    for (int i = 0; i < records.size(); ++i) {
-        if (i != n && !records.at(i).isEmpty() && UploadFrames::content(records.at(i)) == content)
+    const auto found = m_kept.constFind(content);
+    if (found == m_kept.constEnd())
+        return -1;
+    for (int i : *found) {
+        if (i != n)
             return i;
     }
     return -1;
+}
+
+void UploadSession::keep(int n, const QByteArray& reply)
+{
+    m_port.state().Records[n] = reply;
+    QList<int>& places = m_kept[UploadFrames::content(reply)];
+    places.insert(std::lower_bound(places.begin(), places.end(), n), n);
+}
+
+void UploadSession::forget(int n)
+{
+    QByteArray& kept = m_port.state().Records[n];
+    if (kept.isEmpty())
+        return;
+    const QByteArray content = UploadFrames::content(kept);
+    if (auto found = m_kept.find(content); found != m_kept.end()) {
+        found->removeOne(n);
+        if (found->isEmpty())
+            m_kept.erase(found);
+    }
+    kept.clear();
 }
 
 void UploadSession::clearMatching()
@@ -459,7 +485,7 @@ bool UploadSession::matchReply(int n, const QByteArray& reply)
         // whichever comes twice in a row.
         if (m_disputed == n && m_candidate == content) {
             m_disputed = -1;
-            link.Records[n].clear();
+            forget(n);
             return true;
         }
         m_disputed = n;
@@ -531,7 +557,7 @@ void UploadSession::takeReply(int n, const QByteArray& reply)
 {
     LinkState& link = m_port.state();
     if (link.Records.at(n).isEmpty())
-        link.Records[n] = reply;
+        keep(n, reply);
 
     if (n == 0) {
         emit headerReceived();

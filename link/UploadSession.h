@@ -3,6 +3,7 @@
 #include "link/SessionMessage.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -151,6 +152,10 @@ private:
     void checkFailed();
     bool matchReply(int n, const QByteArray& reply);
     int keptElsewhere(int n, const QByteArray& content) const;
+    // Records[n] set to / cleared from a reply, with the index of kept
+    // records by content kept in step.
+    void keep(int n, const QByteArray& reply);
+    void forget(int n);
     void takeReply(int n, const QByteArray& reply);
     void clearMatching();
     void stepBackAfterTimeout();
@@ -181,6 +186,11 @@ private:
     int m_duplicateFor = -1;
     int m_duplicateOf = -1;
     int m_duplicateCount = 0;
+    // Where each record content is kept in Records, lowest index first: a
+    // reply is matched against the records kept so far in constant time,
+    // not by a scan of them all. Two places hold the same content only when
+    // the terminal really has two alike.
+    QHash<QByteArray, QList<int>> m_kept;
     QMetaObject::Connection m_dataConnection;
     QMetaObject::Connection m_failConnection;
 };

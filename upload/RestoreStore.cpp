@@ -22,6 +22,7 @@
 #include <QStringList>
 #include <cmath>
 #include <memory>
+#include <unordered_map>
 
 namespace RestoreStore {
 
@@ -271,24 +272,62 @@ bool decodeRecords(const QList<QByteArray>& records, const UploadSummary& summar
 
 void completeFromBankData(SharedDatabase& db, const QString& bankAgentId, QList<Entry>& entries)
 {
-    for (Entry& e : entries) {
-        SharedRecordset& rs = db.openSharedRecordset(
-            QStringLiteral("SELECT * FROM BankData WHERE ACNumber = ? AND SchemeCode = ? AND CategoryCode = ? "
-                           "AND Agentid = ?"),
-            {e.accountNo, e.schemeCode, e.categoryCode, bankAgentId});
-        if (rs.eof())
-            continue; // stored with what the lists already held
-        e.inBankData = true;
-        e.branchId = rs.text(QStringLiteral("BranchID"));
-        e.customerCode = rs.text(QStringLiteral("CustomerCode"));
-        e.accountName = rs.text(QStringLiteral("ACName"));
-        e.balance = formatFixed(rs.text(QStringLiteral("BalAmount")), 10);
-        e.agreedAmount = formatFixed(rs.text(QStringLiteral("AgreedAmount")), 5);
-        e.lastTxnDate = expandMyDate(rs.text(QStringLiteral("MyDate")));
-        e.agentId = rs.text(QStringLiteral("AgentID"));
-        e.bankSoftAcNumber = rs.text(QStringLiteral("BankSoftACNumber"));
+    // The agent's downloaded accounts are read once and looked up in memory:
+    // one query per entry took the database's locks anew each time. Where
+    // an account was downloaded twice the first row stored counts, as the
+    // lookup by account always found it first.
+    struct Key
+    {
+        QString accountNo, schemeCode, categoryCode;
+        bool operator==(const Key&) const = default;
+    };
+    struct KeyHash
+    {
+        size_t operator()(const Key& k, size_t seed = 0) const
+        {
+            return qHashMulti(seed, k.accountNo, k.schemeCode, k.categoryCode);
+        }
+    };
+    std::unordered_map<Key, Entry, KeyHash> accounts;
+    SharedRecordset& rs = db.openSharedRecordset(
+        QStringLiteral("SELECT * FROM BankData WHERE Agentid = ? ORDER BY rowid"), {bankAgentId});
+    while (!rs.eof()) {
+        const QVariant accountNo = rs.value(QStringLiteral("ACNumber"));
+        const QVariant schemeCode = rs.value(QStringLiteral("SchemeCode"));
+        const QVariant categoryCode = rs.value(QStringLiteral("CategoryCode"));
+        // A key column without a value equals nothing, as in SQL.
+        if (!accountNo.isNull() && !schemeCode.isNull() && !categoryCode.isNull()) {
+            Entry a;
+            a.branchId = rs.text(QStringLiteral("BranchID"));
+            a.customerCode = rs.text(QStringLiteral("CustomerCode"));
+            a.accountName = rs.text(QStringLiteral("ACName"));
+            a.balance = formatFixed(rs.text(QStringLiteral("BalAmount")), 10);
+            a.agreedAmount = formatFixed(rs.text(QStringLiteral("AgreedAmount")), 5);
+            a.lastTxnDate = expandMyDate(rs.text(QStringLiteral("MyDate")));
+            a.agentId = rs.text(QStringLiteral("AgentID"));
+            a.bankSoftAcNumber = rs.text(QStringLiteral("BankSoftACNumber"));
+            accounts.try_emplace(Key{accountNo.toString(), schemeCode.toString(), categoryCode.toString()},
+                                 std::move(a));
+        }
+        rs.moveNext();
     }
     db.closeSharedRecordset();
+
+    for (Entry& e : entries) {
+        const auto found = accounts.find(Key{e.accountNo, e.schemeCode, e.categoryCode});
+        if (found == accounts.end())
+            continue; // stored with what the lists already held
+        const Entry& a = found->second;
+        e.inBankData = true;
+        e.branchId = a.branchId;
+        e.customerCode = a.customerCode;
+        e.accountName = a.accountName;
+        e.balance = a.balance;
+        e.agreedAmount = a.agreedAmount;
+        e.lastTxnDate = a.lastTxnDate;
+        e.agentId = a.agentId;
+        e.bankSoftAcNumber = a.bankSoftAcNumber;
+    }
 }
 
 int downloadedAccounts(SharedDatabase& db, const QString& bankAgentId)
