@@ -262,6 +262,24 @@ void SharedDatabase::execute(const QString& sql, const QVariantList& values)
         throw StoreProblem::error(connection(), query.lastError());
 }
 
+SharedDatabase::Batch::Batch(SharedDatabase& db, const QString& sql)
+    : m_connection(db.connection()), m_query(m_connection)
+{
+    if (!m_query.prepare(sql))
+        throw StoreProblem::error(m_connection, m_query.lastError());
+}
+
+void SharedDatabase::Batch::run(const QVariantList& values)
+{
+    for (int i = 0; i < values.size(); ++i)
+        m_query.bindValue(i, values.at(i));
+    const bool ran = m_query.exec();
+    const QSqlError error = m_query.lastError();
+    m_query.finish();
+    if (!ran)
+        throw StoreProblem::error(m_connection, error);
+}
+
 SharedDatabase::Transaction::Transaction(SharedDatabase& db) : m_db(db)
 {
     if (!m_db.connection().transaction())

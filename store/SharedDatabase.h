@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QString>
 #include <QVariantList>
 
@@ -47,6 +48,19 @@ public:
     // Runs a statement that returns no rows. Throws StoreError on failure,
     // with StoreProblem's message for the clerk.
     void execute(const QString& sql, const QVariantList& values = {});
+
+    // One statement that returns no rows, prepared once and run for many
+    // rows (inserting a receive's collections). Throws StoreError on failure.
+    class Batch
+    {
+    public:
+        Batch(SharedDatabase& db, const QString& sql);
+        void run(const QVariantList& values);
+
+    private:
+        QSqlDatabase m_connection;
+        QSqlQuery m_query;
+    };
 
     // All-or-nothing block: commits in commit(), rolls back when destroyed
     // without it.

@@ -64,6 +64,8 @@ void SharedRecordset::open(QSqlDatabase db, const QString& sql, const QVariantLi
 
 void SharedRecordset::close()
 {
+    m_statement = QSqlQuery();
+    m_statementSql.clear();
     m_db = QSqlDatabase(); // lets the connection be removed cleanly at exit
     m_open = false;
     m_table.clear();
@@ -173,7 +175,6 @@ void SharedRecordset::update()
         }
     }
 
-    QSqlQuery query(m_db);
     QString sql;
     if (m_mode == Mode::AddNew) {
         if (names.isEmpty())
@@ -193,12 +194,22 @@ void SharedRecordset::update()
         sql = QStringLiteral("UPDATE %1 SET %2 WHERE rowid = ?").arg(quoted(m_table), sets.join(QLatin1String(", ")));
         values << m_rowIds.at(m_current);
     }
-    if (!query.prepare(sql))
-        throw StoreProblem::error(m_db, query.lastError());
-    for (const QVariant& v : values)
-        query.addBindValue(v);
-    if (!query.exec())
-        throw StoreProblem::error(m_db, query.lastError());
+    if (sql != m_statementSql) {
+        m_statementSql.clear();
+        m_statement = QSqlQuery(m_db);
+        if (!m_statement.prepare(sql))
+            throw StoreProblem::error(m_db, m_statement.lastError());
+        m_statementSql = sql;
+    }
+    for (int i = 0; i < values.size(); ++i)
+        m_statement.bindValue(i, values.at(i));
+    const bool ran = m_statement.exec();
+    const QSqlError error = m_statement.lastError();
+    m_statement.finish();
+    if (!ran) {
+        m_statementSql.clear();
+        throw StoreProblem::error(m_db, error);
+    }
 
     if (m_mode == Mode::Edit)
         m_rows[m_current] = m_pending;

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QSqlRecord>
 #include <QString>
 #include <QVariant>
@@ -57,4 +58,8 @@ private:
     Mode m_mode = Mode::None;
     QVariantList m_pending;
     QList<bool> m_touched;
+    // The last statement update() ran, kept prepared: rows added one after
+    // another with the same fields reuse it instead of preparing each anew.
+    QSqlQuery m_statement;
+    QString m_statementSql;
 };

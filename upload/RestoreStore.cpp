@@ -398,6 +398,9 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
     for (const QString& day : days)
         db.execute(QStringLiteral("DELETE FROM CollectionHistory WHERE AgentID = ? AND CollectionDate = ?"),
                    {bankAgentId, day});
+    SharedDatabase::Batch history(db, QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, "
+                                                     "AccountNo, ClosingPaise, CollectedPaise, DateTime, "
+                                                     "TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"));
     for (const Entry& e : entries) {
         if (e.amount.isEmpty())
             continue;
@@ -407,11 +410,8 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
             const double value = rupees.trimmed().toDouble(&ok);
             return ok ? QVariant(static_cast<qint64>(std::llround(value * 100.0))) : QVariant();
         };
-        db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingPaise, "
-                                  "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) "
-                                  "VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
-                   {bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount),
-                    e.dateTime, e.transactionNumber, receivedAt});
+        history.run({bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount),
+                     e.dateTime, e.transactionNumber, receivedAt});
     }
 }
 
