@@ -308,7 +308,8 @@ bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Ent
     return true;
 }
 
-void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QList<Entry>& entries)
+void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QString& agentNumber,
+               const QList<Entry>& entries)
 {
     const QString receivedAt = now.toString(Qt::ISODate);
     const QDate receivedOn = now.date();
@@ -368,19 +369,23 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
             const double value = rupees.trimmed().toDouble(&ok);
             return ok ? QVariant(static_cast<qint64>(std::llround(value * 100.0))) : QVariant();
         };
-        db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingPaise, "
-                                  "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) "
-                                  "VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
-                   {bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount),
-                    e.dateTime, e.transactionNumber, receivedAt});
+        // The terminal's agent number beside the bank's identifier: the
+        // reports find the agent by either.
+        db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, AgentNo, CollectionDate, AccountNo, "
+                                  "ClosingPaise, CollectedPaise, DateTime, TransactionNumber, ReceivedAt) "
+                                  "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+                   {bankAgentId, agentNumber.isNull() ? QStringLiteral("") : agentNumber,
+                    collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount), e.dateTime,
+                    e.transactionNumber, receivedAt});
     }
 }
 
-void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<Entry>& entries)
+void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QString& agentNumber,
+                      const QList<Entry>& entries)
 {
     SharedDatabase& db = ctx.db();
     SharedDatabase::Transaction transaction(db);
-    storeRows(db, ctx.clock().now(), bankAgentId, entries);
+    storeRows(db, ctx.clock().now(), bankAgentId, agentNumber, entries);
     transaction.commit();
 }
 
@@ -533,7 +538,7 @@ private:
         auto attempt = [&]() -> QString {
             QString why;
             SharedDatabase::Transaction transaction(db);
-            storeRows(db, m_receivedAt, m_summary.BankAgentId, entries);
+            storeRows(db, m_receivedAt, m_summary.BankAgentId, m_facts.agent, entries);
 
             // The files are made from the rows just stored, before they are
             // committed: a file that cannot be written leaves the rows as
