@@ -48,7 +48,7 @@ int run(CliRun& run)
     limits.accountNo = p.value(QStringLiteral("account")).trimmed();
 
     QString error;
-    if (!ReportData::checkLimits(limits, &error)) {
+    if (!ReportData::checkLimits(limits, &error) || !ReportData::checkAgent(run.ctx.db(), limits, &error)) {
         run.messenger.critical(error);
         return CliExit::Failure;
     }

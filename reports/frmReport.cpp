@@ -217,7 +217,10 @@ ReportLimits frmReport::limits() const
 bool frmReport::limitsAccepted()
 {
     QString error;
-    if (!ReportData::checkLimits(limits(), &error)) {
+    const ReportLimits l = limits();
+    // An agent that names no stored agent, or several, is said so rather
+    // than shown as an empty report.
+    if (!ReportData::checkLimits(l, &error) || !ReportData::checkAgent(m_ctx.db(), l, &error)) {
         m_ctx.messenger().critical(error);
         return false;
     }

@@ -347,7 +347,8 @@ bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Ent
     return true;
 }
 
-void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QList<Entry>& entries)
+void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QString& agentNumber,
+               const QList<Entry>& entries)
 {
     const QString receivedAt = now.toString(Qt::ISODate);
     const QDate receivedOn = now.date();
@@ -398,9 +399,10 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
     for (const QString& day : days)
         db.execute(QStringLiteral("DELETE FROM CollectionHistory WHERE AgentID = ? AND CollectionDate = ?"),
                    {bankAgentId, day});
-    SharedDatabase::Batch history(db, QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, "
-                                                     "AccountNo, ClosingPaise, CollectedPaise, DateTime, "
-                                                     "TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"));
+    SharedDatabase::Batch history(db, QStringLiteral("INSERT INTO CollectionHistory (AgentID, AgentNo, "
+                                                     "CollectionDate, AccountNo, ClosingPaise, CollectedPaise, "
+                                                     "DateTime, TransactionNumber, ReceivedAt) "
+                                                     "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"));
     for (const Entry& e : entries) {
         if (e.amount.isEmpty())
             continue;
@@ -410,16 +412,20 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
             const double value = rupees.trimmed().toDouble(&ok);
             return ok ? QVariant(static_cast<qint64>(std::llround(value * 100.0))) : QVariant();
         };
-        history.run({bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount),
-                     e.dateTime, e.transactionNumber, receivedAt});
+        // The terminal's agent number beside the bank's identifier: the
+        // reports find the agent by either.
+        history.run({bankAgentId, agentNumber.isNull() ? QStringLiteral("") : agentNumber,
+                     collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount), e.dateTime,
+                     e.transactionNumber, receivedAt});
     }
 }
 
-void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<Entry>& entries)
+void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QString& agentNumber,
+                      const QList<Entry>& entries)
 {
     SharedDatabase& db = ctx.db();
     SharedDatabase::Transaction transaction(db);
-    storeRows(db, ctx.clock().now(), bankAgentId, entries);
+    storeRows(db, ctx.clock().now(), bankAgentId, agentNumber, entries);
     transaction.commit();
 }
 
@@ -572,7 +578,7 @@ private:
         auto attempt = [&]() -> QString {
             QString why;
             SharedDatabase::Transaction transaction(db);
-            storeRows(db, m_receivedAt, m_summary.BankAgentId, entries);
+            storeRows(db, m_receivedAt, m_summary.BankAgentId, m_facts.agent, entries);
 
             // The files are made from the rows just stored, before they are
             // committed: a file that cannot be written leaves the rows as

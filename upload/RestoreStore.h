@@ -107,11 +107,14 @@ bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Ent
 
 // StoreRestoreData: replaces every RestoreData row of the agent with the
 // entries and, for the days present, the agent's collection history, all in
-// one transaction. Throws StoreError; nothing is changed then.
-void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<Entry>& entries);
+// one transaction. The history rows carry agentNumber, the terminal's
+// three-digit agent number from the summary record, beside bankAgentId.
+// Throws StoreError; nothing is changed then.
+void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QString& agentNumber,
+                      const QList<Entry>& entries);
 
 // The same rows, inside a transaction the caller holds. Throws StoreError.
-void storeRows(SharedDatabase& db, const QDateTime& receivedAt, const QString& bankAgentId,
+void storeRows(SharedDatabase& db, const QDateTime& receivedAt, const QString& bankAgentId, const QString& agentNumber,
                const QList<Entry>& entries);
 
 // One receive, from the replies in ctx.link.Records to the files:

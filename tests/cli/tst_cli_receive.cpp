@@ -5,6 +5,8 @@
 #include "tests/support/CliReceiveFixture.h"
 #include "tests/support/TestContext.h"
 
+#include <QFile>
+#include <QProcess>
 #include <QSqlQuery>
 #include <QtTest>
 
@@ -50,6 +52,56 @@ private slots:
         QVERIFY(r.out.contains(QStringLiteral("Upload Completed Successfully\n")));
         QCOMPARE(terminal->overCount(), 1);
         QVERIFY(QFile::exists(t->path(QStringLiteral("0011611u.txt"))));
+    }
+
+    void receiveKeepsTheAgentNumberTheReportFindsItBy()
+    {
+        // A bank identifier of digits only, and another agent's ending in
+        // the same digits already in the history.
+        prepare({}, QStringLiteral("0417000001"));
+        t->db.execute(QStringLiteral("INSERT INTO CollectionHistory (AgentID, AgentNo, CollectionDate, AccountNo, "
+                                     "ClosingPaise, CollectedPaise) VALUES (?, ?, ?, ?, ?, ?)"),
+                      {QStringLiteral("0517000001     "), QStringLiteral("051"), QStringLiteral("2007-11-16"),
+                       QStringLiteral("999999"), 100000, 12345});
+        const Result r = receive({});
+        QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
+
+        // Every collection of the receive carries the summary's agent number
+        // beside the header's identifier.
+        QSqlQuery q(t->db.connection());
+        QVERIFY(
+            q.prepare(QStringLiteral("SELECT AgentNo, count(*), sum(CollectedPaise), min(CollectionDate), "
+                                     "max(CollectionDate) FROM CollectionHistory WHERE AgentID = ? GROUP BY AgentNo")));
+        q.addBindValue(accounts.agentId);
+        QVERIFY(q.exec());
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toString(), QStringLiteral("001"));
+        QCOMPARE(q.value(1).toInt(), records.transactionCount);
+        QCOMPARE(q.value(2).toLongLong(), records.totalAmount * 100);
+        // The day takes its decade from the day of the receive.
+        const QString day = q.value(3).toString();
+        QCOMPARE(q.value(4).toString(), day);
+        QVERIFY(!q.next());
+        t->db.execute(QStringLiteral("UPDATE CollectionHistory SET CollectionDate = ? WHERE AgentNo = '051'"), {day});
+
+        // The report by that number lists this agent's collections only.
+        const QString csv = t->path(QStringLiteral("agent1.csv"));
+        QProcess report;
+        report.start(m_cli, {QStringLiteral("--data-dir"), t->dir.path(), QStringLiteral("report"),
+                             QStringLiteral("daily"), QStringLiteral("--from"), day, QStringLiteral("--to"), day,
+                             QStringLiteral("--agent"), QStringLiteral("1"), QStringLiteral("--output"), csv});
+        QVERIFY(report.waitForFinished(scaledMs(30000)));
+        QVERIFY2(report.exitCode() == 0, report.readAllStandardError().constData());
+        QFile file(csv);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QStringList lines = QString::fromUtf8(file.readAll()).split(QStringLiteral("\r\n"), Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), records.transactionCount + 1);
+        double total = 0;
+        for (const QString& line : lines.mid(1)) {
+            QVERIFY2(line.startsWith(day + QLatin1Char(',') + accounts.agentId + QLatin1Char(',')), qPrintable(line));
+            total += line.section(QLatin1Char(','), 4, 4).toDouble();
+        }
+        QCOMPARE(qRound64(total), records.totalAmount);
     }
 
     void totalsThatDisagreeExitOne()

@@ -57,11 +57,14 @@ protected:
     }
 
     // Three accounts of agent 001 on 16 Nov 2007 with five collections on
-    // the terminal, the accounts stored as a download leaves them.
-    void prepare(const UploadRecords::Options& options = {})
+    // the terminal, the accounts stored as a download leaves them. A bank
+    // identifier given replaces the sample's (padded to 15 characters).
+    void prepare(const UploadRecords::Options& options = {}, const QString& bankAgentId = {})
     {
         const QDate day(2007, 11, 16);
         accounts = UploadRecords::sampleAccounts(3, day);
+        if (!bankAgentId.isEmpty())
+            accounts.agentId = bankAgentId.leftJustified(15, QLatin1Char(' '));
         const QList<Collection> collections = UploadRecords::generate(accounts, 5, day, 11);
         QString error;
         QVERIFY2(UploadRecords::build(accounts, collections, options, &records, &error), qPrintable(error));
