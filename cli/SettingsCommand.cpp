@@ -22,10 +22,15 @@ int show(CliRun& run)
     ConsoleMessenger::line(QStringLiteral("Bank Name: ") + s.BankName);
     ConsoleMessenger::line(QStringLiteral("Branch Name: ") + s.BranchName);
     ConsoleMessenger::line(QStringLiteral("Comm Port: ") + s.CommPort);
-    ConsoleMessenger::line(QStringLiteral("Serial Device: ") + run.ctx.portDevice());
+    const PortChoice port = run.ctx.portChoice();
+    ConsoleMessenger::line(QStringLiteral("Serial Device: ") + port.describe());
     ConsoleMessenger::line(QStringLiteral("Font Size: ") + font);
     ConsoleMessenger::line(QStringLiteral("Bank Info Path: ") + s.BankInfoPath);
     ConsoleMessenger::line(QStringLiteral("Report Path: ") + s.ReportPath);
+    // The settings are shown all the same; what keeps the port shut is said
+    // in full, with the file and the line.
+    if (!port.problem.isEmpty())
+        run.messenger.critical(port.problem);
     return CliExit::Success;
 }
 
