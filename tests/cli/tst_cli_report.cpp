@@ -21,6 +21,8 @@ private slots:
     void cleanup();
     void usageErrors_data();
     void usageErrors();
+    void printsOnlyItsOwnLines_data();
+    void printsOnlyItsOwnLines();
     void refusals_data();
     void refusals();
     void dailyCsv();
@@ -129,6 +131,46 @@ void tst_CliReport::usageErrors()
     QCOMPARE(r.code, 2);
     QVERIFY(!r.err.isEmpty());
     QVERIFY(!QFile::exists(QDir(m_dir->path()).filePath("x.csv")));
+}
+
+// Whatever the runtime folder of the environment (none under cron or a
+// service, another user's under sudo, one anybody may enter), the command
+// prints its own line and nothing from Qt.
+void tst_CliReport::printsOnlyItsOwnLines_data()
+{
+    QTest::addColumn<QString>("runtime"); // "unset", "open" (mode 0755) or "missing"
+    QTest::addColumn<QString>("output");
+    QTest::newRow("unset, PDF") << "unset"
+                                << "daily.pdf";
+    QTest::newRow("unset, CSV") << "unset"
+                                << "daily.csv";
+    QTest::newRow("mode 0755") << "open"
+                               << "daily.pdf";
+    QTest::newRow("a folder that is not there") << "missing"
+                                                << "daily.pdf";
+}
+
+void tst_CliReport::printsOnlyItsOwnLines()
+{
+    QFETCH(QString, runtime);
+    QFETCH(QString, output);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("XDG_RUNTIME_DIR");
+    const QString folder = QDir(m_dir->path()).filePath("runtime");
+    if (runtime == "open") {
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                                  QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
+                                                  QFile::ExeOther));
+        env.insert("XDG_RUNTIME_DIR", folder);
+    } else if (runtime == "missing") {
+        env.insert("XDG_RUNTIME_DIR", folder);
+    }
+    const QString out = QDir(m_dir->path()).filePath(output);
+    const Result r = run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-15", "--output", out}, env);
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.err, QString());
+    QCOMPARE(r.out, "Report saved in " + QDir::toNativeSeparators(out) + "\n");
 }
 
 void tst_CliReport::refusals_data()
