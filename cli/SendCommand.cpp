@@ -1,6 +1,7 @@
 #include "cli/SendCommand.h"
 
 #include "app/AppContext.h"
+#include "base/DayText.h"
 #include "cli/ConsoleMessenger.h"
 #include "cli/TransferWait.h"
 #include "download/SendFlow.h"
@@ -31,6 +32,9 @@ int run(CliRun& run)
         return cliUsageError(QStringLiteral("--agent takes digits only."));
     if (!allCharsIn(date.trimmed(), QLatin1Char('9')))
         return cliUsageError(QStringLiteral("--date takes digits only (ddmm)."));
+    // Fewer digits are taken as they stand, as the send screen takes them.
+    if (const DayText::Reading day = DayText::readDayMonth(date); day.shaped && !day.date.isValid())
+        return cliUsageError(DayText::noSuchDayText(QStringLiteral("--date"), date, day));
     if (!allCharsIn(transactions.trimmed(), QLatin1Char('7')))
         return cliUsageError(QStringLiteral("--transactions takes the digits 0 to 7 only."));
 

@@ -21,6 +21,8 @@ private slots:
     void cleanup();
     void usageErrors_data();
     void usageErrors();
+    void dateThatIsNoDay_data();
+    void dateThatIsNoDay();
     void printsOnlyItsOwnLines_data();
     void printsOnlyItsOwnLines();
     void refusals_data();
@@ -131,6 +133,34 @@ void tst_CliReport::usageErrors()
     QCOMPARE(r.code, 2);
     QVERIFY(!r.err.isEmpty());
     QVERIFY(!QFile::exists(QDir(m_dir->path()).filePath("x.csv")));
+}
+
+// A date in the right shape that is not in the calendar is named with the
+// reason; one in another shape keeps the message about the shape.
+void tst_CliReport::dateThatIsNoDay_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("err");
+    QTest::newRow("31 November") << QStringList{"--from", "2026-11-31"}
+                                 << "--from 2026-11-31 names no real day: November 2026 has 30 days.";
+    QTest::newRow("30 February") << QStringList{"--to", "2007-02-30"}
+                                 << "--to 2007-02-30 names no real day: February 2007 has 28 days.";
+    QTest::newRow("month 13") << QStringList{"--from", "2026-13-01"}
+                              << "--from 2026-13-01 names no real day: there is no month 13, months run from 01 "
+                                 "to 12.";
+    QTest::newRow("day first") << QStringList{"--from", "16-11-2007"} << "--from takes a date as YYYY-MM-DD.";
+}
+
+void tst_CliReport::dateThatIsNoDay()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, err);
+    const QString output = QDir(m_dir->path()).filePath("x.csv");
+    const Result r = run(QStringList{"report", "daily"} + args + QStringList{"--output", output});
+    QCOMPARE(r.code, 2);
+    QCOMPARE(r.err, err + "\nTry 'tonvy-cli --help'.\n");
+    QCOMPARE(r.out, QString());
+    QVERIFY(!QFile::exists(output));
 }
 
 // Whatever the runtime folder of the environment (none under cron or a

@@ -109,6 +109,10 @@ void tst_CliSend::refusals_data()
         << QStringList{"send", "--agent", "5", "--date", "161"} << 1 << "File does not exist!";
     QTest::newRow("letters in agent") << QStringList{"send", "--agent", "5a", "--date", "1611"} << 2
                                       << "--agent takes digits only.";
+    QTest::newRow("30 February") << QStringList{"send", "--agent", "5", "--date", "3002"} << 2
+                                 << "--date 3002 names no real day: February has at most 29 days.\n";
+    QTest::newRow("month 13") << QStringList{"send", "--agent", "5", "--date", "0113"} << 2
+                              << "--date 0113 names no real day: there is no month 13, months run from 01 to 12.\n";
     QTest::newRow("8 in transactions") << QStringList{"send", "--agent", "5", "--date", "1611", "--transactions", "8"}
                                        << 2 << "--transactions takes the digits 0 to 7 only.";
     // The header holds one digit: two would make a frame the terminal cannot read.
