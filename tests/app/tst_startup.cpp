@@ -1,11 +1,13 @@
 #include "app/Startup.h"
 #include "base/PathUtil.h"
+#include "base/Version.h"
 #include "link/PortResolver.h"
 #include "store/PasswordStore.h"
 #include "store/SharedDatabase.h"
 #include "tests/support/RecordingMessenger.h"
 
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -24,6 +26,8 @@ private slots:
     void portOrigin();
     void unreadablePortsIniLine_data();
     void unreadablePortsIniLine();
+    void desktopHelpWithoutDisplay_data();
+    void desktopHelpWithoutDisplay();
 };
 
 void tst_Startup::createsDataFolderAndDatabase()
@@ -232,6 +236,44 @@ void tst_Startup::unreadablePortsIniLine()
     const PortChoice given = PortResolver::choose(commPort, dir.path(), "/dev/pts/7");
     QCOMPARE(given.device, QStringLiteral("/dev/pts/7"));
     QVERIFY(given.problem.isEmpty());
+}
+
+// The desktop program answers --help and --version where no display can be
+// opened (an ssh session, a script): printed, exit 0, nothing on standard error.
+void tst_Startup::desktopHelpWithoutDisplay_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::newRow("--help") << "--help";
+    QTest::newRow("-h") << "-h";
+    QTest::newRow("--version") << "--version";
+}
+
+void tst_Startup::desktopHelpWithoutDisplay()
+{
+    QFETCH(QString, option);
+    const QString tonvy = qEnvironmentVariable("TONVY_BIN_DIR") + "/tonvy";
+    QVERIFY2(QFile::exists(tonvy), qPrintable(tonvy));
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM", "XDG_RUNTIME_DIR"})
+        env.remove(name);
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.start(tonvy, {option});
+    QVERIFY(p.waitForFinished(30000));
+    const QString out = QString::fromLocal8Bit(p.readAllStandardOutput());
+    const QString err = QString::fromLocal8Bit(p.readAllStandardError());
+    QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(p.exitCode(), 0);
+    QCOMPARE(err, QString());
+    if (option == "--version") {
+        QCOMPARE(out, QStringLiteral("tonvy %1\n").arg(programVersion()));
+    } else {
+        QVERIFY2(out.startsWith("Usage: " + tonvy + " [options]\nTonvy Hand-Held Interface Software\n"),
+                 qPrintable(out));
+        for (const QString& line : {QStringLiteral("  --data-dir <DIR>"), QStringLiteral("  --port <DEVICE>"),
+                                    QStringLiteral("  --trace <FILE>")})
+            QVERIFY2(out.contains("\n" + line), qPrintable(out));
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_Startup)
