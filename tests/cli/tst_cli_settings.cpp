@@ -1,6 +1,7 @@
 #include "store/SharedDatabase.h"
 #include "tests/support/TestTiming.h"
 
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -23,6 +24,9 @@ private slots:
     void namesLimitedToTheHeaderFields_data();
     void namesLimitedToTheHeaderFields();
     void unopenableDatabase();
+    void folderThatIsNotThereIsRefused_data();
+    void folderThatIsNotThereIsRefused();
+    void relativeFolderIsStoredInFull();
 
 private:
     struct Result
@@ -31,7 +35,7 @@ private:
         QString out;
         QString err;
     };
-    Result run(const QStringList& args, const QString& dataDir);
+    Result run(const QStringList& args, const QString& dataDir, const QString& workingDir = {});
 
     QString m_cli;
     QTemporaryDir m_dir;
@@ -43,9 +47,11 @@ void tst_CliSettings::initTestCase()
     QVERIFY2(QFile::exists(m_cli), qPrintable(m_cli));
 }
 
-tst_CliSettings::Result tst_CliSettings::run(const QStringList& args, const QString& dataDir)
+tst_CliSettings::Result tst_CliSettings::run(const QStringList& args, const QString& dataDir, const QString& workingDir)
 {
     QProcess p;
+    if (!workingDir.isEmpty())
+        p.setWorkingDirectory(workingDir);
     QStringList all;
     if (!dataDir.isEmpty())
         all << "--data-dir" << dataDir;
@@ -102,9 +108,12 @@ void tst_CliSettings::showWithoutRowIsARefusal()
 void tst_CliSettings::setThenShowRoundTrips()
 {
     QTemporaryDir dir;
+    const QString bank = dir.filePath("bank");
+    const QString reports = dir.filePath("reports");
+    QVERIFY(QDir().mkpath(bank) && QDir().mkpath(reports));
     const Result set =
         run({"settings", "set", "--bank-name", "Coastal Bank", "--branch-name", "Harbour Road", "--comm-port", "3",
-             "--font-size", "big", "--bank-info-path", "/srv/bank", "--report-path", "/srv/reports"},
+             "--font-size", "big", "--bank-info-path", bank, "--report-path", reports},
             dir.path());
     QCOMPARE(set.code, 0);
     QCOMPARE(set.out, QStringLiteral("Data Saved Successfully\n"));
@@ -112,8 +121,8 @@ void tst_CliSettings::setThenShowRoundTrips()
     QCOMPARE(show.code, 0);
     const QStringList lines = show.out.split('\n', Qt::SkipEmptyParts);
     QCOMPARE(lines, QStringList({"Bank Name: Coastal Bank", "Branch Name: Harbour Road", "Comm Port: 3",
-                                 "Serial Device: /dev/ttyS2", "Font Size: Big", "Bank Info Path: /srv/bank",
-                                 "Report Path: /srv/reports"}));
+                                 "Serial Device: /dev/ttyS2", "Font Size: Big", "Bank Info Path: " + bank,
+                                 "Report Path: " + reports}));
 }
 
 void tst_CliSettings::setTrimsNamesAndEditsTheSameRow()
@@ -192,6 +201,67 @@ void tst_CliSettings::unopenableDatabase()
     QCOMPARE(r.code, 1);
     QVERIFY2(r.err.contains(dir.filePath("HandHeldData.db")), qPrintable(r.err));
     QVERIFY(r.out.isEmpty());
+}
+
+// A folder setting must name a folder that exists: the message names the
+// folder and what to do, exit status 1, and nothing of the command is saved,
+// the other options included.
+void tst_CliSettings::folderThatIsNotThereIsRefused_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<QString>("value"); // %1: the data folder
+    QTest::addColumn<QString>("err");   // %1: the data folder
+    QTest::newRow("bank folder missing")
+        << "--bank-info-path"
+        << "%1/nonexistent"
+        << "The bank information folder %1/nonexistent does not exist. Create it, or connect the drive or network "
+           "share it is on, and save again; nothing was saved.";
+    QTest::newRow("report folder missing")
+        << "--report-path"
+        << "%1/gone/reports"
+        << "The report folder %1/gone/reports does not exist. Create it, or connect the drive or network share it is "
+           "on, and save again; nothing was saved.";
+    QTest::newRow("bank folder is a file") << "--bank-info-path"
+                                           << "%1/HandHeldData.db"
+                                           << "The bank information folder %1/HandHeldData.db is a file, not a "
+                                              "folder. Choose a folder and save again; nothing was saved.";
+    QTest::newRow("bank folder empty") << "--bank-info-path"
+                                       << ""
+                                       << "No bank information folder is chosen. Choose a folder that exists and "
+                                          "save again; nothing was saved.";
+}
+
+void tst_CliSettings::folderThatIsNotThereIsRefused()
+{
+    QFETCH(QString, option);
+    QFETCH(QString, value);
+    QFETCH(QString, err);
+    QTemporaryDir dir;
+    const QString bank = dir.filePath("bank");
+    QVERIFY(QDir().mkpath(bank));
+    QCOMPARE(run({"settings", "set", "--bank-name", "Old Bank", "--bank-info-path", bank}, dir.path()).code, 0);
+    const Result before = run({"settings", "show"}, dir.path());
+
+    const Result r = run({"settings", "set", "--bank-name", "New Bank", option, value.arg(dir.path())}, dir.path());
+    QCOMPARE(r.code, 1);
+    QCOMPARE(r.err, err.arg(dir.path()) + "\n");
+    QCOMPARE(r.out, QString());
+    const Result after = run({"settings", "show"}, dir.path());
+    QCOMPARE(after.out, before.out);
+    QVERIFY(after.out.contains("Bank Name: Old Bank\n"));
+}
+
+void tst_CliSettings::relativeFolderIsStoredInFull()
+{
+    QTemporaryDir dir;
+    QVERIFY(QDir().mkpath(dir.filePath("work/bank")));
+    const Result r =
+        run({"settings", "set", "--bank-info-path", "bank/", "--report-path", "."}, dir.path(), dir.filePath("work"));
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, QStringLiteral("Data Saved Successfully\n"));
+    const Result show = run({"settings", "show"}, dir.path());
+    QVERIFY2(show.out.contains("Bank Info Path: " + dir.filePath("work/bank") + "\n"), qPrintable(show.out));
+    QVERIFY2(show.out.contains("Report Path: " + dir.filePath("work") + "\n"), qPrintable(show.out));
 }
 
 QTEST_GUILESS_MAIN(tst_CliSettings)
