@@ -12,7 +12,6 @@
 #include <QDir>
 #include <QFileInfo>
 
-
 SendFlow::SendFlow(AppContext& ctx, QObject* parent)
     : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock()), m_store(ctx.db())
 {
@@ -67,6 +66,15 @@ void SendFlow::stopTransfer()
 {
     m_session.stopTransfer();
     emit buttonsEnabled(true);
+}
+
+bool SendFlow::stopTransfer(const QString& outcome)
+{
+    if (!m_session.busy())
+        return false;
+    stopTransfer();
+    audit(outcome);
+    return true;
 }
 
 void SendFlow::audit(const QString& outcome)
