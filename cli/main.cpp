@@ -39,7 +39,7 @@ QString helpText(const QList<CliCommand>& commands)
         text += QStringLiteral("  ") + QString(c.synopsis).replace(QLatin1Char('\n'), QStringLiteral("\n  ")) +
                 QLatin1Char('\n');
     text += QStringLiteral("\nExit status: 0 success, 1 the operation ended in a refusal or failure, 2 usage error, "
-                           "3 --give-up-after ran out.\n");
+                           "3 --give-up-after ran out, 130 stopped by Ctrl+C, 143 stopped by SIGTERM.\n");
     return text;
 }
 
