@@ -87,14 +87,12 @@ std::optional<int> fontSizeIndex(const QString& fontSize)
 
 QString deviceText(const QString& commPort, const QString& dataDir, const QString& portOverride)
 {
-    const QString device = PortResolver::resolve(commPort, dataDir, portOverride);
-    if (device.isEmpty())
-        return QStringLiteral("Device: none");
-    if (!portOverride.isEmpty())
-        return QStringLiteral("Device: %1 (given with --port)").arg(device);
-    if (device != PortResolver::resolve(commPort, QString(), QString()))
-        return QStringLiteral("Device: %1 (from ports.ini)").arg(device);
-    return QStringLiteral("Device: %1").arg(device);
+    return QStringLiteral("Device: ") + PortResolver::choose(commPort, dataDir, portOverride).describe();
+}
+
+QString deviceProblem(const QString& commPort, const QString& dataDir, const QString& portOverride)
+{
+    return PortResolver::choose(commPort, dataDir, portOverride).problem;
 }
 
 QString badPortMessage(const QString& commPort)

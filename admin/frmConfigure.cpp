@@ -145,4 +145,7 @@ void frmConfigure::cmdUpdate_Click()
 void frmConfigure::showDevice()
 {
     m_device->setText(Configuration::deviceText(m_comPort->currentText(), m_ctx.dataDir, m_ctx.portOverride));
+    // A ports.ini line that cannot be read: the whole reason, file and line,
+    // where the label has room only for the line number.
+    m_device->setToolTip(Configuration::deviceProblem(m_comPort->currentText(), m_ctx.dataDir, m_ctx.portOverride));
 }

@@ -187,6 +187,12 @@ FolderSelection::Target frmDrive::target() const
 
 void frmDrive::cmdSend_Click()
 {
+    // The list offers existing folders only, but nothing may be chosen yet,
+    // or the chosen folder's drive may have gone since.
+    if (const QString problem = FolderSelection::folderProblem(target(), m_filePath->text()); !problem.isEmpty()) {
+        m_ctx.messenger().critical(problem);
+        return;
+    }
     try {
         FolderSelection::save(m_ctx.db(), m_ctx.settings, target(), m_filePath->text());
     } catch (const StoreError& e) {

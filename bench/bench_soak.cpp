@@ -112,7 +112,7 @@ Figures runSends(LineRelay& relay, int sends, int accountsPerSend, int timeoutMs
     FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(9, 0))};
     LinkPort port;
     const QString device = relay.pcDevice();
-    port.setDeviceLookup([device] { return device; });
+    port.setDeviceLookup([device] { return PortChoice::given(device); });
     DownloadSession session(port, clock);
     session.timer2().setInterval(timeoutMs);
     session.headerWatch().setInterval(5 * timeoutMs);

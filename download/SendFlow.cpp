@@ -68,6 +68,15 @@ void SendFlow::stopTransfer()
     emit buttonsEnabled(true);
 }
 
+bool SendFlow::stopTransfer(const QString& outcome)
+{
+    if (!m_session.busy())
+        return false;
+    stopTransfer();
+    audit(outcome);
+    return true;
+}
+
 void SendFlow::audit(const QString& outcome)
 {
     // Never throws: a send already under way must not end in a store error.

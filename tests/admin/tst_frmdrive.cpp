@@ -31,6 +31,8 @@ private slots:
     void vanishedFolderIsIgnoredOnLoad();
     void vanishedFolderIsIgnoredOnFocus();
     void folderClickSetsThePath();
+    void folderGoneSinceItWasChosenIsNotSaved();
+    void nothingChosenIsNotSaved();
     void driveOfAPath_data();
     void driveOfAPath();
     void systemDrivesHoldTheHomeFolder();
@@ -297,6 +299,40 @@ void tst_frmDrive::folderClickSetsThePath()
     QTest::mouseClick(w.findChild<ColourButton*>("cmdSend"), Qt::LeftButton);
     QCOMPARE(field(t, "BankInfoPath").toString(), expected);
     QCOMPARE(t.ctx->settings.BankInfoPath, expected);
+}
+
+// The list offers existing folders only; a folder whose drive went after it
+// was chosen is named in the refusal, and the stored one stays.
+void tst_frmDrive::folderGoneSinceItWasChosenIsNotSaved()
+{
+    TestContext t;
+    storePaths(t, driveA() + "/Bank", QVariant());
+    frmDrive w(*t.ctx, drives());
+    w.findChild<QComboBox*>("Drive1")->setCurrentIndex(1);
+    w.findChild<QTreeView*>("Dir1")->setCurrentIndex(w.folderModel()->index(m_root.filePath("B/Other")));
+    const QString chosen = QDir::toNativeSeparators(m_root.filePath("B/Other"));
+    QCOMPARE(w.findChild<QLabel*>("lbFilePath")->text(), chosen);
+    QVERIFY(QDir(m_root.filePath("B/Other")).removeRecursively());
+
+    QTest::mouseClick(w.findChild<ColourButton*>("cmdSend"), Qt::LeftButton);
+    QCOMPARE(t.messenger.texts(),
+             QStringList{"The bank information folder " + chosen +
+                         " does not exist. Create it, or connect the drive or network share it is on, and save "
+                         "again; nothing was saved."});
+    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(field(t, "BankInfoPath").toString(), driveA() + "/Bank");
+    QVERIFY(t.ctx->settings.BankInfoPath.isEmpty());
+}
+
+void tst_frmDrive::nothingChosenIsNotSaved()
+{
+    TestContext t;
+    frmDrive w(*t.ctx, drives());
+    QCOMPARE(w.findChild<QLabel*>("lbFilePath")->text(), QString());
+    QTest::mouseClick(w.findChild<ColourButton*>("cmdSend"), Qt::LeftButton);
+    QCOMPARE(t.messenger.texts(), QStringList{"No bank information folder is chosen. Choose a folder that exists and "
+                                              "save again; nothing was saved."});
+    QCOMPARE(field(t, "SNo").toString(), QStringLiteral("<no row>"));
 }
 
 void tst_frmDrive::driveOfAPath_data()

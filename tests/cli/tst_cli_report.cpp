@@ -21,6 +21,10 @@ private slots:
     void cleanup();
     void usageErrors_data();
     void usageErrors();
+    void dateThatIsNoDay_data();
+    void dateThatIsNoDay();
+    void printsOnlyItsOwnLines_data();
+    void printsOnlyItsOwnLines();
     void refusals_data();
     void refusals();
     void dailyCsv();
@@ -134,6 +138,74 @@ void tst_CliReport::usageErrors()
     QCOMPARE(r.code, 2);
     QVERIFY(!r.err.isEmpty());
     QVERIFY(!QFile::exists(QDir(m_dir->path()).filePath("x.csv")));
+}
+
+// A date in the right shape that is not in the calendar is named with the
+// reason; one in another shape keeps the message about the shape.
+void tst_CliReport::dateThatIsNoDay_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("err");
+    QTest::newRow("31 November") << QStringList{"--from", "2026-11-31"}
+                                 << "--from 2026-11-31 names no real day: November 2026 has 30 days.";
+    QTest::newRow("30 February") << QStringList{"--to", "2007-02-30"}
+                                 << "--to 2007-02-30 names no real day: February 2007 has 28 days.";
+    QTest::newRow("month 13") << QStringList{"--from", "2026-13-01"}
+                              << "--from 2026-13-01 names no real day: there is no month 13, months run from 01 "
+                                 "to 12.";
+    QTest::newRow("day first") << QStringList{"--from", "16-11-2007"} << "--from takes a date as YYYY-MM-DD.";
+}
+
+void tst_CliReport::dateThatIsNoDay()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, err);
+    const QString output = QDir(m_dir->path()).filePath("x.csv");
+    const Result r = run(QStringList{"report", "daily"} + args + QStringList{"--output", output});
+    QCOMPARE(r.code, 2);
+    QCOMPARE(r.err, err + "\nTry 'tonvy-cli --help'.\n");
+    QCOMPARE(r.out, QString());
+    QVERIFY(!QFile::exists(output));
+}
+
+// Whatever the runtime folder of the environment (none under cron or a
+// service, another user's under sudo, one anybody may enter), the command
+// prints its own line and nothing from Qt.
+void tst_CliReport::printsOnlyItsOwnLines_data()
+{
+    QTest::addColumn<QString>("runtime"); // "unset", "open" (mode 0755) or "missing"
+    QTest::addColumn<QString>("output");
+    QTest::newRow("unset, PDF") << "unset"
+                                << "daily.pdf";
+    QTest::newRow("unset, CSV") << "unset"
+                                << "daily.csv";
+    QTest::newRow("mode 0755") << "open"
+                               << "daily.pdf";
+    QTest::newRow("a folder that is not there") << "missing"
+                                                << "daily.pdf";
+}
+
+void tst_CliReport::printsOnlyItsOwnLines()
+{
+    QFETCH(QString, runtime);
+    QFETCH(QString, output);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("XDG_RUNTIME_DIR");
+    const QString folder = QDir(m_dir->path()).filePath("runtime");
+    if (runtime == "open") {
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                                  QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
+                                                  QFile::ExeOther));
+        env.insert("XDG_RUNTIME_DIR", folder);
+    } else if (runtime == "missing") {
+        env.insert("XDG_RUNTIME_DIR", folder);
+    }
+    const QString out = QDir(m_dir->path()).filePath(output);
+    const Result r = run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-15", "--output", out}, env);
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.err, QString());
+    QCOMPARE(r.out, "Report saved in " + QDir::toNativeSeparators(out) + "\n");
 }
 
 void tst_CliReport::refusals_data()
