@@ -3,6 +3,7 @@
 #include "app/AppContext.h"
 #include "app/ColourButton.h"
 #include "app/KeyHook.h"
+#include "app/OptionButton.h"
 #include "app/ScreenParts.h"
 #include "base/Clock.h"
 #include "base/Messenger.h"
@@ -61,13 +62,13 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     options->setObjectName(QStringLiteral("Frame1"));
     options->setFrameShape(QFrame::StyledPanel);
     auto* optionRow = new QHBoxLayout(options);
-    m_optReport1 = new QRadioButton(QStringLiteral("Report1"), options);
+    m_optReport1 = new OptionButton(QStringLiteral("Report1"), options);
     m_optReport1->setObjectName(QStringLiteral("OptReport1"));
     m_optReport1->setToolTip(QStringLiteral("Daily collection summary"));
-    m_optReport2 = new QRadioButton(QStringLiteral("Report2"), options);
+    m_optReport2 = new OptionButton(QStringLiteral("Report2"), options);
     m_optReport2->setObjectName(QStringLiteral("OptReport2"));
     m_optReport2->setToolTip(QStringLiteral("Agent collection summary"));
-    m_optAudit = new QRadioButton(QStringLiteral("Audit Trail"), options);
+    m_optAudit = new OptionButton(QStringLiteral("Audit Trail"), options);
     m_optAudit->setObjectName(QStringLiteral("OptAudit"));
     m_optAudit->setToolTip(QStringLiteral("Audit trail of the chosen days"));
     optionRow->addWidget(m_optReport1);
