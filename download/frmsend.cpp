@@ -2,6 +2,7 @@
 
 #include "app/AppContext.h"
 #include "app/ColourButton.h"
+#include "app/FocusReturn.h"
 #include "app/KeyHook.h"
 #include "app/MessageBoxMessenger.h"
 #include "app/ScreenParts.h"
@@ -239,9 +240,13 @@ void frmsend::askToStop()
     box->setDefaultButton(QMessageBox::No);
     box->setAttribute(Qt::WA_DeleteOnClose);
     m_stopQuestion = box;
-    connect(box, &QMessageBox::finished, this, [this, box](int) {
-        if (box->standardButton(box->clickedButton()) != QMessageBox::Yes)
+    const FocusReturn back(this);
+    connect(box, &QMessageBox::finished, this, [this, box, back](int) {
+        if (box->standardButton(box->clickedButton()) != QMessageBox::Yes) {
+            // The download goes on and so does the clerk, where they were.
+            back.restore();
             return;
+        }
         m_flow->stopTransfer();
         // Closed once the box has gone, not from inside its own signal.
         QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);

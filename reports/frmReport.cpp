@@ -2,6 +2,7 @@
 
 #include "app/AppContext.h"
 #include "app/ColourButton.h"
+#include "app/FocusReturn.h"
 #include "app/KeyHook.h"
 #include "app/OptionButton.h"
 #include "app/ScreenParts.h"
@@ -28,13 +29,14 @@ namespace {
 
 QString chooseCsvPath(QWidget* parent, const QString& suggested)
 {
+    const FocusReturn back(parent);
     QFileDialog dialog(parent, QStringLiteral("Export CSV"), suggested, QStringLiteral("CSV files (*.csv)"));
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setDefaultSuffix(QStringLiteral("csv"));
     dialog.selectFile(suggested);
-    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
-        return {};
-    return dialog.selectedFiles().constFirst();
+    const bool chosen = dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty();
+    back.restore();
+    return chosen ? dialog.selectedFiles().constFirst() : QString();
 }
 
 QDateEdit* datePicker(const char* name, QWidget* parent)
@@ -252,10 +254,18 @@ void frmReport::cmdView_Click()
         return;
     }
     preview->setAttribute(Qt::WA_DeleteOnClose);
+    giveKeysBackWhenClosed(preview);
     preview->setSuggestedPdfPath(suggestedPath(QStringLiteral("pdf")));
     m_preview = preview;
     preview->resize(900, 700);
     preview->show();
+}
+
+void frmReport::giveKeysBackWhenClosed(QDialog* window)
+{
+    // The clerk goes on where View was pressed.
+    const FocusReturn back(this);
+    connect(window, &QDialog::finished, this, [back] { back.restore(); });
 }
 
 QString frmReport::suggestedPath(const QString& suffix) const
@@ -312,6 +322,7 @@ void frmReport::viewAuditTrail()
     }
     auto* window = new AuditTrailWindow(m_ctx, model.release(), this);
     window->setAttribute(Qt::WA_DeleteOnClose);
+    giveKeysBackWhenClosed(window);
     window->setSuggestedCsvPath(suggestedPath(QStringLiteral("csv")));
     m_auditWindow = window;
     window->resize(900, 500);
