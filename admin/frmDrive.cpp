@@ -78,6 +78,7 @@ frmDrive::frmDrive(AppContext& ctx, DriveList drives, QWidget* parent)
 
     connect(update, &QPushButton::clicked, this, &frmDrive::cmdSend_Click);
     connect(exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
     connect(m_drive, &QComboBox::currentIndexChanged, this, &frmDrive::Drive1_Change);
     connect(m_dir->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& current) {
         if (current.isValid() && !m_settingDir1)

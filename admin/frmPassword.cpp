@@ -147,6 +147,7 @@ frmPassword::frmPassword(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt:
 
     connect(update, &QPushButton::clicked, this, &frmPassword::cmdSend_Click);
     connect(exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
 
     Form_Load();
     m_old->setFocus();
@@ -207,10 +208,11 @@ bool frmPassword::passwordKey(QLineEdit* box, QWidget* next, QKeyEvent* e)
         next->setFocus(Qt::TabFocusReason);
         return true;
     }
-    // Only character keys are filtered; Tab and the editing keys that type
-    // nothing (arrows, Delete) keep working.
+    // Only character keys are filtered; Tab, the editing keys that type
+    // nothing (arrows, Delete) and Esc (which closes the screen) keep working.
     const QString text = e->text();
-    if (text.isEmpty() || e->key() == Qt::Key_Tab || e->key() == Qt::Key_Backtab || e->key() == Qt::Key_Delete)
+    if (text.isEmpty() || e->key() == Qt::Key_Tab || e->key() == Qt::Key_Backtab || e->key() == Qt::Key_Delete ||
+        e->key() == Qt::Key_Escape)
         return false;
     const QChar c = KeyHook::character(e);
     return !(c >= QLatin1Char('0') && c <= QLatin1Char('9'));

@@ -129,6 +129,7 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     connect(m_view, &QPushButton::clicked, this, &frmReport::cmdView_Click);
     connect(m_export, &QPushButton::clicked, this, &frmReport::cmdExport_Click);
     connect(m_exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
 
     // Enter in either limit moves on, as Tab would; other keys pass unchanged.
     const auto enterMovesOn = [this](QKeyEvent* e) {
