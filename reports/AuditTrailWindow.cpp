@@ -45,6 +45,8 @@ AuditTrailWindow::AuditTrailWindow(AppContext& ctx, AuditTrailModel* model, QWid
     m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_table->setWordWrap(false);
     m_table->setAlternatingRowColors(true);
+    // Tab leaves the table for the buttons; the arrows move in it.
+    m_table->setTabKeyNavigation(false);
     QHeaderView* header = m_table->horizontalHeader();
     for (int c : {Time, User, Action, Version})
         header->setSectionResizeMode(c, QHeaderView::ResizeToContents);

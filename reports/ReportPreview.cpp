@@ -223,6 +223,9 @@ ReportPreview::ReportPreview(AppContext& ctx, ReportKind kind, const ReportLimit
     connect(&m_jobTimer, &QTimer::timeout, this, &ReportPreview::jobStep);
     showPageNumber(0);
     m_suggestedPdf = QDir(QDir::homePath()).filePath(QStringLiteral("report.pdf"));
+    // The pages take the keys at first: the arrows and Page Up and Page Down
+    // scroll them, Tab goes round the buttons above, Esc closes.
+    m_view->setFocus();
 }
 
 ReportPreview::~ReportPreview()

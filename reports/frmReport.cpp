@@ -132,6 +132,7 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     closeOnEscape(this);
 
     // Enter in either limit moves on, as Tab would; other keys pass unchanged.
+    // The dates are entry fields too, and Enter moves on from them as well.
     const auto enterMovesOn = [this](QKeyEvent* e) {
         if (!KeyHook::isEnter(e))
             return false;
@@ -140,6 +141,8 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     };
     KeyHook::install(m_agentID, enterMovesOn);
     KeyHook::install(m_accountNo, enterMovesOn);
+    KeyHook::install(m_from, enterMovesOn);
+    KeyHook::install(m_to, enterMovesOn);
 
     Form_Load();
 }
