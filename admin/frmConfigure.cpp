@@ -67,6 +67,7 @@ frmConfigure::frmConfigure(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
 
     connect(update, &QPushButton::clicked, this, &frmConfigure::cmdUpdate_Click);
     connect(exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
     connect(m_comPort, &QComboBox::currentIndexChanged, this, &frmConfigure::showDevice);
 
     // Enter in the bank name puts the port back to "1": the original did so,
