@@ -59,7 +59,7 @@ Saved save(SharedDatabase& db, AppSettings& settings, const Entry& entry)
     Saved saved;
     saved.created = !exists;
     // A new row leaves AppSettings.FontSize alone and resizes the window
-    // instead; an edited row refreshes it. The asymmetry is the original's.
+    // instead; an edited row refreshes it. The asymmetry is version 2.1's.
     if (exists)
         settings.FontSize = change.fontSize.value_or(current.FontSize);
     else

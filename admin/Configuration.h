@@ -36,7 +36,7 @@ struct Saved
 {
     bool created = false;
     // Only when the row was created: the value the window's own font size
-    // takes (the list index, as the original set it).
+    // takes (the list index, as version 2.1 set it).
     std::optional<double> windowFontSize;
 };
 

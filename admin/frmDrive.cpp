@@ -113,7 +113,7 @@ void frmDrive::Form_Load()
 
 void frmDrive::showDefaults()
 {
-    // The lists start on the program's folder, as the original's started on
+    // The lists start on the program's folder, as version 2.1's started on
     // its current folder; lbFilePath stays empty until a choice is made.
     const QStringList roots = m_drives.roots();
     if (roots.isEmpty())
@@ -159,7 +159,7 @@ void frmDrive::Drive1_Change()
     const QString root = m_drive->currentData().toString();
     if (!m_drives.isReadable(root)) {
         // The folder list keeps its drive and folder; the drive list is not
-        // set back, as in the original.
+        // set back, as in version 2.1.
         m_ctx.messenger().critical(QStringLiteral("Device Not Available"));
         return;
     }

@@ -159,7 +159,7 @@ Figures runSends(LineRelay& relay, int sends, int accountsPerSend, int timeoutMs
         one.start();
         // Each download from a freshly opened send screen: a second one from
         // the same screen would find "download complete" still set and never
-        // resend, as the original did.
+        // resend, as version 2.1 did.
         session.Form_Load();
         session.prepareSend();
         session.FirstProtocol(job);

@@ -58,7 +58,7 @@ void filterKeys(QLineEdit* box, QChar highest, QWidget* next)
     });
 }
 
-// Enter on a focused button presses it, as it did on the original screen.
+// Enter on a focused button presses it, as it did on version 2.1's screen.
 // Both the press and the release of the key are taken here, so a button
 // that also answers Enter by itself (on either) is still pressed once.
 class EnterPresses : public QObject

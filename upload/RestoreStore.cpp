@@ -36,11 +36,11 @@ constexpr int FirstEntryPos = 70;
 constexpr int EntryCountPos = 133;
 constexpr int EntrySize = 9;
 
-// The terminal's transaction number at which the original screen let the
+// The terminal's transaction number at which version 2.1's screen let the
 // message loop run once while decoding; kept.
 constexpr int YieldTransactionNumber = 394;
 
-// A decoding fault (the original's run-time errors) with its message.
+// A decoding fault (version 2.1's run-time errors) with its message.
 struct DecodeFault
 {
     QString message;
@@ -502,7 +502,7 @@ public:
     }
 
 private:
-    // The original let the message loop run once while decoding when a
+    // Version 2.1 let the message loop run once while decoding when a
     // transaction number read 394; kept, after the decoding (which works on
     // its own copy of the replies) and before any row changes.
     static void yieldAtTransaction394(const QList<Entry>& entries)
@@ -527,7 +527,7 @@ private:
         m_out.result = ReceiveOutcome::Result::Refused;
         m_out.problems = problems;
         m_out.mayAccept = mayAccept;
-        // The original's text on its own line, then what was wrong.
+        // Version 2.1's text on its own line, then what was wrong.
         QString text = UploadFiles::uploadProblemText() + QLatin1Char('\n') + problems.join(QLatin1Char(' ')) +
                        QStringLiteral(" Nothing was replaced and no upload file was written.") + backupNote();
         if (mayAccept)
@@ -585,7 +585,7 @@ private:
             // they were.
             QString base = m_summary.UploadBaseName;
             if (bankFolder) {
-                // Suffixed, as the original did: the check listing is named
+                // Suffixed, as version 2.1 did: the check listing is named
                 // from it too.
                 base += QLatin1Char('u');
                 upload.path = UploadFiles::uploadFilePath(folder, base);
@@ -669,7 +669,7 @@ private:
             settle(checkWritten);
             return m_out;
         }
-        // The original's own check, on the file as written.
+        // Version 2.1's own check, on the file as written.
         if (UploadFiles::agreesWithSummary(m_summary, uploadLines.count, uploadLines.paise))
             m_out.messages << SessionMessage{UploadFiles::uploadCompletedText(), SessionMessage::Icon::Information};
         else

@@ -85,7 +85,7 @@ QString collectionDay(const QString& dateTime);
 
 // Decodes the replies 2 to TotalRecords + 1 into entries: keys, amount,
 // date and time, transaction number. No database: the account details are
-// left empty (the first entry's agent holds the header's, as the original's
+// left empty (the first entry's agent holds the header's, as version 2.1's
 // lists did). False with *error when a record index runs beyond the replies,
 // a record is too short for what it is read for, a key holds an apostrophe,
 // or the entries exceed MaxEntries.
@@ -149,7 +149,7 @@ using AfterCommitHook = std::function<bool()>;
 void setAfterCommitHook(AfterCommitHook hook);
 
 // Shows the outcome's messages in order (the bank-folder message as a plain
-// box, as the original showed it).
+// box, as version 2.1 showed it).
 void report(Messenger& messenger, const ReceiveOutcome& outcome);
 
 // RestoreData: processReceive without acceptance, its messages shown

@@ -395,7 +395,7 @@ void tst_RestoreStore::missingAccountStoredWithWhatTheListsHeld()
         QStringLiteral("Left out of the upload file: account 000000000000103, amount 33.00 (the account is not among "
                        "the agent's downloaded accounts)")));
 
-    // Accepted by the clerk: stored as the original stored it.
+    // Accepted by the clerk: stored as version 2.1 stored it.
     summary.UploadBaseName = QStringLiteral("0051611");
     const RestoreStore::ReceiveOutcome accepted = RestoreStore::processReceive(*t->ctx, summary, true);
     QCOMPARE(accepted.result, RestoreStore::ReceiveOutcome::Result::Accepted);
