@@ -5,6 +5,7 @@
 #include "app/ScreenParts.h"
 #include "app/frmPassEntry.h"
 #include "base/Messenger.h"
+#include "base/Version.h"
 #include "store/StoreError.h"
 
 #include <QCloseEvent>
@@ -26,7 +27,7 @@ frmMain::frmMain(AppContext& ctx, const ScreenRegistry& screens, QWidget* parent
     QFont titleFont(QStringLiteral("Arial"), 16, QFont::Bold);
     label1->setFont(titleFont);
     label1->setAlignment(Qt::AlignCenter);
-    auto* label2 = new QLabel(QStringLiteral("Version 2.1 Meskavorin"), this);
+    auto* label2 = new QLabel(QStringLiteral("Version %1 Meskavorin").arg(programVersion()), this);
     label2->setObjectName(QStringLiteral("Label2"));
     label2->setFont(QFont(QStringLiteral("Arial"), 10));
     label2->setAlignment(Qt::AlignCenter);

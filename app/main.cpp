@@ -12,8 +12,23 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <cstdio>
+#include <cstring>
 
 namespace {
+
+// --help and --version only print, so they must work where there is no
+// display: over ssh, and at build time, where the manual page is made from
+// their output.
+bool onlyPrints(int argc, char* argv[])
+{
+    for (int i = 1; i < argc; ++i) {
+        for (const char* option : {"-h", "--help", "-?", "--help-all", "-v", "--version"}) {
+            if (std::strcmp(argv[i], option) == 0)
+                return true;
+        }
+    }
+    return false;
+}
 
 void unexpectedFailure(const QString& what)
 {
@@ -28,6 +43,8 @@ void unexpectedFailure(const QString& what)
 
 int main(int argc, char* argv[])
 {
+    if (onlyPrints(argc, argv))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     Startup::nameApplication();
 
