@@ -10,6 +10,7 @@
 
 #include <QCloseEvent>
 #include <QDialog>
+#include <QDir>
 #include <QFrame>
 #include <QGridLayout>
 #include <QLabel>
@@ -31,8 +32,15 @@ frmMain::frmMain(AppContext& ctx, const ScreenRegistry& screens, QWidget* parent
     label2->setObjectName(QStringLiteral("Label2"));
     label2->setFont(QFont(QStringLiteral("Arial"), 10));
     label2->setAlignment(Qt::AlignCenter);
+    // Which data folder is in use, for whoever has to find or back it up: it
+    // differs between an installed program and one run from its build folder.
+    auto* dataFolder = new QLabel(QStringLiteral("Data folder: %1").arg(QDir::toNativeSeparators(ctx.dataDir)), this);
+    dataFolder->setObjectName(QStringLiteral("lblDataFolder"));
+    dataFolder->setFont(QFont(QStringLiteral("Arial"), 8));
+    dataFolder->setAlignment(Qt::AlignCenter);
     layout->addWidget(label1);
     layout->addWidget(label2);
+    layout->addWidget(dataFolder);
 
     auto* frame = new QFrame(this);
     frame->setObjectName(QStringLiteral("Frame1"));

@@ -7,6 +7,8 @@
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
+#include <QDir>
+
 namespace {
 
 int show(CliRun& run)
@@ -26,6 +28,7 @@ int show(CliRun& run)
     ConsoleMessenger::line(QStringLiteral("Font Size: ") + font);
     ConsoleMessenger::line(QStringLiteral("Bank Info Path: ") + s.BankInfoPath);
     ConsoleMessenger::line(QStringLiteral("Report Path: ") + s.ReportPath);
+    ConsoleMessenger::line(QStringLiteral("Data Folder: ") + QDir::toNativeSeparators(run.ctx.dataDir));
     return CliExit::Success;
 }
 

@@ -85,6 +85,7 @@ void tst_frmMain::captionsAndNames()
     QCOMPARE(menu.windowTitle(), QStringLiteral("Tonvy Hand-Held Interface Software"));
     QCOMPARE(menu.findChild<QLabel*>("Label1")->text(), QStringLiteral("Tonvy Hand-Held Interface Software"));
     QCOMPARE(menu.findChild<QLabel*>("Label2")->text(), QStringLiteral("Version %1 Meskavorin").arg(programVersion()));
+    QCOMPARE(menu.findChild<QLabel*>("lblDataFolder")->text(), "Data folder: " + t.dir.path());
     QVERIFY(menu.findChild<QWidget*>("Frame1"));
     const QList<QPair<QString, QString>> buttons = {
         {"cmdReceive", "&RECEIVE DATA"}, {"cmdConfigure", "&CONFIGURE"}, {"cmdDrive", "&DRIVE SELECTION"},
