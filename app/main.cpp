@@ -6,6 +6,7 @@
 #include "app/StartupOptions.h"
 #include "app/frmMain.h"
 #include "base/Clock.h"
+#include "desktop/ProgramIcon.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
@@ -47,6 +48,10 @@ int main(int argc, char* argv[])
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     Startup::nameApplication();
+    // Every window, the main menu first, carries the program's icon, and the
+    // desktop matches the windows to the menu entry.
+    QApplication::setWindowIcon(programIcon());
+    QGuiApplication::setDesktopFileName(desktopEntryName());
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Tonvy Hand-Held Interface Software"));
