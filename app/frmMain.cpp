@@ -48,13 +48,14 @@ frmMain::frmMain(AppContext& ctx, const ScreenRegistry& screens, QWidget* parent
     auto* grid = new QGridLayout(frame);
     layout->addWidget(frame);
 
-    struct Entry {
+    struct Entry
+    {
         const char* name;
         const char* caption;
         int row, col;
     };
     const Entry entries[] = {
-        {"cmdSend", "&SEND DATA", 0, 0},     {"cmdReceive", "&RECEIVE DATA", 0, 1},
+        {"cmdSend", "&SEND DATA", 0, 0},      {"cmdReceive", "&RECEIVE DATA", 0, 1},
         {"cmdConfigure", "&CONFIGURE", 1, 0}, {"cmdDrive", "&DRIVE SELECTION", 1, 1},
         {"cmdPassword", "P&ASSWORD", 2, 0},   {"cmdReport", "RE&PORT", 2, 1},
         {"cmdExit", "&EXIT", 3, 0},
