@@ -11,6 +11,7 @@ struct StartupOptions
     QString trace;
 
     static void addTo(QCommandLineParser& parser);
-    // Reads the parsed options; the data folder defaults to the program's own.
+    // Reads the parsed options; without --data-dir the data folder is
+    // DataFolder::defaultFor the program's folder.
     static StartupOptions from(const QCommandLineParser& parser);
 };

@@ -5,11 +5,13 @@
 #include "app/ScreenParts.h"
 #include "app/frmPassEntry.h"
 #include "base/Messenger.h"
+#include "base/Version.h"
 #include "store/StoreError.h"
 
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDialog>
+#include <QDir>
 #include <QFrame>
 #include <QGridLayout>
 #include <QLabel>
@@ -27,12 +29,19 @@ frmMain::frmMain(AppContext& ctx, const ScreenRegistry& screens, QWidget* parent
     QFont titleFont(QStringLiteral("Arial"), 16, QFont::Bold);
     label1->setFont(titleFont);
     label1->setAlignment(Qt::AlignCenter);
-    auto* label2 = new QLabel(QStringLiteral("Version 2.1 Meskavorin"), this);
+    auto* label2 = new QLabel(QStringLiteral("Version %1 Meskavorin").arg(programVersion()), this);
     label2->setObjectName(QStringLiteral("Label2"));
     label2->setFont(QFont(QStringLiteral("Arial"), 10));
     label2->setAlignment(Qt::AlignCenter);
+    // Which data folder is in use, for whoever has to find or back it up: it
+    // differs between an installed program and one run from its build folder.
+    auto* dataFolder = new QLabel(QStringLiteral("Data folder: %1").arg(QDir::toNativeSeparators(ctx.dataDir)), this);
+    dataFolder->setObjectName(QStringLiteral("lblDataFolder"));
+    dataFolder->setFont(QFont(QStringLiteral("Arial"), 8));
+    dataFolder->setAlignment(Qt::AlignCenter);
     layout->addWidget(label1);
     layout->addWidget(label2);
+    layout->addWidget(dataFolder);
 
     auto* frame = new QFrame(this);
     frame->setObjectName(QStringLiteral("Frame1"));

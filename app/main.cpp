@@ -6,12 +6,14 @@
 #include "app/StartupOptions.h"
 #include "app/frmMain.h"
 #include "base/Clock.h"
+#include "desktop/ProgramIcon.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -65,6 +67,10 @@ int main(int argc, char* argv[])
 
     QApplication app(argc, argv);
     Startup::nameApplication();
+    // Every window, the main menu first, carries the program's icon, and the
+    // desktop matches the windows to the menu entry.
+    QApplication::setWindowIcon(programIcon());
+    QGuiApplication::setDesktopFileName(desktopEntryName());
 
     QCommandLineParser parser;
     describeOptions(parser);

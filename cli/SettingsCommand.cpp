@@ -32,6 +32,7 @@ int show(CliRun& run)
     ConsoleMessenger::line(QStringLiteral("Font Size: ") + font);
     ConsoleMessenger::line(QStringLiteral("Bank Info Path: ") + s.BankInfoPath);
     ConsoleMessenger::line(QStringLiteral("Report Path: ") + s.ReportPath);
+    ConsoleMessenger::line(QStringLiteral("Data Folder: ") + QDir::toNativeSeparators(run.ctx.dataDir));
     // The settings are shown all the same; what keeps the port shut is said
     // in full, with the file and the line.
     if (!port.problem.isEmpty())

@@ -30,10 +30,12 @@ QString helpText(const QList<CliCommand>& commands)
         "Usage: tonvy-cli [--data-dir DIR] [--port DEVICE] [--trace FILE] COMMAND [options]\n\n"
         "Tonvy Hand-Held Interface Software without windows, on the same database.\n\n"
         "Global options:\n"
-        "  --data-dir DIR   folder of HandHeldData.db and the program's data (default: the program's folder)\n"
+        "  --data-dir DIR   folder of HandHeldData.db and the program's data (default: ~/.local/share/tonvy;\n"
+        "                   the program's own folder when run from its build folder)\n"
         "  --port DEVICE    serial device of the terminal, instead of the configured Comm Port\n"
         "  --trace FILE     write a timestamped hex trace of the serial link to FILE\n"
-        "  -h, --help       this text\n\n"
+        "  -h, --help       this text\n"
+        "  -v, --version    the program's version\n\n"
         "Commands:\n");
     for (const CliCommand& c : commands)
         text += QStringLiteral("  ") + QString(c.synopsis).replace(QLatin1Char('\n'), QStringLiteral("\n  ")) +
@@ -138,6 +140,14 @@ int main(int argc, char* argv[])
     const QList<CliCommand> commands = allCliCommands();
     const QStringList args = QCoreApplication::arguments();
     const int at = commandIndex(args);
+
+    // The version is a global option: it counts only before the command word.
+    const QStringList globals = at < 0 ? args : args.mid(0, at);
+    if (globals.contains(QStringLiteral("--version")) || globals.contains(QStringLiteral("-v"))) {
+        const QByteArray text = (QStringLiteral("tonvy-cli ") + programVersion() + QLatin1Char('\n')).toLocal8Bit();
+        std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+        return CliExit::Success;
+    }
 
     if (args.contains(QStringLiteral("--help")) || args.contains(QStringLiteral("-h")) || at < 0) {
         const QByteArray text = helpText(commands).toLocal8Bit();

@@ -61,7 +61,8 @@ QString SerialLink::openErrorText(const QString& device, QSerialPort::SerialPort
                                   "(or the other Send or Receive screen) and try again.")
                 .arg(named(device, choice));
         return QStringLiteral("Permission denied on the serial port %1. The user must be in the 'dialout' group: "
-                              "ask the administrator to add the user, then log out and in again.")
+                              "ask the administrator to add the user, then log out and in again (see "
+                              "docs/installing.md, installed as /usr/share/doc/tonvy/docs/installing.md).")
             .arg(named(device, choice));
     case QSerialPort::OpenError:
         return QStringLiteral("The serial port %1 is busy: it is already open. Close the other Send or Receive "

@@ -2,6 +2,7 @@
 #include "app/ScreenRegistry.h"
 #include "app/frmMain.h"
 #include "app/frmPassEntry.h"
+#include "base/Version.h"
 #include "store/SettingsStore.h"
 #include "tests/support/TestContext.h"
 
@@ -83,7 +84,8 @@ void tst_frmMain::captionsAndNames()
     QCOMPARE(menu.objectName(), QStringLiteral("frmMain"));
     QCOMPARE(menu.windowTitle(), QStringLiteral("Tonvy Hand-Held Interface Software"));
     QCOMPARE(menu.findChild<QLabel*>("Label1")->text(), QStringLiteral("Tonvy Hand-Held Interface Software"));
-    QCOMPARE(menu.findChild<QLabel*>("Label2")->text(), QStringLiteral("Version 2.1 Meskavorin"));
+    QCOMPARE(menu.findChild<QLabel*>("Label2")->text(), QStringLiteral("Version %1 Meskavorin").arg(programVersion()));
+    QCOMPARE(menu.findChild<QLabel*>("lblDataFolder")->text(), "Data folder: " + t.dir.path());
     QVERIFY(menu.findChild<QWidget*>("Frame1"));
     const QList<QPair<QString, QString>> buttons = {
         {"cmdReceive", "&RECEIVE DATA"}, {"cmdConfigure", "&CONFIGURE"}, {"cmdDrive", "&DRIVE SELECTION"},

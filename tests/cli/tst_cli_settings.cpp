@@ -129,7 +129,7 @@ void tst_CliSettings::setThenShowRoundTrips()
     const QStringList lines = show.out.split('\n', Qt::SkipEmptyParts);
     QCOMPARE(lines, QStringList({"Bank Name: Coastal Bank", "Branch Name: Harbour Road", "Comm Port: 3",
                                  "Serial Device: /dev/ttyS2", "Font Size: Big", "Bank Info Path: " + bank,
-                                 "Report Path: " + reports}));
+                                 "Report Path: " + reports, "Data Folder: " + dir.path()}));
 }
 
 void tst_CliSettings::setTrimsNamesAndEditsTheSameRow()

@@ -32,7 +32,8 @@ void tst_SerialLink::openErrorTexts_data()
     QTest::newRow("missing") << "/dev/ttyUSB7" << int(QSerialPort::DeviceNotFoundError) << "No such file or directory"
                              << QStringList{"/dev/ttyUSB7", "does not exist", "CONFIGURE"};
     QTest::newRow("permission") << "/nonexistent/ttyS9" << int(QSerialPort::PermissionError) << "Permission denied"
-                                << QStringList{"/nonexistent/ttyS9", "Permission denied", "'dialout' group"};
+                                << QStringList{"/nonexistent/ttyS9", "Permission denied", "'dialout' group",
+                                               "/usr/share/doc/tonvy/docs/installing.md"};
     QTest::newRow("locked") << "/dev/ttyS0" << int(QSerialPort::PermissionError)
                             << "Permission error while locking the device"
                             << QStringList{"/dev/ttyS0", "is busy", "another program"};
