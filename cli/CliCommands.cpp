@@ -1,4 +1,5 @@
 #include "cli/AuditCommand.h"
+#include "cli/BackupCommand.h"
 #include "cli/CliCommand.h"
 #include "cli/PasswordCommand.h"
 #include "cli/ReceiveCommand.h"
@@ -17,6 +18,8 @@ QList<CliCommand> allCliCommands()
         receiveCommand(),
         reportCommand(),
         auditCommand(),
+        backupCommand(),
+        restoreCommand(),
     };
 }
 
