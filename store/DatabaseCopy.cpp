@@ -319,6 +319,8 @@ QList<CopyFile> copiesIn(const QString& folder, const QString& pattern)
 }
 
 #ifdef Q_OS_LINUX
+constexpr bool openersKnown = true;
+
 // Other processes that have the file open, as "process 1234 (tonvy)". An
 // idle program keeps its database open without holding any SQLite lock, so
 // the locks alone would not show it; a file renamed under it would go on
@@ -351,6 +353,8 @@ QStringList otherProcessesHolding(const QString& path)
     return holders;
 }
 #else
+constexpr bool openersKnown = false;
+
 QStringList otherProcessesHolding(const QString&)
 {
     return {};
@@ -589,8 +593,13 @@ Outcome restore(const QString& dataDir, const QString& backupGiven, const Clock&
             return out;
         }
     }
+    // A journal beside a file nobody has open was left by a program that
+    // stopped mid-write: it belongs to that file and goes aside with it
+    // untouched, so the lock below must not play it back (or throw it away).
+    const QString journal = dbPath + QStringLiteral("-journal");
+    const bool leftJournal = current && openersKnown && QFileInfo::exists(journal);
     std::unique_ptr<Connection> lock;
-    if (current && QFileInfo(dbPath).size() > 0) {
+    if (current && !leftJournal && QFileInfo(dbPath).size() > 0) {
         lock = std::make_unique<Connection>(dbPath, false);
         QSqlError error = lock->openError();
         bool locked = false;
@@ -673,7 +682,6 @@ Outcome restore(const QString& dataDir, const QString& backupGiven, const Clock&
     // The swap, under the lock: the current file (and a journal it may
     // have left, which belongs to it and must never be played into the
     // copy) goes aside, the copy takes its name.
-    const QString journal = dbPath + QStringLiteral("-journal");
     const bool hadJournal = current && QFileInfo::exists(journal);
     if (current && !QFile::rename(dbPath, aside)) {
         unstage();
