@@ -75,7 +75,9 @@ ReportSnapshot::ReportSnapshot(SharedDatabase& live, const ReportLimits& limits)
     if (shared.isEmpty()) {
         QSqlQuery detach(db);
         detach.exec(QStringLiteral("DETACH DATABASE live"));
-        throw StoreProblem::misuse(QStringLiteral("the collection history of %1 cannot be read").arg(m_livePath));
+        throw StoreProblem::misuse(QStringLiteral("the collection history of %1 cannot be read. Nothing was "
+                                                  "changed; keep this message for support.")
+                                       .arg(m_livePath));
     }
     m_columns = shared.join(QStringLiteral(", "));
 
