@@ -59,7 +59,7 @@ Saved save(SharedDatabase& db, AppSettings& settings, const Entry& entry)
     Saved saved;
     saved.created = !exists;
     // A new row leaves AppSettings.FontSize alone and resizes the window
-    // instead; an edited row refreshes it. The asymmetry is the original's.
+    // instead; an edited row refreshes it. The asymmetry is version 2.1's.
     if (exists)
         settings.FontSize = change.fontSize.value_or(current.FontSize);
     else
@@ -87,14 +87,12 @@ std::optional<int> fontSizeIndex(const QString& fontSize)
 
 QString deviceText(const QString& commPort, const QString& dataDir, const QString& portOverride)
 {
-    const QString device = PortResolver::resolve(commPort, dataDir, portOverride);
-    if (device.isEmpty())
-        return QStringLiteral("Device: none");
-    if (!portOverride.isEmpty())
-        return QStringLiteral("Device: %1 (given with --port)").arg(device);
-    if (device != PortResolver::resolve(commPort, QString(), QString()))
-        return QStringLiteral("Device: %1 (from ports.ini)").arg(device);
-    return QStringLiteral("Device: %1").arg(device);
+    return QStringLiteral("Device: ") + PortResolver::choose(commPort, dataDir, portOverride).describe();
+}
+
+QString deviceProblem(const QString& commPort, const QString& dataDir, const QString& portOverride)
+{
+    return PortResolver::choose(commPort, dataDir, portOverride).problem;
 }
 
 QString badPortMessage(const QString& commPort)

@@ -36,7 +36,7 @@ struct Saved
 {
     bool created = false;
     // Only when the row was created: the value the window's own font size
-    // takes (the list index, as the original set it).
+    // takes (the list index, as version 2.1 set it).
     std::optional<double> windowFontSize;
 };
 
@@ -63,6 +63,9 @@ std::optional<int> fontSizeIndex(const QString& fontSize);
 
 // The line shown beside the port list: which device the port number means.
 QString deviceText(const QString& commPort, const QString& dataDir, const QString& portOverride);
+// Why that port cannot be opened whatever is plugged in (a ports.ini line
+// that cannot be read, with its file and line); empty when nothing is wrong.
+QString deviceProblem(const QString& commPort, const QString& dataDir, const QString& portOverride);
 
 // The message shown when a stored Comm Port cannot be selected.
 QString badPortMessage(const QString& commPort);

@@ -4,7 +4,7 @@
 #include <QObject>
 #include <functional>
 
-// Runs a handler when the focus enters one widget, as the original's
+// Runs a handler when the focus enters one widget, as version 2.1's
 // GotFocus events did. The focus coming back with its window (after a
 // message box or another window) is not the user entering the control, so
 // it does not count. The handler runs once the control has taken the focus.

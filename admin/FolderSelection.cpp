@@ -4,6 +4,7 @@
 #include "store/SettingsStore.h"
 #include "store/SharedDatabase.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 namespace FolderSelection {
@@ -21,6 +22,27 @@ QString existingStoredFolder(SharedDatabase& db, Target target)
     if (folder.isEmpty() || !QFileInfo(folder).isDir())
         return {};
     return folder;
+}
+
+QString folderProblem(Target target, const QString& path)
+{
+    if (target == Target::None)
+        return {};
+    const QString what =
+        target == Target::BankInfo ? QStringLiteral("bank information folder") : QStringLiteral("report folder");
+    if (path.trimmed().isEmpty())
+        return QStringLiteral("No %1 is chosen. Choose a folder that exists and save again; nothing was saved.")
+            .arg(what);
+    const QFileInfo info(path);
+    const QString shown = QDir::toNativeSeparators(path);
+    if (!info.exists())
+        return QStringLiteral("The %1 %2 does not exist. Create it, or connect the drive or network share it is on, "
+                              "and save again; nothing was saved.")
+            .arg(what, shown);
+    if (!info.isDir())
+        return QStringLiteral("The %1 %2 is a file, not a folder. Choose a folder and save again; nothing was saved.")
+            .arg(what, shown);
+    return {};
 }
 
 void save(SharedDatabase& db, AppSettings& settings, Target target, const QString& path)

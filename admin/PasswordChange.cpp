@@ -72,7 +72,7 @@ PasswordChange::Outcome PasswordChange::save(SharedDatabase& db, const Selection
 
 QString PasswordChange::backspaced(const QString& text)
 {
-    // The whole-number value of the leading digits, as the original's Val()
+    // The whole-number value of the leading digits, as version 2.1's Val()
     // read it; the arithmetic form is kept on purpose.
     qint64 value = 0;
     for (const QChar c : text.trimmed()) {

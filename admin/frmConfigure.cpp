@@ -67,9 +67,10 @@ frmConfigure::frmConfigure(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
 
     connect(update, &QPushButton::clicked, this, &frmConfigure::cmdUpdate_Click);
     connect(exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
     connect(m_comPort, &QComboBox::currentIndexChanged, this, &frmConfigure::showDevice);
 
-    // Enter in the bank name puts the port back to "1": the original did so,
+    // Enter in the bank name puts the port back to "1": version 2.1 did so,
     // and it is kept.
     KeyHook::install(m_bankName, [this](QKeyEvent* e) {
         if (!KeyHook::isEnter(e))
@@ -103,7 +104,7 @@ void frmConfigure::Form_Load()
         m_branchName->setText(stored.branchName);
         if (const auto font = Configuration::fontSizeIndex(stored.fontSize))
             m_fontSize->setCurrentIndex(*font);
-        // The original failed outright on a port it could not select; an
+        // Version 2.1 failed outright on a port it could not select; an
         // empty port (a row made by the folder screen) simply shows port 1.
         if (const auto port = Configuration::portIndex(stored.commPort))
             m_comPort->setCurrentIndex(*port);
@@ -129,7 +130,7 @@ void frmConfigure::cmdUpdate_Click()
     try {
         const Configuration::Saved saved = Configuration::save(m_ctx.db(), m_ctx.settings, entry);
         if (saved.windowFontSize) {
-            // The original set the window's font to the FontSize value in
+            // Version 2.1 set the window's font to the FontSize value in
             // points (0 or 1); fonts have no size below one point.
             QFont f = font();
             f.setPointSizeF(std::max(1.0, *saved.windowFontSize));
@@ -145,4 +146,7 @@ void frmConfigure::cmdUpdate_Click()
 void frmConfigure::showDevice()
 {
     m_device->setText(Configuration::deviceText(m_comPort->currentText(), m_ctx.dataDir, m_ctx.portOverride));
+    // A ports.ini line that cannot be read: the whole reason, file and line,
+    // where the label has room only for the line number.
+    m_device->setToolTip(Configuration::deviceProblem(m_comPort->currentText(), m_ctx.dataDir, m_ctx.portOverride));
 }

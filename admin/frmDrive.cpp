@@ -3,6 +3,7 @@
 #include "admin/FocusInHook.h"
 #include "app/AppContext.h"
 #include "app/ColourButton.h"
+#include "app/OptionButton.h"
 #include "app/ScreenParts.h"
 #include "base/Messenger.h"
 #include "store/StoreError.h"
@@ -35,9 +36,9 @@ frmDrive::frmDrive(AppContext& ctx, DriveList drives, QWidget* parent)
     layout->addWidget(heading);
 
     auto* options = new QHBoxLayout;
-    m_report = new QRadioButton(QStringLiteral("Report Path"), this);
+    m_report = new OptionButton(QStringLiteral("Report Path"), this);
     m_report->setObjectName(QStringLiteral("OpReport"));
-    m_bank = new QRadioButton(QStringLiteral("Bank Information"), this);
+    m_bank = new OptionButton(QStringLiteral("Bank Information"), this);
     m_bank->setObjectName(QStringLiteral("OpBank"));
     options->addWidget(m_report);
     options->addWidget(m_bank);
@@ -77,13 +78,29 @@ frmDrive::frmDrive(AppContext& ctx, DriveList drives, QWidget* parent)
 
     connect(update, &QPushButton::clicked, this, &frmDrive::cmdSend_Click);
     connect(exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
     connect(m_drive, &QComboBox::currentIndexChanged, this, &frmDrive::Drive1_Change);
     connect(m_dir->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& current) {
         if (current.isValid() && !m_settingDir1)
             Dir1_Change(m_model->filePath(current));
     });
-    FocusInHook::install(m_bank, [this] { showStoredFolder(FolderSelection::Target::BankInfo); });
-    FocusInHook::install(m_report, [this] { showStoredFolder(FolderSelection::Target::Report); });
+    // The lists show the checked option's folder, read afresh each time the
+    // focus enters the option and each time the choice changes. Tab and
+    // Shift+Tab enter the options only at the checked one, and the arrows
+    // check the option they move to; a mouse press focuses an option before
+    // it is checked (or not, when the pointer slides off), and then the
+    // folder waits for the check: Update must never save the folder shown
+    // for one option as the other's.
+    for (QRadioButton* option : {m_bank, m_report}) {
+        FocusInHook::install(option, [this, option] {
+            if (option->isChecked())
+                showStoredFolder(target());
+        });
+        connect(option, &QRadioButton::toggled, this, [this](bool on) {
+            if (on)
+                showStoredFolder(target());
+        });
+    }
 
     Form_Load();
 }
@@ -96,7 +113,7 @@ void frmDrive::Form_Load()
 
 void frmDrive::showDefaults()
 {
-    // The lists start on the program's folder, as the original's started on
+    // The lists start on the program's folder, as version 2.1's started on
     // its current folder; lbFilePath stays empty until a choice is made.
     const QStringList roots = m_drives.roots();
     if (roots.isEmpty())
@@ -142,7 +159,7 @@ void frmDrive::Drive1_Change()
     const QString root = m_drive->currentData().toString();
     if (!m_drives.isReadable(root)) {
         // The folder list keeps its drive and folder; the drive list is not
-        // set back, as in the original.
+        // set back, as in version 2.1.
         m_ctx.messenger().critical(QStringLiteral("Device Not Available"));
         return;
     }
@@ -187,6 +204,12 @@ FolderSelection::Target frmDrive::target() const
 
 void frmDrive::cmdSend_Click()
 {
+    // The list offers existing folders only, but nothing may be chosen yet,
+    // or the chosen folder's drive may have gone since.
+    if (const QString problem = FolderSelection::folderProblem(target(), m_filePath->text()); !problem.isEmpty()) {
+        m_ctx.messenger().critical(problem);
+        return;
+    }
     try {
         FolderSelection::save(m_ctx.db(), m_ctx.settings, target(), m_filePath->text());
     } catch (const StoreError& e) {

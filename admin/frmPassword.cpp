@@ -4,6 +4,7 @@
 #include "app/AppContext.h"
 #include "app/ColourButton.h"
 #include "app/KeyHook.h"
+#include "app/OptionButton.h"
 #include "app/ScreenParts.h"
 #include "base/Messenger.h"
 #include "store/StoreError.h"
@@ -28,7 +29,7 @@ QFrame* frame(const char* name, QWidget* parent)
 
 QRadioButton* option(const char* name, const QString& caption, QWidget* parent)
 {
-    auto* b = new QRadioButton(caption, parent);
+    auto* b = new OptionButton(caption, parent);
     b->setObjectName(QLatin1String(name));
     return b;
 }
@@ -105,24 +106,24 @@ frmPassword::frmPassword(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt:
     // often: Software and Admin chosen, the Software frame shown.
     m_software->setChecked(true);
     m_admin->setChecked(true);
-    m_terminalFrame->hide();
+    showCheckedKind();
     setLengthLimit(PasswordChange::softwareLimit);
 
+    // The frame shown is always the checked kind's. Version 2.1 switched
+    // the frames when the focus entered a kind; Tab and Shift+Tab now enter
+    // the kinds only at the checked one, and the arrows check the kind they
+    // move to, so the keyboard shows what it did. A mouse press focuses a
+    // kind before it is checked (or not, when the pointer slides off): the
+    // frame waits for the check.
     connect(m_software, &QRadioButton::toggled, this, [this](bool on) {
         if (on)
             setLengthLimit(PasswordChange::lengthLimit(false));
+        showCheckedKind();
     });
     connect(m_handHeld, &QRadioButton::toggled, this, [this](bool on) {
         if (on)
             setLengthLimit(PasswordChange::lengthLimit(true));
-    });
-    FocusInHook::install(m_software, [this] {
-        m_terminalFrame->hide();
-        m_softwareFrame->show();
-    });
-    FocusInHook::install(m_handHeld, [this] {
-        m_softwareFrame->hide();
-        m_terminalFrame->show();
+        showCheckedKind();
     });
     for (QRadioButton* b : {m_admin, m_user, m_setup, m_download})
         FocusInHook::install(b, [this] { clearBoxes(); });
@@ -146,6 +147,7 @@ frmPassword::frmPassword(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt:
 
     connect(update, &QPushButton::clicked, this, &frmPassword::cmdSend_Click);
     connect(exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
 
     Form_Load();
     m_old->setFocus();
@@ -178,6 +180,13 @@ void frmPassword::setLengthLimit(int limit)
         box->setMaxLength(limit);
 }
 
+void frmPassword::showCheckedKind()
+{
+    const bool handHeld = m_handHeld->isChecked();
+    m_softwareFrame->setVisible(!handHeld);
+    m_terminalFrame->setVisible(handHeld);
+}
+
 void frmPassword::clearBoxes()
 {
     for (QLineEdit* box : {m_old, m_new, m_confirm})
@@ -190,7 +199,7 @@ bool frmPassword::passwordKey(QLineEdit* box, QWidget* next, QKeyEvent* e)
         return false;
     if (KeyHook::isBackspace(e)) {
         // Arithmetic, not a deletion: "0012" becomes "1" and an empty box
-        // "0". Kept from the original.
+        // "0", as version 2.1 did.
         box->setText(PasswordChange::backspaced(box->text()));
         box->setCursorPosition(0);
         return true;
@@ -199,10 +208,11 @@ bool frmPassword::passwordKey(QLineEdit* box, QWidget* next, QKeyEvent* e)
         next->setFocus(Qt::TabFocusReason);
         return true;
     }
-    // Only character keys are filtered; Tab and the editing keys that type
-    // nothing (arrows, Delete) keep working.
+    // Only character keys are filtered; Tab, the editing keys that type
+    // nothing (arrows, Delete) and Esc (which closes the screen) keep working.
     const QString text = e->text();
-    if (text.isEmpty() || e->key() == Qt::Key_Tab || e->key() == Qt::Key_Backtab || e->key() == Qt::Key_Delete)
+    if (text.isEmpty() || e->key() == Qt::Key_Tab || e->key() == Qt::Key_Backtab || e->key() == Qt::Key_Delete ||
+        e->key() == Qt::Key_Escape)
         return false;
     const QChar c = KeyHook::character(e);
     return !(c >= QLatin1Char('0') && c <= QLatin1Char('9'));
@@ -232,7 +242,7 @@ void frmPassword::cmdSend_Click()
         m_ctx.messenger().critical(QStringLiteral("Conifrming New Password is Incorrect"));
         return;
     }
-    // Shown also when no pair was chosen and nothing was written: the
-    // original did so. The loaded passwords are not refreshed either.
+    // Shown also when no pair was chosen and nothing was written: version
+    // 2.1 did so. The loaded passwords are not refreshed either.
     m_ctx.messenger().information(QStringLiteral("Data Saved Successfully"), QStringLiteral("DATA SAVE"));
 }

@@ -22,6 +22,8 @@ public:
 private:
     PasswordChange::Selection selection() const;
     void setLengthLimit(int limit);
+    // Frame5 for Software, Frame4 for Hand Held Terminal.
+    void showCheckedKind();
     void clearBoxes();
     void checkOldPassword();
     // The key rule of the three boxes; true swallows the key.

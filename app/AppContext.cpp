@@ -7,7 +7,7 @@
 AppContext::AppContext(SharedDatabase& db, Messenger& messenger, Clock& clock)
     : link(m_port.state()), m_db(db), m_messenger(messenger), m_clock(clock)
 {
-    m_port.setDeviceLookup([this] { return portDevice(); });
+    m_port.setDeviceLookup([this] { return portChoice(); });
     // Events the store records itself (settings, passwords, downloads) carry
     // the program's clock too.
     m_db.setClock(&m_clock);
@@ -20,9 +20,9 @@ bool AppContext::startTrace(const QString& path, QString* error)
     return m_port.startTrace(path, error);
 }
 
-QString AppContext::portDevice() const
+PortChoice AppContext::portChoice() const
 {
-    return PortResolver::resolve(settings.CommPort, dataDir, portOverride);
+    return PortResolver::choose(settings.CommPort, dataDir, portOverride);
 }
 
 QString AppContext::dataPath(const QString& name) const

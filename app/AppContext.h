@@ -49,8 +49,10 @@ public:
     bool startTrace(const QString& path, QString* error);
     LinkTrace* trace() { return m_port.trace(); }
 
-    // The device the configured Comm Port (or --port) means.
-    QString portDevice() const;
+    // The device the configured Comm Port (or --port) means, and where it
+    // came from.
+    PortChoice portChoice() const;
+    QString portDevice() const { return portChoice().device; }
 
     // The one link to the terminal (a serial port unless a test put in its
     // own). openCommPort() closes it if open and opens it on the current

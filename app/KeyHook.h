@@ -5,7 +5,7 @@
 #include <functional>
 
 // Runs a handler on every key press of one widget before the widget sees it,
-// as the original's KeyPress events did. The handler returns true to swallow
+// as version 2.1's KeyPress events did. The handler returns true to swallow
 // the key.
 class KeyHook : public QObject
 {

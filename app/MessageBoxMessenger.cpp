@@ -1,5 +1,7 @@
 #include "app/MessageBoxMessenger.h"
 
+#include "app/FocusReturn.h"
+
 #include <QApplication>
 #include <QMessageBox>
 
@@ -8,9 +10,12 @@ namespace {
 QMessageBox::Icon boxIcon(Messenger::Icon icon)
 {
     switch (icon) {
-    case Messenger::Icon::Information: return QMessageBox::Information;
-    case Messenger::Icon::Critical: return QMessageBox::Critical;
-    case Messenger::Icon::None: break;
+    case Messenger::Icon::Information:
+        return QMessageBox::Information;
+    case Messenger::Icon::Critical:
+        return QMessageBox::Critical;
+    case Messenger::Icon::None:
+        break;
     }
     return QMessageBox::NoIcon;
 }
@@ -19,18 +24,23 @@ QMessageBox::Icon boxIcon(Messenger::Icon icon)
 
 void MessageBoxMessenger::show(const QString& text, Icon icon, const QString& title, const QString& detail)
 {
+    const FocusReturn back;
     QMessageBox box(boxIcon(icon), title.isEmpty() ? defaultTitle() : title, text, QMessageBox::Ok,
                     QApplication::activeWindow());
     box.setObjectName(QStringLiteral("MessageBox"));
     box.setInformativeText(detail);
     box.exec();
+    back.restore();
 }
 
 bool MessageBoxMessenger::askOkCancel(const QString& text, Icon icon, const QString& title)
 {
+    const FocusReturn back;
     QMessageBox box(boxIcon(icon), title.isEmpty() ? defaultTitle() : title, text,
                     QMessageBox::Ok | QMessageBox::Cancel, QApplication::activeWindow());
     box.setObjectName(QStringLiteral("MessageBox"));
     box.setDefaultButton(QMessageBox::Ok);
-    return box.exec() == QMessageBox::Ok;
+    const bool ok = box.exec() == QMessageBox::Ok;
+    back.restore();
+    return ok;
 }

@@ -1,7 +1,9 @@
 #include "app/OpenBoxes.h"
 
+#include "app/FocusReturn.h"
 #include "app/MessageBoxMessenger.h"
 
+#include <QEvent>
 #include <QWidget>
 
 QMessageBox::Icon boxIcon(Messenger::Icon icon)
@@ -15,6 +17,42 @@ QMessageBox::Icon boxIcon(Messenger::Icon icon)
         break;
     }
     return QMessageBox::NoIcon;
+}
+
+namespace {
+
+// A screen activated under its own box, as when loading the screen opened a
+// box before the screen was shown and activated, would take keys it cannot
+// use while the box blocks it: the box takes them instead.
+class KeysToTheBox : public QObject
+{
+public:
+    explicit KeysToTheBox(QWidget* screen) : QObject(screen), m_screen(screen) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (watched == m_screen && event->type() == QEvent::WindowActivate) {
+            const QList<QMessageBox*> boxes = m_screen->findChildren<QMessageBox*>(Qt::FindDirectChildrenOnly);
+            for (auto it = boxes.crbegin(); it != boxes.crend(); ++it) {
+                if ((*it)->isVisible()) {
+                    (*it)->activateWindow();
+                    break;
+                }
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    QWidget* m_screen;
+};
+
+} // namespace
+
+OpenBoxes::OpenBoxes(QWidget* screen) : m_screen(screen)
+{
+    screen->installEventFilter(new KeysToTheBox(screen));
 }
 
 QMessageBox* OpenBoxes::find(const QString& text) const
@@ -33,17 +71,9 @@ QMessageBox* OpenBoxes::make(const QString& text, QMessageBox::Icon icon, const 
     box->setObjectName(QStringLiteral("MessageBox"));
     box->setInformativeText(detail);
     box->setAttribute(Qt::WA_DeleteOnClose);
-    // The clerk goes on where they were: the screen is made active again and
-    // its focus widget (which the screen may have moved meanwhile, as when
-    // Send is enabled again) takes the keys.
-    QPointer<QWidget> screen = m_screen;
-    QObject::connect(box, &QDialog::finished, m_screen, [screen] {
-        if (!screen || !screen->isVisible())
-            return;
-        screen->activateWindow();
-        if (QWidget* focus = screen->focusWidget(); focus && focus->isVisible() && focus->isEnabled())
-            focus->setFocus(Qt::OtherFocusReason);
-    });
+    // The clerk goes on where they were on the screen.
+    const FocusReturn back(m_screen);
+    QObject::connect(box, &QDialog::finished, m_screen, [back] { back.restore(); });
     m_boxes.insert(text, box);
     return box;
 }

@@ -16,11 +16,12 @@ QMessageBox::Icon boxIcon(Messenger::Icon icon);
 // each is opened with open(), never exec(), so no nested event loop runs
 // under a serial or timer handler, and a text already on screen is not
 // shown a second time. When a box closes, the focus goes back to the widget
-// of the screen that had it.
+// of the screen that had it. While a box of the screen is up, the screen
+// hands the keys to it whenever it is activated itself.
 class OpenBoxes
 {
 public:
-    explicit OpenBoxes(QWidget* screen) : m_screen(screen) {}
+    explicit OpenBoxes(QWidget* screen);
 
     // A new box for the text, not yet opened, or nullptr when a box with the
     // same text is still on screen (it is raised instead). The detail, if

@@ -4,6 +4,7 @@
 
 #include <QBoxLayout>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QString>
 #include <initializer_list>
@@ -32,4 +33,34 @@ inline void addButtonRow(QBoxLayout* layout, std::initializer_list<QWidget*> but
     for (QWidget* b : buttons)
         row->addWidget(b);
     layout->addLayout(row);
+}
+
+// Esc closes the screen as its Exit button does; the screen's own closing
+// (a question while a transfer runs) still has its say. Esc is taken only
+// when the control with the focus leaves it unused: an open drop-down list or
+// calendar is a window of its own and closes first.
+class EscapeCloses : public QObject
+{
+public:
+    explicit EscapeCloses(QWidget* screen) : QObject(screen), m_screen(screen) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (watched == m_screen && event->type() == QEvent::KeyPress &&
+            static_cast<QKeyEvent*>(event)->key() == Qt::Key_Escape &&
+            static_cast<QKeyEvent*>(event)->modifiers() == Qt::NoModifier) {
+            m_screen->close();
+            return true;
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    QWidget* m_screen;
+};
+
+inline void closeOnEscape(QWidget* screen)
+{
+    screen->installEventFilter(new EscapeCloses(screen));
 }

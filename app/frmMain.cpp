@@ -7,6 +7,7 @@
 #include "base/Messenger.h"
 #include "store/StoreError.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QDialog>
 #include <QFrame>
@@ -39,13 +40,14 @@ frmMain::frmMain(AppContext& ctx, const ScreenRegistry& screens, QWidget* parent
     auto* grid = new QGridLayout(frame);
     layout->addWidget(frame);
 
-    struct Entry {
+    struct Entry
+    {
         const char* name;
         const char* caption;
         int row, col;
     };
     const Entry entries[] = {
-        {"cmdSend", "&SEND DATA", 0, 0},     {"cmdReceive", "&RECEIVE DATA", 0, 1},
+        {"cmdSend", "&SEND DATA", 0, 0},      {"cmdReceive", "&RECEIVE DATA", 0, 1},
         {"cmdConfigure", "&CONFIGURE", 1, 0}, {"cmdDrive", "&DRIVE SELECTION", 1, 1},
         {"cmdPassword", "P&ASSWORD", 2, 0},   {"cmdReport", "RE&PORT", 2, 1},
         {"cmdExit", "&EXIT", 3, 0},
@@ -80,6 +82,7 @@ frmMain::frmMain(AppContext& ctx, const ScreenRegistry& screens, QWidget* parent
 
 frmMain::~frmMain()
 {
+    m_ending = true;
     for (auto& [screen, widget] : m_open)
         delete widget.data();
     delete m_passEntry.data();
@@ -117,6 +120,7 @@ QWidget* frmMain::showScreen(Screen screen)
         if (!w)
             return nullptr;
         w->setAttribute(Qt::WA_DeleteOnClose);
+        connect(w, &QObject::destroyed, this, &frmMain::screenClosed);
         m_open[screen] = w;
     }
     if (screen == Screen::Report) {
@@ -135,12 +139,27 @@ void frmMain::showLogin(bool target)
     if (!m_passEntry) {
         m_passEntry = new frmPassEntry(m_ctx);
         m_passEntry->setAttribute(Qt::WA_DeleteOnClose);
+        connect(m_passEntry, &QObject::destroyed, this, &frmMain::screenClosed);
         connect(m_passEntry, &frmPassEntry::loginSucceeded, this,
                 [this] { showScreen(m_ctx.LoginTarget ? Screen::Drive : Screen::Configure); });
     }
     m_passEntry->show();
     m_passEntry->raise();
     m_passEntry->activateWindow();
+}
+
+void frmMain::screenClosed()
+{
+    // The last window open over the menu has closed: the menu takes the
+    // keys again, so the clerk goes on without reaching for the mouse.
+    if (m_ending || !isVisible())
+        return;
+    for (QWidget* top : QApplication::topLevelWidgets()) {
+        if (top != this && top->isVisible())
+            return;
+    }
+    raise();
+    activateWindow();
 }
 
 void frmMain::closeEvent(QCloseEvent* event)

@@ -37,9 +37,12 @@ protected:
 private:
     void showLogin(bool target);
     ColourButton* addButton(const char* name, const QString& caption);
+    // A screen or the login prompt has gone.
+    void screenClosed();
 
     AppContext& m_ctx;
     const ScreenRegistry& m_screens;
     std::map<Screen, QPointer<QWidget>> m_open;
     QPointer<frmPassEntry> m_passEntry;
+    bool m_ending = false;
 };

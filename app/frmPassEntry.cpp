@@ -51,6 +51,7 @@ frmPassEntry::frmPassEntry(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
 
     connect(ok, &QPushButton::clicked, this, &frmPassEntry::checkPassword);
     connect(cancel, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
     KeyHook::install(m_password, [this](QKeyEvent* e) {
         if (KeyHook::isEnter(e))
             checkPassword();

@@ -24,18 +24,50 @@ void unexpectedFailure(const QString& what)
     MessageBoxMessenger().critical(text);
 }
 
-} // namespace
-
-int main(int argc, char* argv[])
+void describeOptions(QCommandLineParser& parser)
 {
-    QApplication app(argc, argv);
-    Startup::nameApplication();
-
-    QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Tonvy Hand-Held Interface Software"));
     parser.addHelpOption();
     parser.addVersionOption();
     StartupOptions::addTo(parser);
+}
+
+// --help and --version only print: they are answered by a console
+// application, so that they work where no display can be opened (an ssh
+// session, a script).
+bool answersWithoutWindows(int argc, char* argv[])
+{
+    QStringList words;
+    for (int i = 0; i < argc; ++i)
+        words << QString::fromLocal8Bit(argv[i]);
+    QCommandLineParser parser;
+    describeOptions(parser);
+    // Qt's own options (-platform, -display, ...) are unknown here; the
+    // desktop application takes them.
+    if (!parser.parse(words))
+        return false;
+    return parser.isSet(QStringLiteral("help")) || parser.isSet(QStringLiteral("help-all")) ||
+           parser.isSet(QStringLiteral("version"));
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    if (answersWithoutWindows(argc, argv)) {
+        QCoreApplication console(argc, argv);
+        Startup::nameApplication();
+        QCommandLineParser parser;
+        describeOptions(parser);
+        parser.process(console); // prints and exits
+        return 0;
+    }
+
+    QApplication app(argc, argv);
+    Startup::nameApplication();
+
+    QCommandLineParser parser;
+    describeOptions(parser);
     parser.process(app);
     const StartupOptions options = StartupOptions::from(parser);
 

@@ -36,11 +36,14 @@ bool build(const QString& path)
         return false;
     db.connection().transaction();
     QSqlQuery insert(db.connection());
-    insert.prepare("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingPaise, "
-                   "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
+    insert.prepare("INSERT INTO CollectionHistory (AgentID, AgentNo, CollectionDate, AccountNo, ClosingPaise, "
+                   "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
     QStringList agentIds;
-    for (int a = 1; a <= agents; ++a)
+    QStringList agentNumbers;
+    for (int a = 1; a <= agents; ++a) {
         agentIds << QStringLiteral("AG%1").arg(a, 13, 10, QLatin1Char('0'));
+        agentNumbers << QStringLiteral("%1").arg(a, 3, 10, QLatin1Char('0'));
+    }
     qint64 rows = 0;
     for (QDate day = firstDay; day <= lastDay; day = day.addDays(1)) {
         const QString date = day.toString(Qt::ISODate);
@@ -52,6 +55,7 @@ bool build(const QString& path)
                 const qint64 account = 100000000000000LL + a * 1000 + c;
                 const qint64 collected = 1000 + ((a * 7 + c * 13 + dayNumber) % 40) * 500; // 10.00 to 205.00
                 insert.addBindValue(agentIds[a]);
+                insert.addBindValue(agentNumbers[a]);
                 insert.addBindValue(date);
                 insert.addBindValue(QString::number(account));
                 insert.addBindValue(500000 + dayNumber * 10000 + c * 100);

@@ -80,7 +80,7 @@ Result runDownload(int accounts, int baud)
     FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(9, 0))};
     LinkPort port;
     const QString device = pty.devicePath();
-    port.setDeviceLookup([device] { return device; });
+    port.setDeviceLookup([device] { return PortChoice::given(device); });
     TimedLink* link = nullptr;
     port.setChannelFactory([&stopwatch, &link] {
         auto timed = std::make_unique<TimedLink>(stopwatch);

@@ -112,7 +112,7 @@ Figures runSends(LineRelay& relay, int sends, int accountsPerSend, int timeoutMs
     FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(9, 0))};
     LinkPort port;
     const QString device = relay.pcDevice();
-    port.setDeviceLookup([device] { return device; });
+    port.setDeviceLookup([device] { return PortChoice::given(device); });
     DownloadSession session(port, clock);
     session.timer2().setInterval(timeoutMs);
     session.headerWatch().setInterval(5 * timeoutMs);
@@ -159,7 +159,7 @@ Figures runSends(LineRelay& relay, int sends, int accountsPerSend, int timeoutMs
         one.start();
         // Each download from a freshly opened send screen: a second one from
         // the same screen would find "download complete" still set and never
-        // resend, as the original did.
+        // resend, as version 2.1 did.
         session.Form_Load();
         session.prepareSend();
         session.FirstProtocol(job);

@@ -6,16 +6,9 @@
 #include "store/AuditTrail.h"
 
 #include <QDate>
+#include <utility>
 
 namespace {
-
-bool readDate(const QCommandLineParser& p, const QString& name, QDate* date)
-{
-    if (!p.isSet(name))
-        return true;
-    *date = QDate::fromString(p.value(name).trimmed(), Qt::ISODate);
-    return date->isValid();
-}
 
 int run(CliRun& run)
 {
@@ -25,8 +18,12 @@ int run(CliRun& run)
                                             "[--to YYYY-MM-DD] --output FILE.csv."));
     QDate from;
     QDate to;
-    if (!readDate(p, QStringLiteral("from"), &from) || !readDate(p, QStringLiteral("to"), &to))
-        return cliUsageError(QStringLiteral("--from and --to take a date as YYYY-MM-DD."));
+    for (const auto& [option, day] : {std::pair{QStringLiteral("from"), &from}, std::pair{QStringLiteral("to"), &to}}) {
+        const QString problem =
+            readDayOption(p, option, day, QStringLiteral("--from and --to take a date as YYYY-MM-DD."));
+        if (!problem.isEmpty())
+            return cliUsageError(problem);
+    }
     if (from.isValid() && to.isValid() && from > to)
         return cliUsageError(QStringLiteral("--from is after --to."));
     const QString output = p.value(QStringLiteral("output"));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QCommandLineParser>
+#include <QDate>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -14,7 +15,7 @@ namespace CliExit {
 constexpr int Success = 0;
 constexpr int Failure = 1; // the operation ended in a refusal or failure message
 constexpr int Usage = 2;
-constexpr int GaveUp = 3;  // --give-up-after ran out
+constexpr int GaveUp = 3; // --give-up-after ran out
 } // namespace CliExit
 
 struct CliRun
@@ -42,3 +43,8 @@ QList<CliCommand> allCliCommands();
 
 // Prints a usage error to standard error and returns CliExit::Usage.
 int cliUsageError(const QString& text);
+
+// Reads the YYYY-MM-DD option `name` into *day; a day left out leaves *day
+// as it is. Empty when fine; otherwise the usage error: `shapeError` for a
+// value in another shape, or which day is not in the calendar and why.
+QString readDayOption(const QCommandLineParser& parser, const QString& name, QDate* day, const QString& shapeError);

@@ -1,8 +1,10 @@
 #include "cli/ReceiveCommand.h"
 
 #include "app/AppContext.h"
+#include "base/Clock.h"
 #include "cli/ConsoleMessenger.h"
 #include "cli/TransferWait.h"
+#include "store/AuditTrail.h"
 #include "upload/ReceiveFlow.h"
 
 #include <QTimer>
@@ -32,39 +34,100 @@ int run(CliRun& run)
     ReceiveFlow flow(run.ctx);
     TransferWait transfer(run.messenger, giveUpAfter, QStringLiteral("upload"));
     QObject* loop = transfer.context();
+    int received = 0;
+    bool summaryKnown = false;
+    bool ended = false;              // the exchange was complete and the restore step ran
+    bool interruptedStoring = false; // a signal came while the restore step ran
 
     flow.setAcceptMismatch(p.isSet(QStringLiteral("accept-mismatch")));
     QObject::connect(&flow, &ReceiveFlow::outcomeReady, loop, [](const RestoreStore::ReceiveOutcome& outcome) {
         for (const QString& line : outcome.reconciliation)
             ConsoleMessenger::line(line);
     });
-    QObject::connect(&flow, &ReceiveFlow::message, loop,
-                     [&run](const SessionMessage& m) { run.messenger.show(m.text, messengerIcon(m.icon), {}, m.detail); });
+    QObject::connect(&flow, &ReceiveFlow::message, loop, [&run](const SessionMessage& m) {
+        run.messenger.show(m.text, messengerIcon(m.icon), {}, m.detail);
+    });
     // Asked and answered at once by the --on-crc-failure policy; the answer
     // goes back after the handler that asked has returned.
     QObject::connect(&flow, &ReceiveFlow::crcQuestion, loop, [&run, &flow, loop](const SessionMessage& q) {
         const bool ok = run.messenger.askOkCancel(q.text, messengerIcon(q.icon));
         QTimer::singleShot(0, loop, [&flow, ok] { flow.answerCrcQuestion(ok); });
     });
-    QObject::connect(&flow, &ReceiveFlow::progress, loop, [](int received, int total) {
-        ConsoleMessenger::line(QStringLiteral("Records Received : %1 / %2").arg(received).arg(total));
+    QObject::connect(&flow, &ReceiveFlow::progress, loop, [&received](int count, int total) {
+        received = count;
+        ConsoleMessenger::line(QStringLiteral("Records Received : %1 / %2").arg(count).arg(total));
     });
-    QObject::connect(&flow, &ReceiveFlow::summaryDecoded, loop, [&flow] {
+    QObject::connect(&flow, &ReceiveFlow::summaryDecoded, loop, [&flow, &summaryKnown] {
+        summaryKnown = true;
         const UploadSummary& s = flow.summary();
         ConsoleMessenger::line(QStringLiteral("Agent ID : %1").arg(s.AgentId));
         ConsoleMessenger::line(QStringLiteral("Date (ddmm) : %1").arg(s.CollectionDate));
         ConsoleMessenger::line(QStringLiteral("Total No. of Transactions: %1").arg(s.TotalTransactions));
         ConsoleMessenger::line(QStringLiteral("Total Amount Collected: %1").arg(s.totalAmountText()));
     });
+
+    // A receive stopped by a signal is written to the audit trail as every
+    // receive is, stored or not; the agent and date once the summary told them.
+    auto audit = [&](const QString& what) {
+        const UploadSummary& s = flow.summary();
+        const QString details = summaryKnown ? QStringLiteral("agent %1 (%2), date %3: %4")
+                                                   .arg(s.AgentId, s.BankAgentId.trimmed(), s.CollectionDate, what)
+                                             : what;
+        QString error;
+        if (!AuditTrail::tryRecord(run.ctx.db(), run.ctx.clock().now(), AuditTrail::Action::Receive, details, &error))
+            run.messenger.critical(error);
+    };
+    transfer.interrupts().onInterrupt([&](int signal) {
+        const QString by = InterruptWatch::name(signal);
+        if (flow.isRestoring()) {
+            // Storing runs to its end: the rows, the files and their audit
+            // event go in together or not at all. The command ends after it.
+            interruptedStoring = true;
+            return;
+        }
+        if (ended) {
+            // Only the end frame is still on its way; what the receive did stays.
+            run.messenger.critical(QStringLiteral("Stopped by %1 after the receive had ended.").arg(by));
+            return;
+        }
+        // As Exit on the screen: the port is closed and nothing is stored,
+        // even when the last record is in and storing was still to come.
+        transfer.finish(InterruptWatch::exitCode(signal));
+        flow.stop();
+        const QString when =
+            summaryKnown ? QStringLiteral("after %1 of %2 records").arg(received).arg(flow.summary().TotalRecords)
+                         : QStringLiteral("before the terminal's summary arrived");
+        run.messenger.critical(
+            QStringLiteral("Stopped by %1: the receive ended %2 and nothing was stored.").arg(by, when), {},
+            QStringLiteral("The agent's stored collections and the bank folder are as they were. Put the terminal "
+                           "in upload mode again and run the receive again."));
+        audit(QStringLiteral("stopped by %1 on the command line %2%3; nothing stored")
+                  .arg(by, when, summaryKnown ? QStringLiteral(" received") : QString()));
+    });
+
     // The first completed receive ends the command: the screen would go on
     // repeating the last request, which a one-shot command has no use for.
     // The end frame may still be in the port's write buffer; the loop runs
     // a little longer so that it reaches the terminal before the port is
     // closed.
     QObject::connect(&flow, &ReceiveFlow::completed, loop, [&](bool restored) {
+        ended = true;
         flow.session().timer3().stop();
+        if (interruptedStoring) {
+            const QString by = InterruptWatch::name(transfer.interrupts().caught());
+            run.messenger.critical(
+                QStringLiteral("Stopped by %1 while the receive was being stored: the storing was finished first.")
+                    .arg(by),
+                {}, QStringLiteral("The messages above say what was stored and written."));
+            audit(QStringLiteral("stopped by %1 on the command line while being stored; the storing was finished "
+                                 "first")
+                      .arg(by));
+        }
         const int code = restored ? CliExit::Success : CliExit::Failure;
-        QTimer::singleShot(200, loop, [&transfer, code] { transfer.finish(code); });
+        QTimer::singleShot(200, loop, [&transfer, code] {
+            const int signal = transfer.interrupts().caught();
+            transfer.finish(signal ? InterruptWatch::exitCode(signal) : code);
+        });
     });
     QObject::connect(&flow, &ReceiveFlow::stopped, loop, [&] { transfer.finish(CliExit::Failure); });
     QObject::connect(&flow, &ReceiveFlow::closeRequested, loop, [&] {
@@ -74,7 +137,8 @@ int run(CliRun& run)
 
     if (!flow.Form_Load()) {
         flow.Form_Unload();
-        return CliExit::Failure;
+        const int signal = transfer.interrupts().caught();
+        return signal ? InterruptWatch::exitCode(signal) : CliExit::Failure;
     }
     flow.cmdSend_Click();
     const int outcome = transfer.wait();

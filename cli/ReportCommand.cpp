@@ -8,18 +8,9 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <utility>
 
 namespace {
-
-bool parseDay(const QCommandLineParser& p, const QString& option, const QDate& fallback, QDate* day)
-{
-    if (!p.isSet(option)) {
-        *day = fallback;
-        return true;
-    }
-    *day = QDate::fromString(p.value(option).trimmed(), QStringLiteral("yyyy-MM-dd"));
-    return day->isValid();
-}
 
 int run(CliRun& run)
 {
@@ -38,17 +29,22 @@ int run(CliRun& run)
 
     ReportLimits limits;
     const QDate today = run.ctx.clock().now().date();
-    if (!parseDay(p, QStringLiteral("from"), today, &limits.from))
-        return cliUsageError(QStringLiteral("--from takes a date as YYYY-MM-DD."));
-    if (!parseDay(p, QStringLiteral("to"), today, &limits.to))
-        return cliUsageError(QStringLiteral("--to takes a date as YYYY-MM-DD."));
+    limits.from = today;
+    limits.to = today;
+    for (const auto& [option, day] :
+         {std::pair{QStringLiteral("from"), &limits.from}, std::pair{QStringLiteral("to"), &limits.to}}) {
+        const QString problem =
+            readDayOption(p, option, day, QStringLiteral("--%1 takes a date as YYYY-MM-DD.").arg(option));
+        if (!problem.isEmpty())
+            return cliUsageError(problem);
+    }
     if (kind == ReportKind::Agent && (p.isSet(QStringLiteral("agent")) || p.isSet(QStringLiteral("account"))))
         return cliUsageError(QStringLiteral("--agent and --account limit the daily report only."));
     limits.agentId = p.value(QStringLiteral("agent")).trimmed();
     limits.accountNo = p.value(QStringLiteral("account")).trimmed();
 
     QString error;
-    if (!ReportData::checkLimits(limits, &error)) {
+    if (!ReportData::checkLimits(limits, &error) || !ReportData::checkAgent(run.ctx.db(), limits, &error)) {
         run.messenger.critical(error);
         return CliExit::Failure;
     }

@@ -1,6 +1,7 @@
 #include "cli/SendCommand.h"
 
 #include "app/AppContext.h"
+#include "base/DayText.h"
 #include "cli/ConsoleMessenger.h"
 #include "cli/TransferWait.h"
 #include "download/SendFlow.h"
@@ -31,6 +32,9 @@ int run(CliRun& run)
         return cliUsageError(QStringLiteral("--agent takes digits only."));
     if (!allCharsIn(date.trimmed(), QLatin1Char('9')))
         return cliUsageError(QStringLiteral("--date takes digits only (ddmm)."));
+    // Fewer digits are taken as they stand, as the send screen takes them.
+    if (const DayText::Reading day = DayText::readDayMonth(date); day.shaped && !day.date.isValid())
+        return cliUsageError(DayText::noSuchDayText(QStringLiteral("--date"), date, day));
     if (!allCharsIn(transactions.trimmed(), QLatin1Char('7')))
         return cliUsageError(QStringLiteral("--transactions takes the digits 0 to 7 only."));
 
@@ -47,16 +51,37 @@ int run(CliRun& run)
     flow.Form_Load();
 
     TransferWait transfer(run.messenger, giveUpAfter, QStringLiteral("download"));
-    QObject::connect(&flow, &SendFlow::progress, transfer.context(), [](int acknowledged, int total) {
-        ConsoleMessenger::line(QStringLiteral("Record Sent : %1 / %2").arg(acknowledged).arg(total));
+    int acknowledged = 0;
+    QObject::connect(&flow, &SendFlow::progress, transfer.context(), [&acknowledged](int count, int total) {
+        acknowledged = count;
+        ConsoleMessenger::line(QStringLiteral("Record Sent : %1 / %2").arg(count).arg(total));
     });
     QObject::connect(&flow, &SendFlow::completed, transfer.context(), [&] { transfer.finish(CliExit::Success); });
     QObject::connect(&flow, &SendFlow::stopped, transfer.context(), [&] { transfer.finish(CliExit::Failure); });
+    // As Exit on the screen: nothing more is sent and the port is closed;
+    // the send's end goes to the audit trail.
+    transfer.interrupts().onInterrupt([&](int signal) {
+        transfer.finish(InterruptWatch::exitCode(signal));
+        const QString by = InterruptWatch::name(signal);
+        const int total = flow.job().recordCount;
+        flow.stopTransfer(QStringLiteral("stopped by %1 on the command line after %2 of %3 accounts acknowledged")
+                              .arg(by)
+                              .arg(acknowledged)
+                              .arg(total));
+        run.messenger.critical(
+            QStringLiteral("Stopped by %1: the send to the terminal ended after %2 of %3 accounts; the terminal does "
+                           "not hold the whole download.")
+                .arg(by)
+                .arg(acknowledged)
+                .arg(total),
+            {}, QStringLiteral("Put the terminal in download mode again and run the send again."));
+    });
 
     const SendFlow::Result result = flow.cmdSend(agent, date, transactions);
     if (result != SendFlow::Result::Started) {
         flow.Form_Unload();
-        return CliExit::Failure;
+        const int signal = transfer.interrupts().caught();
+        return signal ? InterruptWatch::exitCode(signal) : CliExit::Failure;
     }
     const int outcome = transfer.wait();
     flow.Form_Unload();

@@ -1,11 +1,16 @@
 #include "cli/SettingsCommand.h"
 
+#include "admin/FolderSelection.h"
 #include "app/AppContext.h"
 #include "cli/ConsoleMessenger.h"
 #include "download/EntryLimits.h"
 #include "store/SettingsStore.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <tuple>
 
 namespace {
 
@@ -22,10 +27,15 @@ int show(CliRun& run)
     ConsoleMessenger::line(QStringLiteral("Bank Name: ") + s.BankName);
     ConsoleMessenger::line(QStringLiteral("Branch Name: ") + s.BranchName);
     ConsoleMessenger::line(QStringLiteral("Comm Port: ") + s.CommPort);
-    ConsoleMessenger::line(QStringLiteral("Serial Device: ") + run.ctx.portDevice());
+    const PortChoice port = run.ctx.portChoice();
+    ConsoleMessenger::line(QStringLiteral("Serial Device: ") + port.describe());
     ConsoleMessenger::line(QStringLiteral("Font Size: ") + font);
     ConsoleMessenger::line(QStringLiteral("Bank Info Path: ") + s.BankInfoPath);
     ConsoleMessenger::line(QStringLiteral("Report Path: ") + s.ReportPath);
+    // The settings are shown all the same; what keeps the port shut is said
+    // in full, with the file and the line.
+    if (!port.problem.isEmpty())
+        run.messenger.critical(port.problem);
     return CliExit::Success;
 }
 
@@ -60,11 +70,21 @@ int set(CliRun& run)
         else
             return cliUsageError(QStringLiteral("--font-size takes small or big."));
     }
-    // Folders are stored as given, as the folder screen stores its choice.
-    if (p.isSet(QStringLiteral("bank-info-path")))
-        change.bankInfoPath = p.value(QStringLiteral("bank-info-path"));
-    if (p.isSet(QStringLiteral("report-path")))
-        change.reportPath = p.value(QStringLiteral("report-path"));
+    // Only a folder that exists, as the folder screen offers only those; a
+    // missing one would fail at the next receive. Stored as a full path: the
+    // desktop program does not start in this command's folder.
+    for (const auto& [option, target, field] :
+         {std::tuple{QStringLiteral("bank-info-path"), FolderSelection::Target::BankInfo, &change.bankInfoPath},
+          std::tuple{QStringLiteral("report-path"), FolderSelection::Target::Report, &change.reportPath}}) {
+        if (!p.isSet(option))
+            continue;
+        const QString folder = p.value(option);
+        if (const QString problem = FolderSelection::folderProblem(target, folder); !problem.isEmpty()) {
+            run.messenger.critical(problem);
+            return CliExit::Failure;
+        }
+        *field = QDir::toNativeSeparators(QDir::cleanPath(QFileInfo(folder).absoluteFilePath()));
+    }
 
     SettingsStore::save(run.ctx.db(), change);
     run.ctx.settings.load(run.ctx.db());

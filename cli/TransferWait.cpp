@@ -22,9 +22,9 @@ bool TransferWait::readOption(const QCommandLineParser& parser, int* seconds)
     return ok && *seconds >= 1;
 }
 
-TransferWait::TransferWait(Messenger& messenger, int giveUpAfter, const QString& what)
-    : m_giveUpAfter(giveUpAfter)
+TransferWait::TransferWait(Messenger& messenger, int giveUpAfter, const QString& what) : m_giveUpAfter(giveUpAfter)
 {
+    m_interrupts.onInterrupt([this](int signal) { finish(InterruptWatch::exitCode(signal)); });
     m_giveUp.setSingleShot(true);
     QObject::connect(&m_giveUp, &QTimer::timeout, &m_loop, [this, &messenger, what] {
         messenger.critical(QStringLiteral("Gave up after %1 seconds: the terminal did not finish the %2.")

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cli/Interruption.h"
+
 #include <QEventLoop>
 #include <QString>
 #include <QTimer>
@@ -27,8 +29,13 @@ public:
     // The object to connect the transfer's signals to.
     QObject* context() { return &m_loop; }
 
+    // SIGINT and SIGTERM from this wait's start on. Unless the command
+    // handles them, the wait ends with 130 or 143.
+    InterruptWatch& interrupts() { return m_interrupts; }
+
 private:
     QEventLoop m_loop;
+    InterruptWatch m_interrupts;
     QTimer m_giveUp;
     int m_giveUpAfter;
     int m_outcome = -1;

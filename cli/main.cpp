@@ -11,10 +11,16 @@
 #include "store/StoreError.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QGuiApplication>
 #include <csignal>
 #include <cstdio>
 #include <memory>
+
+#if defined(Q_OS_UNIX)
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -33,7 +39,7 @@ QString helpText(const QList<CliCommand>& commands)
         text += QStringLiteral("  ") + QString(c.synopsis).replace(QLatin1Char('\n'), QStringLiteral("\n  ")) +
                 QLatin1Char('\n');
     text += QStringLiteral("\nExit status: 0 success, 1 the operation ended in a refusal or failure, 2 usage error, "
-                           "3 --give-up-after ran out.\n");
+                           "3 --give-up-after ran out, 130 stopped by Ctrl+C, 143 stopped by SIGTERM.\n");
     return text;
 }
 
@@ -55,6 +61,43 @@ int commandIndex(const QStringList& args)
     return -1;
 }
 
+#if defined(Q_OS_UNIX) && !defined(Q_OS_DARWIN)
+// The folder as Qt accepts it: a folder of this user that nobody else may
+// enter (mode 0700).
+bool usableRuntimeFolder(const QByteArray& path)
+{
+    struct stat st;
+    return !path.isEmpty() && ::stat(path.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid() &&
+           (st.st_mode & 07777) == 0700;
+}
+
+// A GUI application looks into the user's runtime folder as it starts (to
+// tell whether it runs in a sandbox), and Qt warns on standard error when
+// XDG_RUNTIME_DIR is unset (cron, a service, ssh without a login session) or
+// is another user's (sudo). The report command needs no session and no
+// display: when the folder is missing or not usable, it gets the login
+// session's own folder or a private one of its own, for this process only.
+void settleRuntimeFolder()
+{
+    if (usableRuntimeFolder(qgetenv("XDG_RUNTIME_DIR")))
+        return;
+    const QByteArray uid = QByteArray::number(::geteuid());
+    const QByteArray session = "/run/user/" + uid;
+    const QByteArray own = QDir::tempPath().toLocal8Bit() + "/tonvy-runtime-" + uid;
+    if (!usableRuntimeFolder(session) && !usableRuntimeFolder(own))
+        ::mkdir(own.constData(), 0700);
+    for (const QByteArray& folder : {session, own}) {
+        if (usableRuntimeFolder(folder)) {
+            qputenv("XDG_RUNTIME_DIR", folder);
+            return;
+        }
+    }
+    // Neither: Qt says what is wrong with the folder it is left with.
+}
+#else
+void settleRuntimeFolder() {}
+#endif
+
 // Laying a report out for PDF needs fonts and so a GUI application; the
 // offscreen platform keeps it free of any display. Every other command stays
 // a console application.
@@ -66,6 +109,7 @@ std::unique_ptr<QCoreApplication> makeApplication(int& argc, char* argv[])
     const int at = commandIndex(words);
     if (at > 0 && words.at(at) == QLatin1String("report")) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
+        settleRuntimeFolder();
         return std::make_unique<QGuiApplication>(argc, argv);
     }
     return std::make_unique<QCoreApplication>(argc, argv);

@@ -22,7 +22,7 @@ public:
     // Returns false with a message to show on failure.
     bool Store_BankData(const DownloadFile& file, const QString& downloadPath, QString* error);
 
-    // An empty hook kept from the original: only raises its flag; nothing on
+    // An empty hook kept from version 2.1: only raises its flag; nothing on
     // the send side reads it.
     void CreateFlatDLFile() { m_flatFileRequested = true; }
     bool flatFileRequested() const { return m_flatFileRequested; }

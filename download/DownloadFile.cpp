@@ -16,7 +16,7 @@ constexpr qsizetype FullLength = 136;
 constexpr qsizetype RebuildBelow = 71;
 
 // Columns past the end of a short line give empty text, never a null
-// string: a null would be stored as NULL, and the original's string cutting
+// string: a null would be stored as NULL, and version 2.1's string cutting
 // gave "".
 QString cut(const QString& line, qsizetype column, qsizetype width)
 {

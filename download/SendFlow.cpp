@@ -68,6 +68,15 @@ void SendFlow::stopTransfer()
     emit buttonsEnabled(true);
 }
 
+bool SendFlow::stopTransfer(const QString& outcome)
+{
+    if (!m_session.busy())
+        return false;
+    stopTransfer();
+    audit(outcome);
+    return true;
+}
+
 void SendFlow::audit(const QString& outcome)
 {
     // Never throws: a send already under way must not end in a store error.
@@ -183,7 +192,7 @@ SendFlow::Result SendFlow::cmdSend(const QString& agentText, const QString& date
                                            .arg(QDir::toNativeSeparators(folder))));
     }
 
-    // Made on every send as the original did, under the program's folder
+    // Made on every send as version 2.1 did, under the program's folder
     // (not the bank's); the download file is not read from it.
     const QString folder = m_ctx.dataPath(QStringLiteral("DownLoadData"));
     if (!QFileInfo(folder).isDir() && !QDir().mkpath(folder))

@@ -42,6 +42,10 @@ public:
     // The clerk stops a download under way: nothing more is sent, the port
     // is closed, Send and Clear are enabled again. No message.
     void stopTransfer();
+    // The same for a download stopped from outside (a signal to the command
+    // line tool): `outcome` goes to the audit trail as the send's end. False
+    // when no download was under way.
+    bool stopTransfer(const QString& outcome);
     bool busy() const { return m_session.busy(); }
 
     // Agent number formatted "000".

@@ -4,7 +4,7 @@
 
 class QIODevice;
 
-// Reads a text file the way the bank's original reader did: whole lines
+// Reads a text file the way version 2.1's reader did: whole lines
 // ("line input") and single comma-delimited items ("list input") taken from
 // the same position, one byte per character (Latin-1). A line ends at CR,
 // LF or CR LF; files copied from Windows and from Unix read alike.

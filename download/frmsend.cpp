@@ -2,6 +2,7 @@
 
 #include "app/AppContext.h"
 #include "app/ColourButton.h"
+#include "app/FocusReturn.h"
 #include "app/KeyHook.h"
 #include "app/MessageBoxMessenger.h"
 #include "app/ScreenParts.h"
@@ -38,7 +39,8 @@ QLabel* makeLabel(const QString& text, const char* name, QWidget* buddy, QWidget
 
 // A box's key filter: `allowed` and Backspace pass, Enter moves the focus to
 // `next`, any other character is swallowed. Keys without a character (arrows,
-// Delete, Tab) are left alone, as they never reached the original's filter.
+// Delete, Tab) are left alone, as they never reached version 2.1's filter,
+// and so is Esc, which types nothing and closes the screen.
 void filterKeys(QLineEdit* box, QChar highest, QWidget* next)
 {
     KeyHook::install(box, [highest, next](QKeyEvent* e) {
@@ -46,7 +48,8 @@ void filterKeys(QLineEdit* box, QChar highest, QWidget* next)
             next->setFocus(Qt::OtherFocusReason);
             return true;
         }
-        if (KeyHook::isBackspace(e) || e->key() == Qt::Key_Tab || e->key() == Qt::Key_Backtab)
+        if (KeyHook::isBackspace(e) || e->key() == Qt::Key_Tab || e->key() == Qt::Key_Backtab ||
+            e->key() == Qt::Key_Escape)
             return false;
         const QChar c = KeyHook::character(e);
         if (c.isNull() && e->text().isEmpty())
@@ -55,7 +58,7 @@ void filterKeys(QLineEdit* box, QChar highest, QWidget* next)
     });
 }
 
-// Enter on a focused button presses it, as it did on the original screen.
+// Enter on a focused button presses it, as it did on version 2.1's screen.
 // Both the press and the release of the key are taken here, so a button
 // that also answers Enter by itself (on either) is still pressed once.
 class EnterPresses : public QObject
@@ -148,6 +151,7 @@ frmsend::frmsend(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::Window)
     connect(m_send, &QPushButton::clicked, this, &frmsend::cmdSend_Click);
     connect(m_clear, &QPushButton::clicked, this, &frmsend::cmdClear_Click);
     connect(m_exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
     connect(m_flow, &SendFlow::buttonsEnabled, this, &frmsend::setButtonsEnabled);
     connect(m_flow, &SendFlow::progress, this, &frmsend::showProgress);
     connect(m_flow, &SendFlow::message, this, &frmsend::showMessage);
@@ -239,9 +243,13 @@ void frmsend::askToStop()
     box->setDefaultButton(QMessageBox::No);
     box->setAttribute(Qt::WA_DeleteOnClose);
     m_stopQuestion = box;
-    connect(box, &QMessageBox::finished, this, [this, box](int) {
-        if (box->standardButton(box->clickedButton()) != QMessageBox::Yes)
+    const FocusReturn back(this);
+    connect(box, &QMessageBox::finished, this, [this, box, back](int) {
+        if (box->standardButton(box->clickedButton()) != QMessageBox::Yes) {
+            // The download goes on and so does the clerk, where they were.
+            back.restore();
             return;
+        }
         m_flow->stopTransfer();
         // Closed once the box has gone, not from inside its own signal.
         QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);

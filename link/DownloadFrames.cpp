@@ -40,7 +40,7 @@ QByteArray latin1(const QString& text)
 }
 
 // The character codes at 1-based positions first..last of a frame, added to
-// a running sum. A frame shorter than that is the original's failure on an
+// a running sum. A frame shorter than that is version 2.1's failure on an
 // empty character.
 qint16 addPositions(qint16 sum, const QByteArray& frame, int first, int last)
 {

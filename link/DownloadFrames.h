@@ -46,12 +46,12 @@ namespace DownloadFrames {
 
 constexpr int AnswerSize = 14; // every answer of the terminal
 
-// Format(value, "000...") of the original: a number text rounded and padded
+// Format(value, "000...") of version 2.1: a number text rounded and padded
 // to the width; a text that is not a number comes back unchanged.
 QString formatDigits(const QString& text, int width);
 
 // Bank name padded to 48, branch name to 22, a negative font size made 0:
-// what the header takes from the settings (the original wrote these back).
+// what the header takes from the settings (version 2.1 wrote these back).
 QString paddedBankName(const QString& name);
 QString paddedBranchName(const QString& name);
 QString headerFontSize(const QString& fontSize);

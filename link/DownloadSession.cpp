@@ -185,7 +185,7 @@ void DownloadSession::FirstProtocol(const DownloadJob& job)
 
 void DownloadSession::doFirstProtocol()
 {
-    // Built after the clock reading and the port, as the original did;
+    // Built after the clock reading and the port, as version 2.1 did;
     // nothing is written until the port is open.
     const QDateTime now = m_clock.now();
     m_phase = Phase::AwaitingHeaderAck;

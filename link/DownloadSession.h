@@ -18,7 +18,7 @@ struct LinkState;
 // time-outs. It works on the port's program-wide link state, shows nothing
 // and never waits for anyone: what the user must be told is emitted as a
 // message, and the screen or the command line decides how to show it.
-// Handlers carry the original's names so that screens, the CLI and tests can
+// Handlers carry version 2.1's names so that screens, the CLI and tests can
 // drive each one.
 class DownloadSession : public QObject
 {

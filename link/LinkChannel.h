@@ -25,7 +25,7 @@ public:
     virtual QString deviceName() const = 0;
 
 signals:
-    // Bytes are waiting (the original's receive event).
+    // Bytes are waiting (version 2.1's receive event).
     void dataArrived();
     // The device failed after it was opened (cable pulled, adapter gone).
     void failed(const QString& message);

@@ -40,8 +40,8 @@ qint16 toInt16(qint64 v, const char* what)
 qint16 LinkCodec::checkbin1(const QString& c)
 {
     const qint64 v = decimalValue(c);
-    // v / 10 truncated toward zero, v mod 10 with the sign of v, as the
-    // original's text-based integer part and Mod gave.
+    // v / 10 truncated toward zero, v mod 10 with the sign of v, as
+    // version 2.1's text-based integer part and Mod gave.
     const qint64 t = v / 10;
     const qint64 r = toInt16(v % 10, "remainder");
     const qint16 high = toInt16(t * 16, "packed value");
@@ -136,7 +136,7 @@ std::uint8_t LinkCodec::Power2(int exponent)
 std::uint8_t LinkCodec::ShiftLeft(std::uint8_t value, int shift)
 {
     if (shift < 0)
-        Power2(shift); // fails as the original did
+        Power2(shift); // fails as version 2.1 did
     if (shift == 0)
         return value;
     if (shift >= 8)

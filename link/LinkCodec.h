@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <stdexcept>
 
-// A failure inside a byte conversion (the original's run-time errors:
+// A failure inside a byte conversion (version 2.1's run-time errors:
 // overflow, type mismatch, subscript out of range, invalid procedure call).
 // The calling protocol session catches and reports it.
 class LinkError : public std::runtime_error

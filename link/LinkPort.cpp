@@ -12,9 +12,9 @@ LinkPort::~LinkPort()
     m_channel.reset();
 }
 
-QString LinkPort::device() const
+PortChoice LinkPort::choice() const
 {
-    return m_deviceLookup ? m_deviceLookup() : QString();
+    return m_deviceLookup ? m_deviceLookup() : PortChoice();
 }
 
 bool LinkPort::startTrace(const QString& path, QString* error)
@@ -53,7 +53,7 @@ bool LinkPort::reopen(QString* error)
 {
     LinkChannel& link = channel();
     if (auto* serial = qobject_cast<SerialLink*>(&link)) {
-        serial->setDevice(device());
+        serial->setChoice(choice());
         serial->setTrace(trace());
     }
     return link.open(error);

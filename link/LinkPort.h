@@ -2,6 +2,7 @@
 
 #include "link/LinkState.h"
 #include "link/LinkTrace.h"
+#include "link/PortResolver.h"
 
 #include <QObject>
 #include <QPointer>
@@ -36,10 +37,11 @@ public:
 
     LinkState& state() { return m_state; }
 
-    // Where the device name comes from (the Comm Port setting, ports.ini or
-    // --port); asked at every open.
-    void setDeviceLookup(std::function<QString()> lookup) { m_deviceLookup = std::move(lookup); }
-    QString device() const;
+    // Which device to open and where it came from (the Comm Port setting,
+    // ports.ini or --port); asked at every open.
+    void setDeviceLookup(std::function<PortChoice()> lookup) { m_deviceLookup = std::move(lookup); }
+    PortChoice choice() const;
+    QString device() const { return choice().device; }
 
     // Starts writing the link trace; false with a reason on failure.
     bool startTrace(const QString& path, QString* error);
@@ -75,7 +77,7 @@ private:
 
     LinkState m_state;
     LinkTrace m_trace;
-    std::function<QString()> m_deviceLookup;
+    std::function<PortChoice()> m_deviceLookup;
     std::function<std::unique_ptr<LinkChannel>()> m_channelFactory;
     std::unique_ptr<LinkChannel> m_channel;
     QPointer<QObject> m_holder;

@@ -6,8 +6,8 @@
 #include <QList>
 #include <QString>
 
-// The link state the send and the receive side share, program-wide, as the
-// original did: only one of them talks to the terminal at a time, but what
+// The link state the send and the receive side share, program-wide, as
+// version 2.1 did: only one of them talks to the terminal at a time, but what
 // one leaves behind (the record number, the completion flag, the counters)
 // is what the other finds.
 struct LinkState

@@ -30,41 +30,54 @@ bool looksBusy(const QString& device, const QString& detail)
 
 } // namespace
 
-QString SerialLink::openErrorText(const QString& device, QSerialPort::SerialPortError error, const QString& detail)
+namespace {
+
+// The device with where it came from: "/dev/ttyS0 (Comm Port 1 of the settings)".
+QString named(const QString& device, const PortChoice& choice)
 {
-    if (device.isEmpty())
+    const QString origin = choice.origin();
+    return origin.isEmpty() ? device : QStringLiteral("%1 (%2)").arg(device, origin);
+}
+
+} // namespace
+
+QString SerialLink::openErrorText(const QString& device, QSerialPort::SerialPortError error, const QString& detail,
+                                  const PortChoice& choice)
+{
+    if (device.isEmpty()) {
+        if (!choice.problem.isEmpty())
+            return choice.problem;
         return QStringLiteral("No serial port is configured. Choose the Comm Port in CONFIGURE "
                               "(or give the device with --port).");
+    }
     switch (error) {
     case QSerialPort::DeviceNotFoundError:
         return QStringLiteral("The serial port %1 does not exist. Check that the terminal's cable or USB adapter "
-                              "is plugged in, and that the Comm Port chosen in CONFIGURE (or ports.ini) names this "
-                              "device.")
-            .arg(device);
+                              "is plugged in, and that %2.")
+            .arg(named(device, choice), choice.remedy());
     case QSerialPort::PermissionError:
         if (looksBusy(device, detail))
             return QStringLiteral("The serial port %1 is busy: another program is using it. Close that program "
                                   "(or the other Send or Receive screen) and try again.")
-                .arg(device);
+                .arg(named(device, choice));
         return QStringLiteral("Permission denied on the serial port %1. The user must be in the 'dialout' group: "
                               "ask the administrator to add the user, then log out and in again.")
-            .arg(device);
+            .arg(named(device, choice));
     case QSerialPort::OpenError:
         return QStringLiteral("The serial port %1 is busy: it is already open. Close the other Send or Receive "
                               "screen and try again.")
-            .arg(device);
+            .arg(named(device, choice));
     default:
-        return QStringLiteral("The serial port %1 cannot be used as a serial line (%2). Check that the Comm Port "
-                              "chosen in CONFIGURE (or ports.ini) names the terminal's port.")
-            .arg(device, detail);
+        return QStringLiteral("The serial port %1 cannot be used as a serial line (%2). Check that %3.")
+            .arg(named(device, choice), detail, choice.remedy());
     }
 }
 
-QString SerialLink::lostText(const QString& device)
+QString SerialLink::lostText(const QString& device, const PortChoice& choice)
 {
     return QStringLiteral("The connection to the terminal on %1 was lost: the cable was pulled or the device went "
                           "away. Check the cable and press the button again.")
-        .arg(device);
+        .arg(named(device, choice));
 }
 
 bool SerialLink::open(QString* error)
@@ -75,7 +88,7 @@ bool SerialLink::open(QString* error)
     if (m_device.isEmpty() || !m_port.open(QIODevice::ReadWrite)) {
         const QSerialPort::SerialPortError code =
             m_device.isEmpty() ? QSerialPort::DeviceNotFoundError : m_port.error();
-        const QString text = openErrorText(m_device, code, m_port.errorString());
+        const QString text = openErrorText(m_device, code, m_port.errorString(), m_choice);
         if (error)
             *error = text;
         if (m_trace)
@@ -87,7 +100,8 @@ bool SerialLink::open(QString* error)
                     m_port.setDataBits(QSerialPort::Data8) && m_port.setStopBits(QSerialPort::OneStop) &&
                     m_port.setFlowControl(QSerialPort::NoFlowControl);
     if (!ok) {
-        const QString text = openErrorText(m_device, QSerialPort::UnsupportedOperationError, m_port.errorString());
+        const QString text =
+            openErrorText(m_device, QSerialPort::UnsupportedOperationError, m_port.errorString(), m_choice);
         m_port.close();
         if (error)
             *error = text;
@@ -138,7 +152,8 @@ void SerialLink::onError(QSerialPort::SerialPortError error)
         return;
     const bool lost = error == QSerialPort::ResourceError || error == QSerialPort::ReadError ||
                       error == QSerialPort::WriteError || error == QSerialPort::TimeoutError;
-    const QString text = lost ? lostText(m_device) : openErrorText(m_device, error, m_port.errorString());
+    const QString text =
+        lost ? lostText(m_device, m_choice) : openErrorText(m_device, error, m_port.errorString(), m_choice);
     if (m_trace)
         m_trace->note(QStringLiteral("%1 (%2)").arg(text, m_port.errorString()));
     m_port.clearError();

@@ -12,7 +12,7 @@
 // handler), the command-line tool prints it, tests record it.
 struct SessionMessage
 {
-    // None: a plain box with OK only, as some of the original messages are.
+    // None: a plain box with OK only, as some of version 2.1's messages are.
     enum class Icon { Information, Critical, None };
 
     SessionMessage() = default;

@@ -1,6 +1,7 @@
 #include "reports/AuditTrailWindow.h"
 
 #include "app/AppContext.h"
+#include "app/FocusReturn.h"
 #include "app/KeyHook.h"
 #include "app/ScreenParts.h"
 #include "base/Messenger.h"
@@ -16,8 +17,11 @@ namespace {
 
 QString chooseCsvPath(QWidget* parent, const QString& suggested)
 {
-    return QFileDialog::getSaveFileName(parent, QStringLiteral("Save CSV"), suggested,
-                                        QStringLiteral("CSV files (*.csv)"));
+    const FocusReturn back(parent);
+    const QString path = QFileDialog::getSaveFileName(parent, QStringLiteral("Save CSV"), suggested,
+                                                      QStringLiteral("CSV files (*.csv)"));
+    back.restore();
+    return path;
 }
 
 enum Column { Time, User, Action, Details, Version };
@@ -41,6 +45,8 @@ AuditTrailWindow::AuditTrailWindow(AppContext& ctx, AuditTrailModel* model, QWid
     m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_table->setWordWrap(false);
     m_table->setAlternatingRowColors(true);
+    // Tab leaves the table for the buttons; the arrows move in it.
+    m_table->setTabKeyNavigation(false);
     QHeaderView* header = m_table->horizontalHeader();
     for (int c : {Time, User, Action, Version})
         header->setSectionResizeMode(c, QHeaderView::ResizeToContents);

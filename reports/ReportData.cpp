@@ -2,12 +2,14 @@
 
 #include "store/KeyCheck.h"
 #include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 #include "store/StoreProblem.h"
 
 #include <QLocale>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QVariant>
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -42,19 +44,13 @@ DailyRow dailyRow(const QSqlQuery& query, int first)
     return row;
 }
 
-// The trailing run of digits of an identifier as a number without leading
-// zeros ("0" for all zeros); empty when it does not end in a digit.
-QString trailingNumber(const QString& text)
+// Digits without leading zeros ("0" for all zeros).
+QString numberValue(const QString& digits)
 {
-    qsizetype start = text.size();
-    while (start > 0 && text.at(start - 1).isDigit() && text.at(start - 1).unicode() < 128)
-        --start;
-    if (start == text.size())
-        return {};
-    qsizetype firstNonZero = start;
-    while (firstNonZero < text.size() - 1 && text.at(firstNonZero) == QLatin1Char('0'))
-        ++firstNonZero;
-    return text.mid(firstNonZero);
+    qsizetype first = 0;
+    while (first < digits.size() - 1 && digits.at(first) == QLatin1Char('0'))
+        ++first;
+    return digits.mid(first);
 }
 
 bool onlyDigits(const QString& text)
@@ -66,6 +62,40 @@ bool onlyDigits(const QString& text)
             return false;
     }
     return true;
+}
+
+// The distinct values of an indexed column, stepped through one seek each
+// instead of reading every row: the agents are few, the history long.
+// With `leading`, only the rows whose leading index column holds
+// `leadingValue`.
+QStringList distinctValues(SharedDatabase& db, const QString& column, const QString& leading = {},
+                           const QVariant& leadingValue = {})
+{
+    const QString where = leading.isEmpty() ? QString() : QStringLiteral("%1 = ? AND ").arg(leading);
+    QVariantList firstValues;
+    if (!leading.isEmpty())
+        firstValues << leadingValue;
+    QStringList values;
+    QSqlQuery first = run(db,
+                          QStringLiteral("SELECT %1 FROM CollectionHistory WHERE %2%1 IS NOT NULL ORDER BY %1 LIMIT 1")
+                              .arg(column, where),
+                          firstValues);
+    if (!first.next())
+        return values;
+    QString value = first.value(0).toString();
+    for (;;) {
+        values << value;
+        QVariantList nextValues = firstValues;
+        nextValues << value;
+        QSqlQuery next = run(
+            db,
+            QStringLiteral("SELECT %1 FROM CollectionHistory WHERE %2%1 > ? ORDER BY %1 LIMIT 1").arg(column, where),
+            nextValues);
+        if (!next.next())
+            break;
+        value = next.value(0).toString();
+    }
+    return values;
 }
 
 // Print order within a date. Rows equal in every printed field print alike,
@@ -125,42 +155,104 @@ bool ReportData::checkLimits(const ReportLimits& limits, QString* error)
     return true;
 }
 
-bool ReportData::agentMatches(const QString& stored, const QString& typed)
+bool ReportData::sameAgentId(const QString& stored, const QString& typed)
 {
     const QString want = typed.trimmed();
-    const QString have = stored.trimmed();
-    if (want.isEmpty())
-        return true;
-    if (have.compare(want, Qt::CaseInsensitive) == 0)
-        return true;
-    if (!onlyDigits(want))
-        return false;
-    const QString number = trailingNumber(have);
-    return !number.isEmpty() && number == trailingNumber(want);
+    return !want.isEmpty() && stored.trimmed().compare(want, Qt::CaseInsensitive) == 0;
 }
 
-QStringList ReportData::matchingAgents(SharedDatabase& db, const QString& typed)
+bool ReportData::sameAgentNumber(const QString& stored, const QString& typed)
 {
-    // The agents are few and the history is long: step through the distinct
-    // identifiers on the agent-led index, one seek each, instead of reading
-    // every row.
-    QStringList matches;
-    QSqlQuery first = run(db, QStringLiteral("SELECT MIN(AgentID) FROM CollectionHistory"), {});
-    if (!first.next() || first.value(0).isNull())
-        return matches;
-    QString agent = first.value(0).toString();
-    for (;;) {
-        if (agentMatches(agent, typed))
-            matches << agent;
-        QSqlQuery next = run(db,
-                             QStringLiteral("SELECT AgentID FROM CollectionHistory WHERE AgentID > ? "
-                                            "ORDER BY AgentID LIMIT 1"),
-                             {agent});
-        if (!next.next())
-            break;
-        agent = next.value(0).toString();
+    const QString have = stored.trimmed();
+    const QString want = typed.trimmed();
+    return onlyDigits(have) && onlyDigits(want) && numberValue(have) == numberValue(want);
+}
+
+AgentChoice ReportData::chooseAgent(SharedDatabase& db, const QString& typed)
+{
+    AgentChoice choice;
+    const QString want = typed.trimmed();
+    if (want.isEmpty())
+        return choice;
+
+    // The full identifier names its agent, even when it is digits only.
+    const QStringList identifiers = distinctValues(db, QStringLiteral("AgentID"));
+    for (const QString& id : identifiers) {
+        if (sameAgentId(id, want))
+            choice.agentIds << id;
     }
-    return matches;
+    if (!choice.agentIds.isEmpty()) {
+        choice.result = AgentChoice::Result::OneAgent;
+        return choice;
+    }
+    choice.result = AgentChoice::Result::NoAgent;
+    if (!onlyDigits(want))
+        return choice;
+
+    // A number: the identifiers its collections carry it with. Rows whose
+    // number is not known (empty) are found by their identifier only.
+    QStringList agents; // one spelling per agent
+    for (const QString& number : distinctValues(db, QStringLiteral("AgentNo"))) {
+        if (!sameAgentNumber(number, want))
+            continue;
+        for (const QString& id : distinctValues(db, QStringLiteral("AgentID"), QStringLiteral("AgentNo"), number)) {
+            const bool known = std::any_of(agents.cbegin(), agents.cend(),
+                                           [&id](const QString& agent) { return sameAgentId(agent, id); });
+            if (!known)
+                agents << id.trimmed();
+        }
+    }
+    if (agents.isEmpty())
+        return choice;
+    if (agents.size() > 1) {
+        // Two agents are never shown as one.
+        agents.sort();
+        choice.result = AgentChoice::Result::SeveralAgents;
+        choice.agentIds = agents;
+        return choice;
+    }
+    choice.result = AgentChoice::Result::OneAgent;
+    for (const QString& id : identifiers) {
+        if (sameAgentId(id, agents.first()))
+            choice.agentIds << id;
+    }
+    return choice;
+}
+
+QString ReportData::agentProblem(const QString& typed, const AgentChoice& choice)
+{
+    switch (choice.result) {
+    case AgentChoice::Result::NoAgent:
+        return QStringLiteral("Agent ID \"%1\" matches no agent of the stored collections. Type the agent's number "
+                              "as on the send screen (5 or 005) or the bank's full agent identifier, or leave "
+                              "Agent ID empty for every agent.")
+            .arg(typed.trimmed());
+    case AgentChoice::Result::SeveralAgents:
+        return QStringLiteral("Agent ID \"%1\" is the number of more than one agent of the stored collections (%2). "
+                              "Type the bank's full agent identifier instead.")
+            .arg(typed.trimmed(), choice.agentIds.join(QStringLiteral(", ")));
+    case AgentChoice::Result::Everyone:
+    case AgentChoice::Result::OneAgent:
+        break;
+    }
+    return QString();
+}
+
+bool ReportData::checkAgent(SharedDatabase& db, const ReportLimits& limits, QString* error)
+{
+    if (limits.agentId.trimmed().isEmpty())
+        return true;
+    try {
+        const QString problem = agentProblem(limits.agentId, chooseAgent(db, limits.agentId));
+        if (problem.isEmpty())
+            return true;
+        if (error)
+            *error = problem;
+    } catch (const StoreError& e) {
+        if (error)
+            *error = e.message();
+    }
+    return false;
 }
 
 DailySummary ReportData::daily(SharedDatabase& db, const ReportLimits& limits)
@@ -203,8 +295,11 @@ DailyQuery::DailyQuery(SharedDatabase& db, const ReportLimits& limits) : m_db(db
     m_limits.agentId = m_limits.agentId.trimmed();
     m_limits.accountNo = m_limits.accountNo.trimmed();
     if (!m_limits.agentId.isEmpty()) {
-        m_agents = ReportData::matchingAgents(db, m_limits.agentId);
-        m_noAgentMatches = m_agents.isEmpty();
+        const AgentChoice choice = ReportData::chooseAgent(db, m_limits.agentId);
+        if (choice.result == AgentChoice::Result::OneAgent)
+            m_agents = choice.agentIds;
+        else
+            m_noAgentMatches = true;
     }
 }
 

@@ -77,6 +77,19 @@ struct AgentSummary
     QList<AgentRow> rows;
 };
 
+// Which stored agent a typed Agent ID stands for.
+struct AgentChoice
+{
+    enum class Result {
+        Everyone,      // nothing typed
+        OneAgent,      // one agent; agentIds holds every stored spelling of its identifier
+        NoAgent,       // no stored agent has that identifier or that number
+        SeveralAgents, // the typed number is held by more than one identifier; agentIds names them
+    };
+    Result result = Result::Everyone;
+    QStringList agentIds;
+};
+
 // Reads the two report row sources, Report1 (one row per collection) and
 // Report2 (one row per agent and day), for a range of dates. Every query is
 // bound, runs afresh on its own statement (the screens' shared result set is
@@ -89,13 +102,24 @@ public:
     // apostrophe.
     static bool checkLimits(const ReportLimits& limits, QString* error);
 
-    // Whether a stored agent identifier is the agent as the clerk typed it:
-    // the same identifier (blanks around and letter case aside), or, when
-    // only digits were typed, an identifier ending in a number of that value
-    // ("1" and "001" both stand for AG0000000000001 and for 001).
-    static bool agentMatches(const QString& stored, const QString& typed);
-    // The stored agent identifiers that `typed` stands for. Throws StoreError.
-    static QStringList matchingAgents(SharedDatabase& db, const QString& typed);
+    // Whether a stored bank identifier is the one typed: the same text,
+    // blanks around and letter case aside.
+    static bool sameAgentId(const QString& stored, const QString& typed);
+    // Whether a stored terminal agent number is the number typed: both
+    // digits only and of the same value ("5" and "005" are 005).
+    static bool sameAgentNumber(const QString& stored, const QString& typed);
+
+    // The agent that `typed` stands for in the collection history. Text equal
+    // to a stored identifier means that identifier, whatever else it might
+    // be; otherwise digits mean the identifier that carries that terminal
+    // agent number. Never more than one agent. Throws StoreError.
+    static AgentChoice chooseAgent(SharedDatabase& db, const QString& typed);
+    // What to tell the clerk when the choice names no agent or several;
+    // empty otherwise.
+    static QString agentProblem(const QString& typed, const AgentChoice& choice);
+    // False with the reason when the agent limit names no stored agent or
+    // several, or the history cannot be read; true for no agent limit.
+    static bool checkAgent(SharedDatabase& db, const ReportLimits& limits, QString* error);
 
     // The whole daily summary in memory: for small ranges and tests. The
     // printed report reads it through DailyQuery. Throws StoreError.
@@ -116,7 +140,8 @@ public:
 // The daily summary's rows for one set of limits, read in pieces: the dates
 // with their row counts and totals first (one query), then the rows of any
 // date from any offset, or every row in print order, one at a time. The agent
-// limit is resolved to stored identifiers once, when the query is made.
+// limit is resolved to stored identifiers once, when the query is made; one
+// that names no agent, or several, gives no rows.
 class DailyQuery
 {
 public:
@@ -141,6 +166,6 @@ private:
 
     SharedDatabase& m_db;
     ReportLimits m_limits;
-    QStringList m_agents; // stored identifiers when an agent is given
+    QStringList m_agents; // the stored spellings of the agent's identifier when an agent is given
     bool m_noAgentMatches = false;
 };

@@ -2,6 +2,7 @@
 
 #include "app/AppContext.h"
 #include "app/ColourButton.h"
+#include "app/FocusReturn.h"
 #include "app/ScreenParts.h"
 #include "base/DurableFile.h"
 #include "reports/ReportRenderer.h"
@@ -32,19 +33,23 @@ constexpr int stepMilliseconds = 40;
 
 QString chooseSavePath(QWidget* parent, const QString& suggested)
 {
+    const FocusReturn back(parent);
     QFileDialog dialog(parent, QStringLiteral("Save PDF"), suggested, QStringLiteral("PDF files (*.pdf)"));
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setDefaultSuffix(QStringLiteral("pdf"));
     dialog.selectFile(suggested);
-    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
-        return {};
-    return dialog.selectedFiles().constFirst();
+    const bool chosen = dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty();
+    back.restore();
+    return chosen ? dialog.selectedFiles().constFirst() : QString();
 }
 
 bool choosePrinter(QWidget* parent, QPrinter* printer)
 {
+    const FocusReturn back(parent);
     QPrintDialog dialog(printer, parent);
-    return dialog.exec() == QDialog::Accepted;
+    const bool chosen = dialog.exec() == QDialog::Accepted;
+    back.restore();
+    return chosen;
 }
 
 } // namespace
@@ -218,6 +223,9 @@ ReportPreview::ReportPreview(AppContext& ctx, ReportKind kind, const ReportLimit
     connect(&m_jobTimer, &QTimer::timeout, this, &ReportPreview::jobStep);
     showPageNumber(0);
     m_suggestedPdf = QDir(QDir::homePath()).filePath(QStringLiteral("report.pdf"));
+    // The pages take the keys at first: the arrows and Page Up and Page Down
+    // scroll them, Tab goes round the buttons above, Esc closes.
+    m_view->setFocus();
 }
 
 ReportPreview::~ReportPreview()

@@ -2,7 +2,9 @@
 
 #include "app/AppContext.h"
 #include "app/ColourButton.h"
+#include "app/FocusReturn.h"
 #include "app/KeyHook.h"
+#include "app/OptionButton.h"
 #include "app/ScreenParts.h"
 #include "base/Clock.h"
 #include "base/Messenger.h"
@@ -27,13 +29,14 @@ namespace {
 
 QString chooseCsvPath(QWidget* parent, const QString& suggested)
 {
+    const FocusReturn back(parent);
     QFileDialog dialog(parent, QStringLiteral("Export CSV"), suggested, QStringLiteral("CSV files (*.csv)"));
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setDefaultSuffix(QStringLiteral("csv"));
     dialog.selectFile(suggested);
-    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
-        return {};
-    return dialog.selectedFiles().constFirst();
+    const bool chosen = dialog.exec() == QDialog::Accepted && !dialog.selectedFiles().isEmpty();
+    back.restore();
+    return chosen ? dialog.selectedFiles().constFirst() : QString();
 }
 
 QDateEdit* datePicker(const char* name, QWidget* parent)
@@ -61,13 +64,13 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     options->setObjectName(QStringLiteral("Frame1"));
     options->setFrameShape(QFrame::StyledPanel);
     auto* optionRow = new QHBoxLayout(options);
-    m_optReport1 = new QRadioButton(QStringLiteral("Report1"), options);
+    m_optReport1 = new OptionButton(QStringLiteral("Report1"), options);
     m_optReport1->setObjectName(QStringLiteral("OptReport1"));
     m_optReport1->setToolTip(QStringLiteral("Daily collection summary"));
-    m_optReport2 = new QRadioButton(QStringLiteral("Report2"), options);
+    m_optReport2 = new OptionButton(QStringLiteral("Report2"), options);
     m_optReport2->setObjectName(QStringLiteral("OptReport2"));
     m_optReport2->setToolTip(QStringLiteral("Agent collection summary"));
-    m_optAudit = new QRadioButton(QStringLiteral("Audit Trail"), options);
+    m_optAudit = new OptionButton(QStringLiteral("Audit Trail"), options);
     m_optAudit->setObjectName(QStringLiteral("OptAudit"));
     m_optAudit->setToolTip(QStringLiteral("Audit trail of the chosen days"));
     optionRow->addWidget(m_optReport1);
@@ -126,8 +129,10 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     connect(m_view, &QPushButton::clicked, this, &frmReport::cmdView_Click);
     connect(m_export, &QPushButton::clicked, this, &frmReport::cmdExport_Click);
     connect(m_exit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
 
     // Enter in either limit moves on, as Tab would; other keys pass unchanged.
+    // The dates are entry fields too, and Enter moves on from them as well.
     const auto enterMovesOn = [this](QKeyEvent* e) {
         if (!KeyHook::isEnter(e))
             return false;
@@ -136,6 +141,8 @@ frmReport::frmReport(AppContext& ctx, QWidget* parent)
     };
     KeyHook::install(m_agentID, enterMovesOn);
     KeyHook::install(m_accountNo, enterMovesOn);
+    KeyHook::install(m_from, enterMovesOn);
+    KeyHook::install(m_to, enterMovesOn);
 
     Form_Load();
 }
@@ -217,7 +224,10 @@ ReportLimits frmReport::limits() const
 bool frmReport::limitsAccepted()
 {
     QString error;
-    if (!ReportData::checkLimits(limits(), &error)) {
+    const ReportLimits l = limits();
+    // An agent that names no stored agent, or several, is said so rather
+    // than shown as an empty report.
+    if (!ReportData::checkLimits(l, &error) || !ReportData::checkAgent(m_ctx.db(), l, &error)) {
         m_ctx.messenger().critical(error);
         return false;
     }
@@ -251,10 +261,18 @@ void frmReport::cmdView_Click()
         return;
     }
     preview->setAttribute(Qt::WA_DeleteOnClose);
+    giveKeysBackWhenClosed(preview);
     preview->setSuggestedPdfPath(suggestedPath(QStringLiteral("pdf")));
     m_preview = preview;
     preview->resize(900, 700);
     preview->show();
+}
+
+void frmReport::giveKeysBackWhenClosed(QDialog* window)
+{
+    // The clerk goes on where View was pressed.
+    const FocusReturn back(this);
+    connect(window, &QDialog::finished, this, [back] { back.restore(); });
 }
 
 QString frmReport::suggestedPath(const QString& suffix) const
@@ -311,6 +329,7 @@ void frmReport::viewAuditTrail()
     }
     auto* window = new AuditTrailWindow(m_ctx, model.release(), this);
     window->setAttribute(Qt::WA_DeleteOnClose);
+    giveKeysBackWhenClosed(window);
     window->setSuggestedCsvPath(suggestedPath(QStringLiteral("csv")));
     m_auditWindow = window;
     window->resize(900, 500);

@@ -11,6 +11,7 @@
 class AppContext;
 class ColourButton;
 class QDateEdit;
+class QDialog;
 class QLabel;
 class QLineEdit;
 class QRadioButton;
@@ -62,6 +63,8 @@ private:
     void OptAudit_Click();
     void showAgentAndAccount(bool shown);
     void viewAuditTrail();
+    // When a window opened by View closes, the screen has the keys again.
+    void giveKeysBackWhenClosed(QDialog* window);
     void exportAuditTrail();
     // Checks the limits; false after telling the user why.
     bool limitsAccepted();

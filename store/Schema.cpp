@@ -1,5 +1,9 @@
 #include "store/Schema.h"
 
+#include <QHash>
+#include <QPair>
+#include <QRegularExpression>
+#include <QSet>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
@@ -120,6 +124,184 @@ const QStringList version4 = {
         RecordedAt TEXT NOT NULL))"),
 };
 
+bool hasColumn(QSqlDatabase& db, const QString& table, const QString& column, bool* found, QString* error)
+{
+    QSqlQuery q(db);
+    if (!q.exec(QStringLiteral("PRAGMA table_info(\"%1\")").arg(table))) {
+        if (error)
+            *error = q.lastError().text();
+        return false;
+    }
+    *found = false;
+    while (q.next()) {
+        if (q.value(1).toString().compare(column, Qt::CaseInsensitive) == 0)
+            *found = true;
+    }
+    return true;
+}
+
+bool exec(QSqlDatabase& db, const QString& sql, const QVariantList& values, QString* error)
+{
+    QSqlQuery q(db);
+    bool ok = q.prepare(sql);
+    if (ok) {
+        for (const QVariant& v : values)
+            q.addBindValue(v);
+        ok = q.exec();
+    }
+    if (!ok && error)
+        *error = QStringLiteral("%1 (in: %2)").arg(q.lastError().text(), sql.simplified());
+    return ok;
+}
+
+// The agent number of each stored receive, from the audit trail: every
+// receive that stored rows recorded, in the same transaction and at the same
+// moment as the rows' ReceivedAt, "agent NNN (bank identifier), date ddmm: ...".
+// Keyed by the trimmed identifier and the second of the receive; a key given
+// two different numbers is left out.
+bool receiveNumbers(QSqlDatabase& db, QHash<QPair<QString, QString>, QString>* numbers, QString* error)
+{
+    QSqlQuery q(db);
+    q.setForwardOnly(true);
+    if (!q.prepare(QStringLiteral("SELECT Time, Details FROM AuditTrail WHERE Action = ?"))) {
+        if (error)
+            *error = q.lastError().text();
+        return false;
+    }
+    q.addBindValue(QStringLiteral("receive"));
+    if (!q.exec()) {
+        if (error)
+            *error = q.lastError().text();
+        return false;
+    }
+    static const QRegularExpression details(QStringLiteral(R"(^agent (\d{3}) \((.*?)\), date )"));
+    QSet<QPair<QString, QString>> conflicting;
+    while (q.next()) {
+        const QRegularExpressionMatch m = details.match(q.value(1).toString());
+        if (!m.hasMatch())
+            continue;
+        const QPair<QString, QString> key{m.captured(2).trimmed(), q.value(0).toString().left(19)};
+        const QString number = m.captured(1);
+        if (numbers->contains(key) && numbers->value(key) != number)
+            conflicting.insert(key);
+        numbers->insert(key, number);
+    }
+    for (const auto& key : conflicting)
+        numbers->remove(key);
+    return true;
+}
+
+// The agent number of each identifier's downloaded accounts: the download
+// file is named from the agent number, the date (ddmm) and "d.txt". Only an
+// identifier whose accounts all name one three-digit number is kept.
+bool downloadNumbers(QSqlDatabase& db, QHash<QString, QString>* numbers, QString* error)
+{
+    QSqlQuery q(db);
+    q.setForwardOnly(true);
+    if (!q.exec(QStringLiteral("SELECT DISTINCT AgentID, FileName FROM BankData"))) {
+        if (error)
+            *error = q.lastError().text();
+        return false;
+    }
+    static const QRegularExpression fileName(QStringLiteral(R"((?:^|[\\/])(\d{3})\d{4}d\.txt$)"),
+                                             QRegularExpression::CaseInsensitiveOption);
+    QSet<QString> conflicting;
+    while (q.next()) {
+        const QString agent = q.value(0).toString().trimmed();
+        const QRegularExpressionMatch m = fileName.match(q.value(1).toString().trimmed());
+        const QString number = m.hasMatch() ? m.captured(1) : QString();
+        if (number.isEmpty() || (numbers->contains(agent) && numbers->value(agent) != number))
+            conflicting.insert(agent);
+        else
+            numbers->insert(agent, number);
+    }
+    for (const QString& agent : conflicting)
+        numbers->remove(agent);
+    return true;
+}
+
+// Version 5: the terminal's agent number (the summary record's three digits)
+// beside the bank's agent identifier in every history row, so that the
+// reports find an agent by the number the clerk knows it by. The column and
+// its index are added only where missing, as a database whose version number
+// was set back may already hold them.
+bool version5(QSqlDatabase& db, QString* error)
+{
+    bool present = false;
+    if (!hasColumn(db, QStringLiteral("CollectionHistory"), QStringLiteral("AgentNo"), &present, error))
+        return false;
+    // Empty text, never NULL, where the number is not known.
+    if (!present &&
+        !run(db, {QStringLiteral("ALTER TABLE CollectionHistory ADD COLUMN AgentNo TEXT NOT NULL DEFAULT ''")}, error))
+        return false;
+    // The report's agent filter steps through the numbers and the
+    // identifiers under each, one seek each.
+    if (!run(db,
+             {QStringLiteral(
+                 "CREATE INDEX IF NOT EXISTS CollectionHistoryAgentNo ON CollectionHistory (AgentNo, AgentID)")},
+             error))
+        return false;
+
+    // Rows written before this version: first the number of the very
+    // receive that stored them (audit trail), then, for rows from before the
+    // audit trail, the number of the agent's downloaded accounts. Rows
+    // neither names stay empty.
+    QHash<QPair<QString, QString>, QString> byReceive;
+    if (!receiveNumbers(db, &byReceive, error))
+        return false;
+    if (!byReceive.isEmpty()) {
+        if (!run(db,
+                 {QStringLiteral("CREATE TEMP TABLE ReceiveAgentNo (AgentID TEXT NOT NULL, ReceivedAt TEXT NOT NULL, "
+                                 "AgentNo TEXT NOT NULL, PRIMARY KEY (AgentID, ReceivedAt))")},
+                 error))
+            return false;
+        for (auto it = byReceive.cbegin(); it != byReceive.cend(); ++it) {
+            if (!exec(db,
+                      QStringLiteral("INSERT INTO temp.ReceiveAgentNo (AgentID, ReceivedAt, AgentNo) VALUES (?, ?, ?)"),
+                      {it.key().first, it.key().second, it.value()}, error))
+                return false;
+        }
+        const QString match =
+            QStringLiteral("FROM temp.ReceiveAgentNo m WHERE m.AgentID = trim(CollectionHistory.AgentID) "
+                           "AND m.ReceivedAt = substr(CollectionHistory.ReceivedAt, 1, 19)");
+        if (!run(db,
+                 {QStringLiteral("UPDATE CollectionHistory SET AgentNo = (SELECT m.AgentNo %1) "
+                                 "WHERE AgentNo = '' AND EXISTS (SELECT 1 %1)")
+                      .arg(match),
+                  QStringLiteral("DROP TABLE temp.ReceiveAgentNo")},
+                 error))
+            return false;
+    }
+
+    QHash<QString, QString> byDownload;
+    if (!downloadNumbers(db, &byDownload, error))
+        return false;
+    if (byDownload.isEmpty())
+        return true;
+    // The history's own spellings of each identifier (padded as the
+    // terminal sent them), so that the updates go through the agent index.
+    QSqlQuery q(db);
+    q.setForwardOnly(true);
+    if (!q.exec(QStringLiteral("SELECT DISTINCT AgentID FROM CollectionHistory WHERE AgentNo = ''"))) {
+        if (error)
+            *error = q.lastError().text();
+        return false;
+    }
+    QStringList stored;
+    while (q.next())
+        stored << q.value(0).toString();
+    q.finish();
+    for (const QString& agentId : stored) {
+        const QString number = byDownload.value(agentId.trimmed());
+        if (number.isEmpty())
+            continue;
+        if (!exec(db, QStringLiteral("UPDATE CollectionHistory SET AgentNo = ? WHERE AgentID = ? AND AgentNo = ''"),
+                  {number, agentId}, error))
+            return false;
+    }
+    return true;
+}
+
 bool insertPasswordRow(QSqlDatabase& db, QString* error)
 {
     QSqlQuery q(db);
@@ -164,6 +346,8 @@ bool ensure(QSqlDatabase db, QString* error)
         ok = run(db, version3, error);
     if (ok && version < 4)
         ok = run(db, version4, error);
+    if (ok && version < 5)
+        ok = version5(db, error);
     if (ok)
         ok = run(db, {QStringLiteral("PRAGMA user_version = %1").arg(currentVersion)}, error);
     if (!ok) {

@@ -6,7 +6,7 @@
 namespace Schema {
 
 // The schema version this program writes (SQLite's user_version).
-constexpr int currentVersion = 4;
+constexpr int currentVersion = 5;
 
 // Initial passwords of a new database (documented in the README).
 inline constexpr const char* initialAdminPassword = "admin";

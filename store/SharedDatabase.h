@@ -12,7 +12,7 @@ class Clock;
 
 // The program's one database handle and its one shared result set. Every
 // screen opens its queries through openSharedRecordset(), which replaces the
-// previous result set, exactly as the screens of the original shared one.
+// previous result set, exactly as the screens of version 2.1 shared one.
 class SharedDatabase
 {
 public:

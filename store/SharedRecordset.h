@@ -10,7 +10,7 @@
 
 // The program-wide result set: a query's rows held in memory, a current row,
 // fields read and written by name without regard to case, and the add-new /
-// edit / update cycle of the original record sets. Updates go back to the one
+// edit / update cycle of version 2.1's record sets. Updates go back to the one
 // table named in the query's "select * from <table>".
 class SharedRecordset
 {

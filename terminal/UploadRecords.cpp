@@ -1,5 +1,6 @@
 #include "terminal/UploadRecords.h"
 
+#include "base/DayText.h"
 #include "link/LinkCodec.h"
 
 #include <QHash>
@@ -177,14 +178,12 @@ bool UploadRecords::parseScript(const QByteArray& text, QList<Collection>* out, 
         c.amount = parts.at(1).toInt(&ok);
         if (!ok || c.amount < 0)
             return fail(QStringLiteral("amount \"%1\" is not a whole number of rupees").arg(parts.at(1)));
-        QDate date = QDate::fromString(parts.at(2), QStringLiteral("dd/MM/yyyy"));
-        if (!date.isValid()) {
-            date = QDate::fromString(parts.at(2), QStringLiteral("dd/MM/yy"));
-            if (date.isValid() && date.year() < 2000)
-                date = date.addYears(100);
-        }
-        if (!date.isValid())
+        const DayText::Reading day = DayText::readDayMonthYear(parts.at(2));
+        if (!day.shaped)
             return fail(QStringLiteral("date \"%1\" is not dd/mm/yyyy").arg(parts.at(2)));
+        if (!day.date.isValid())
+            return fail(QStringLiteral("date \"%1\" names no real day: %2").arg(parts.at(2), day.why));
+        const QDate date = day.date;
         const QTime time = QTime::fromString(parts.at(3), QStringLiteral("hh:mm"));
         if (!time.isValid())
             return fail(QStringLiteral("time \"%1\" is not hh:mm").arg(parts.at(3)));

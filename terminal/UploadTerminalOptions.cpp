@@ -1,5 +1,6 @@
 #include "terminal/UploadTerminalOptions.h"
 
+#include "base/DayText.h"
 #include "terminal/UploadTerminal.h"
 
 #include <QDir>
@@ -109,11 +110,16 @@ bool UploadTerminalOptions::apply(const QCommandLineParser& parser, const QStrin
         return false;
     QDate date;
     if (parser.isSet(m_date)) {
-        date = QDate::fromString(parser.value(m_date), QStringLiteral("dd/MM/yyyy"));
-        if (!date.isValid()) {
+        const DayText::Reading day = DayText::readDayMonthYear(parser.value(m_date));
+        if (!day.shaped || parser.value(m_date).trimmed().size() != 10) {
             *error = QStringLiteral("--collection-date needs dd/mm/yyyy, not \"%1\".").arg(parser.value(m_date));
             return false;
         }
+        if (!day.date.isValid()) {
+            *error = DayText::noSuchDayText(QStringLiteral("--collection-date"), parser.value(m_date), day);
+            return false;
+        }
+        date = day.date;
     }
     const QString script = parser.isSet(m_script) ? parser.value(m_script) : QString();
     if (!script.isEmpty() && !QFileInfo(script).isFile()) {

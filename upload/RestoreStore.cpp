@@ -36,11 +36,11 @@ constexpr int FirstEntryPos = 70;
 constexpr int EntryCountPos = 133;
 constexpr int EntrySize = 9;
 
-// The terminal's transaction number at which the original screen let the
+// The terminal's transaction number at which version 2.1's screen let the
 // message loop run once while decoding; kept.
 constexpr int YieldTransactionNumber = 394;
 
-// A decoding fault (the original's run-time errors) with its message.
+// A decoding fault (version 2.1's run-time errors) with its message.
 struct DecodeFault
 {
     QString message;
@@ -347,7 +347,8 @@ bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Ent
     return true;
 }
 
-void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QList<Entry>& entries)
+void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QString& agentNumber,
+               const QList<Entry>& entries)
 {
     const QString receivedAt = now.toString(Qt::ISODate);
     const QDate receivedOn = now.date();
@@ -398,9 +399,10 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
     for (const QString& day : days)
         db.execute(QStringLiteral("DELETE FROM CollectionHistory WHERE AgentID = ? AND CollectionDate = ?"),
                    {bankAgentId, day});
-    SharedDatabase::Batch history(db, QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, "
-                                                     "AccountNo, ClosingPaise, CollectedPaise, DateTime, "
-                                                     "TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"));
+    SharedDatabase::Batch history(db, QStringLiteral("INSERT INTO CollectionHistory (AgentID, AgentNo, "
+                                                     "CollectionDate, AccountNo, ClosingPaise, CollectedPaise, "
+                                                     "DateTime, TransactionNumber, ReceivedAt) "
+                                                     "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"));
     for (const Entry& e : entries) {
         if (e.amount.isEmpty())
             continue;
@@ -410,16 +412,20 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
             const double value = rupees.trimmed().toDouble(&ok);
             return ok ? QVariant(static_cast<qint64>(std::llround(value * 100.0))) : QVariant();
         };
-        history.run({bankAgentId, collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount),
-                     e.dateTime, e.transactionNumber, receivedAt});
+        // The terminal's agent number beside the bank's identifier: the
+        // reports find the agent by either.
+        history.run({bankAgentId, agentNumber.isNull() ? QStringLiteral("") : agentNumber,
+                     collectionDay(e.dateTime, receivedOn), e.accountNo, paise(e.balance), paise(e.amount), e.dateTime,
+                     e.transactionNumber, receivedAt});
     }
 }
 
-void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<Entry>& entries)
+void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QString& agentNumber,
+                      const QList<Entry>& entries)
 {
     SharedDatabase& db = ctx.db();
     SharedDatabase::Transaction transaction(db);
-    storeRows(db, ctx.clock().now(), bankAgentId, entries);
+    storeRows(db, ctx.clock().now(), bankAgentId, agentNumber, entries);
     transaction.commit();
 }
 
@@ -496,7 +502,7 @@ public:
     }
 
 private:
-    // The original let the message loop run once while decoding when a
+    // Version 2.1 let the message loop run once while decoding when a
     // transaction number read 394; kept, after the decoding (which works on
     // its own copy of the replies) and before any row changes.
     static void yieldAtTransaction394(const QList<Entry>& entries)
@@ -521,7 +527,7 @@ private:
         m_out.result = ReceiveOutcome::Result::Refused;
         m_out.problems = problems;
         m_out.mayAccept = mayAccept;
-        // The original's text on its own line, then what was wrong.
+        // Version 2.1's text on its own line, then what was wrong.
         QString text = UploadFiles::uploadProblemText() + QLatin1Char('\n') + problems.join(QLatin1Char(' ')) +
                        QStringLiteral(" Nothing was replaced and no upload file was written.") + backupNote();
         if (mayAccept)
@@ -572,14 +578,14 @@ private:
         auto attempt = [&]() -> QString {
             QString why;
             SharedDatabase::Transaction transaction(db);
-            storeRows(db, m_receivedAt, m_summary.BankAgentId, entries);
+            storeRows(db, m_receivedAt, m_summary.BankAgentId, m_facts.agent, entries);
 
             // The files are made from the rows just stored, before they are
             // committed: a file that cannot be written leaves the rows as
             // they were.
             QString base = m_summary.UploadBaseName;
             if (bankFolder) {
-                // Suffixed, as the original did: the check listing is named
+                // Suffixed, as version 2.1 did: the check listing is named
                 // from it too.
                 base += QLatin1Char('u');
                 upload.path = UploadFiles::uploadFilePath(folder, base);
@@ -663,7 +669,7 @@ private:
             settle(checkWritten);
             return m_out;
         }
-        // The original's own check, on the file as written.
+        // Version 2.1's own check, on the file as written.
         if (UploadFiles::agreesWithSummary(m_summary, uploadLines.count, uploadLines.paise))
             m_out.messages << SessionMessage{UploadFiles::uploadCompletedText(), SessionMessage::Icon::Information};
         else

@@ -85,7 +85,7 @@ QString collectionDay(const QString& dateTime);
 
 // Decodes the replies 2 to TotalRecords + 1 into entries: keys, amount,
 // date and time, transaction number. No database: the account details are
-// left empty (the first entry's agent holds the header's, as the original's
+// left empty (the first entry's agent holds the header's, as version 2.1's
 // lists did). False with *error when a record index runs beyond the replies,
 // a record is too short for what it is read for, a key holds an apostrophe,
 // or the entries exceed MaxEntries.
@@ -107,11 +107,14 @@ bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Ent
 
 // StoreRestoreData: replaces every RestoreData row of the agent with the
 // entries and, for the days present, the agent's collection history, all in
-// one transaction. Throws StoreError; nothing is changed then.
-void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QList<Entry>& entries);
+// one transaction. The history rows carry agentNumber, the terminal's
+// three-digit agent number from the summary record, beside bankAgentId.
+// Throws StoreError; nothing is changed then.
+void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QString& agentNumber,
+                      const QList<Entry>& entries);
 
 // The same rows, inside a transaction the caller holds. Throws StoreError.
-void storeRows(SharedDatabase& db, const QDateTime& receivedAt, const QString& bankAgentId,
+void storeRows(SharedDatabase& db, const QDateTime& receivedAt, const QString& bankAgentId, const QString& agentNumber,
                const QList<Entry>& entries);
 
 // One receive, from the replies in ctx.link.Records to the files:
@@ -146,7 +149,7 @@ using AfterCommitHook = std::function<bool()>;
 void setAfterCommitHook(AfterCommitHook hook);
 
 // Shows the outcome's messages in order (the bank-folder message as a plain
-// box, as the original showed it).
+// box, as version 2.1 showed it).
 void report(Messenger& messenger, const ReceiveOutcome& outcome);
 
 // RestoreData: processReceive without acceptance, its messages shown

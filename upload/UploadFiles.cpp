@@ -180,7 +180,7 @@ bool agreesWithSummary(const UploadSummary& summary, int count, qint64 paise)
 UploadLines uploadLines(SharedDatabase& db, const QString& bankAgentId)
 {
     UploadLines out;
-    // Numeric order, as the original's number-typed column sorted; rowid
+    // Numeric order, as version 2.1's number-typed column sorted; rowid
     // keeps equal numbers in the order they were received.
     SharedRecordset& rs =
         db.openSharedRecordset(QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? AND AmtCollected <> '' "

@@ -103,6 +103,7 @@ frmReceive::frmReceive(AppContext& ctx, QWidget* parent) : QWidget(parent, Qt::W
 
     connect(m_cmdSend, &QPushButton::clicked, this, &frmReceive::cmdSend_Click);
     connect(cmdexit, &QPushButton::clicked, this, &QWidget::close);
+    closeOnEscape(this);
     // Enter on Receive starts a receive as a click does. Swallowed here, so
     // the button's own Enter handling never clicks it a second time.
     KeyHook::install(m_cmdSend, [this](QKeyEvent* e) {

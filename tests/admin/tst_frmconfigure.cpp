@@ -349,7 +349,10 @@ void tst_frmConfigure::deviceShownBesideThePortList_data()
                              << "Device: /dev/ttyS9";
     QTest::newRow("mapped in ports.ini") << 1 << "2=/dev/ttyUSB0\n"
                                          << ""
-                                         << "Device: /dev/ttyUSB0 (from ports.ini)";
+                                         << "Device: /dev/ttyUSB0 (ports.ini line 1)";
+    QTest::newRow("ports.ini line that cannot be read") << 1 << "2=/dev/ttyUSB0\n2 /dev/ttyUSB1\n"
+                                                        << ""
+                                                        << "Device: none (ports.ini line 2 cannot be read)";
     QTest::newRow("another port than the mapped one") << 2 << "2=/dev/ttyUSB0\n"
                                                       << ""
                                                       << "Device: /dev/ttyS2";
@@ -374,7 +377,14 @@ void tst_frmConfigure::deviceShownBesideThePortList()
     t.ctx->portOverride = portOverride;
     frmConfigure w(*t.ctx);
     w.findChild<QComboBox*>("cmbComPort")->setCurrentIndex(index);
-    QCOMPARE(w.findChild<QLabel*>("lblDevice")->text(), expected);
+    const QLabel* label = w.findChild<QLabel*>("lblDevice");
+    QCOMPARE(label->text(), expected);
+    // The whole reason, with the file, where the label names only the line.
+    if (expected.contains("cannot be read"))
+        QVERIFY2(label->toolTip().startsWith("Line 2 of " + t.path("ports.ini") + " cannot be read"),
+                 qPrintable(label->toolTip()));
+    else
+        QVERIFY(label->toolTip().isEmpty());
 }
 
 void tst_frmConfigure::exitClosesTheScreen()

@@ -31,6 +31,8 @@ private slots:
     void vanishedFolderIsIgnoredOnLoad();
     void vanishedFolderIsIgnoredOnFocus();
     void folderClickSetsThePath();
+    void folderGoneSinceItWasChosenIsNotSaved();
+    void nothingChosenIsNotSaved();
     void driveOfAPath_data();
     void driveOfAPath();
     void systemDrivesHoldTheHomeFolder();
@@ -231,15 +233,38 @@ void tst_frmDrive::focusShowsEachStoredFolder()
     auto* path = w.findChild<QLabel*>("lbFilePath");
     QCOMPARE(path->text(), QDir::toNativeSeparators(m_root.filePath("A/Bank")));
 
-    focusOn(w.findChild<QRadioButton*>("OpReport"));
-    QCOMPARE(path->text(), QDir::toNativeSeparators(m_root.filePath("B/Other")));
-    QCOMPARE(w.findChild<QComboBox*>("Drive1")->currentIndex(), 1);
+    auto* bank = w.findChild<QRadioButton*>("OpBank");
+    auto* report = w.findChild<QRadioButton*>("OpReport");
+    auto* drive = w.findChild<QComboBox*>("Drive1");
 
-    // Read afresh on each focus: a change made meanwhile is seen.
+    // The focus alone on the option not chosen shows nothing of it: Update
+    // would save the folder shown under the option that is checked.
+    focusOn(report);
+    QVERIFY(bank->isChecked());
+    QCOMPARE(path->text(), QDir::toNativeSeparators(m_root.filePath("A/Bank")));
+
+    // Moving onto it by the arrows chooses it and shows its folder.
+    focusOn(bank);
+    QTest::keyClick(bank, Qt::Key_Left);
+    QTRY_COMPARE(QApplication::focusWidget(), report);
+    QVERIFY(report->isChecked());
+    QCOMPARE(path->text(), QDir::toNativeSeparators(m_root.filePath("B/Other")));
+    QCOMPARE(drive->currentIndex(), 1);
+
+    // Read afresh on each choice: a change made meanwhile is seen.
     t.db.execute("UPDATE Path SET BankInfoPath = ? WHERE SNo = '1'", {m_root.filePath("A/Reports")});
-    focusOn(w.findChild<QRadioButton*>("OpBank"));
+    QTest::keyClick(report, Qt::Key_Right);
+    QTRY_COMPARE(QApplication::focusWidget(), bank);
     QCOMPARE(path->text(), QDir::toNativeSeparators(m_root.filePath("A/Reports")));
-    QCOMPARE(w.findChild<QComboBox*>("Drive1")->currentIndex(), 0);
+    QCOMPARE(drive->currentIndex(), 0);
+
+    // And each time the focus enters the chosen option again.
+    t.db.execute("UPDATE Path SET BankInfoPath = ? WHERE SNo = '1'", {m_root.filePath("A/Bank")});
+    QTest::keyClick(bank, Qt::Key_Tab);
+    QTRY_COMPARE(QApplication::focusWidget(), drive);
+    QTest::keyClick(drive, Qt::Key_Backtab);
+    QTRY_COMPARE(QApplication::focusWidget(), bank);
+    QCOMPARE(path->text(), QDir::toNativeSeparators(m_root.filePath("A/Bank")));
     QVERIFY(t.messenger.entries().isEmpty());
 }
 
@@ -274,7 +299,10 @@ void tst_frmDrive::vanishedFolderIsIgnoredOnFocus()
     w.show();
     QVERIFY(QTest::qWaitForWindowActive(&w));
     const QString bank = QDir::toNativeSeparators(m_root.filePath("A/Bank"));
-    focusOn(w.findChild<QRadioButton*>("OpReport"));
+    focusOn(w.findChild<QRadioButton*>("OpBank"));
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Left);
+    QTRY_COMPARE(QApplication::focusWidget(), w.findChild<QRadioButton*>("OpReport"));
+    QVERIFY(w.findChild<QRadioButton*>("OpReport")->isChecked());
     QCOMPARE(w.findChild<QComboBox*>("Drive1")->currentIndex(), 0);
     QCOMPARE(w.dirPath(), bank);
     QCOMPARE(w.findChild<QLabel*>("lbFilePath")->text(), bank);
@@ -297,6 +325,40 @@ void tst_frmDrive::folderClickSetsThePath()
     QTest::mouseClick(w.findChild<ColourButton*>("cmdSend"), Qt::LeftButton);
     QCOMPARE(field(t, "BankInfoPath").toString(), expected);
     QCOMPARE(t.ctx->settings.BankInfoPath, expected);
+}
+
+// The list offers existing folders only; a folder whose drive went after it
+// was chosen is named in the refusal, and the stored one stays.
+void tst_frmDrive::folderGoneSinceItWasChosenIsNotSaved()
+{
+    TestContext t;
+    storePaths(t, driveA() + "/Bank", QVariant());
+    frmDrive w(*t.ctx, drives());
+    w.findChild<QComboBox*>("Drive1")->setCurrentIndex(1);
+    w.findChild<QTreeView*>("Dir1")->setCurrentIndex(w.folderModel()->index(m_root.filePath("B/Other")));
+    const QString chosen = QDir::toNativeSeparators(m_root.filePath("B/Other"));
+    QCOMPARE(w.findChild<QLabel*>("lbFilePath")->text(), chosen);
+    QVERIFY(QDir(m_root.filePath("B/Other")).removeRecursively());
+
+    QTest::mouseClick(w.findChild<ColourButton*>("cmdSend"), Qt::LeftButton);
+    QCOMPARE(t.messenger.texts(),
+             QStringList{"The bank information folder " + chosen +
+                         " does not exist. Create it, or connect the drive or network share it is on, and save "
+                         "again; nothing was saved."});
+    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QCOMPARE(field(t, "BankInfoPath").toString(), driveA() + "/Bank");
+    QVERIFY(t.ctx->settings.BankInfoPath.isEmpty());
+}
+
+void tst_frmDrive::nothingChosenIsNotSaved()
+{
+    TestContext t;
+    frmDrive w(*t.ctx, drives());
+    QCOMPARE(w.findChild<QLabel*>("lbFilePath")->text(), QString());
+    QTest::mouseClick(w.findChild<ColourButton*>("cmdSend"), Qt::LeftButton);
+    QCOMPARE(t.messenger.texts(), QStringList{"No bank information folder is chosen. Choose a folder that exists and "
+                                              "save again; nothing was saved."});
+    QCOMPARE(field(t, "SNo").toString(), QStringLiteral("<no row>"));
 }
 
 void tst_frmDrive::driveOfAPath_data()

@@ -453,24 +453,35 @@ void tst_frmPassword::focusSwitchesFramesAndClearsBoxes()
     s.activate();
     auto* software = s.get<QFrame>("Frame5");
     auto* terminal = s.get<QFrame>("Frame4");
-    s.focus(s.get<QRadioButton>("OpHandHeld"));
+    auto* softwareOption = s.get<QRadioButton>("OpSoftware");
+    auto* handHeld = s.get<QRadioButton>("OpHandHeld");
+    // The focus alone on the kind not chosen shows none of its fields: the
+    // frame shown is the checked kind's.
+    s.focus(handHeld);
+    QVERIFY(softwareOption->isChecked());
+    QVERIFY(software->isVisible());
+    QVERIFY(!terminal->isVisible());
+    // The arrows choose the kind and the frames follow.
+    s.focus(softwareOption);
+    QTest::keyClick(softwareOption, Qt::Key_Right);
+    QTRY_COMPARE(QApplication::focusWidget(), handHeld);
+    QVERIFY(handHeld->isChecked());
     QVERIFY(terminal->isVisible());
     QVERIFY(!software->isVisible());
-    s.focus(s.get<QRadioButton>("OpSoftware"));
+    QTest::keyClick(handHeld, Qt::Key_Left);
+    QTRY_COMPARE(QApplication::focusWidget(), softwareOption);
     QVERIFY(software->isVisible());
     QVERIFY(!terminal->isVisible());
 
     for (const char* option : {"OpUser", "OpAdmin", "OpSetup", "OpDownload"}) {
         if (QLatin1String(option) == QLatin1String("OpSetup"))
-            s.focus(s.get<QRadioButton>("OpHandHeld"));
+            s.click("OpHandHeld");
         for (const char* box : {"txtOldPass", "txtNewPass", "txtConfirmPass"})
             s.box(box)->setText("12");
         s.focus(s.get<QRadioButton>(option));
         for (const char* box : {"txtOldPass", "txtNewPass", "txtConfirmPass"})
             QVERIFY2(s.box(box)->text().isEmpty(), option);
     }
-    // Focus alone does not choose: the family stays Software until clicked.
-    QVERIFY(s.get<QRadioButton>("OpSoftware")->isChecked());
 }
 
 void tst_frmPassword::clickSetsLengthLimit()

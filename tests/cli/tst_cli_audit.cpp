@@ -17,6 +17,7 @@ private slots:
     void rangeLimitsTheEvents();
     void usageErrors_data();
     void usageErrors();
+    void dateThatIsNoDay();
     void traceFileIsOwnerOnly();
 
 private:
@@ -100,6 +101,17 @@ void tst_CliAudit::usageErrors()
     const Result r = run(args);
     QCOMPARE(r.code, 2);
     QVERIFY2(r.err.contains(said), qPrintable(r.err));
+}
+
+void tst_CliAudit::dateThatIsNoDay()
+{
+    const QString output = m_dir.filePath("nothing.csv");
+    const Result r = run({"audit", "--from", "2026-11-01", "--to", "2026-11-31", "--output", output});
+    QCOMPARE(r.code, 2);
+    QCOMPARE(r.err, QStringLiteral("--to 2026-11-31 names no real day: November 2026 has 30 days.\n"
+                                   "Try 'tonvy-cli --help'.\n"));
+    QCOMPARE(r.out, QString());
+    QVERIFY(!QFile::exists(output));
 }
 
 void tst_CliAudit::traceFileIsOwnerOnly()

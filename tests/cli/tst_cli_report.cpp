@@ -21,6 +21,10 @@ private slots:
     void cleanup();
     void usageErrors_data();
     void usageErrors();
+    void dateThatIsNoDay_data();
+    void dateThatIsNoDay();
+    void printsOnlyItsOwnLines_data();
+    void printsOnlyItsOwnLines();
     void refusals_data();
     void refusals();
     void dailyCsv();
@@ -29,6 +33,11 @@ private slots:
     void datesDefaultToToday();
     void helpListsTheCommand();
     void agentAsTypedOnTheSendScreen();
+    void allDigitIdentifiers_data();
+    void allDigitIdentifiers();
+    void agentMatchingNoneIsRefused_data();
+    void agentMatchingNoneIsRefused();
+    void numberOfTwoAgentsIsRefused();
     void sameLayoutWithOnlyAnUnrelatedFont();
 
 private:
@@ -129,6 +138,74 @@ void tst_CliReport::usageErrors()
     QCOMPARE(r.code, 2);
     QVERIFY(!r.err.isEmpty());
     QVERIFY(!QFile::exists(QDir(m_dir->path()).filePath("x.csv")));
+}
+
+// A date in the right shape that is not in the calendar is named with the
+// reason; one in another shape keeps the message about the shape.
+void tst_CliReport::dateThatIsNoDay_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("err");
+    QTest::newRow("31 November") << QStringList{"--from", "2026-11-31"}
+                                 << "--from 2026-11-31 names no real day: November 2026 has 30 days.";
+    QTest::newRow("30 February") << QStringList{"--to", "2007-02-30"}
+                                 << "--to 2007-02-30 names no real day: February 2007 has 28 days.";
+    QTest::newRow("month 13") << QStringList{"--from", "2026-13-01"}
+                              << "--from 2026-13-01 names no real day: there is no month 13, months run from 01 "
+                                 "to 12.";
+    QTest::newRow("day first") << QStringList{"--from", "16-11-2007"} << "--from takes a date as YYYY-MM-DD.";
+}
+
+void tst_CliReport::dateThatIsNoDay()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, err);
+    const QString output = QDir(m_dir->path()).filePath("x.csv");
+    const Result r = run(QStringList{"report", "daily"} + args + QStringList{"--output", output});
+    QCOMPARE(r.code, 2);
+    QCOMPARE(r.err, err + "\nTry 'tonvy-cli --help'.\n");
+    QCOMPARE(r.out, QString());
+    QVERIFY(!QFile::exists(output));
+}
+
+// Whatever the runtime folder of the environment (none under cron or a
+// service, another user's under sudo, one anybody may enter), the command
+// prints its own line and nothing from Qt.
+void tst_CliReport::printsOnlyItsOwnLines_data()
+{
+    QTest::addColumn<QString>("runtime"); // "unset", "open" (mode 0755) or "missing"
+    QTest::addColumn<QString>("output");
+    QTest::newRow("unset, PDF") << "unset"
+                                << "daily.pdf";
+    QTest::newRow("unset, CSV") << "unset"
+                                << "daily.csv";
+    QTest::newRow("mode 0755") << "open"
+                               << "daily.pdf";
+    QTest::newRow("a folder that is not there") << "missing"
+                                                << "daily.pdf";
+}
+
+void tst_CliReport::printsOnlyItsOwnLines()
+{
+    QFETCH(QString, runtime);
+    QFETCH(QString, output);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("XDG_RUNTIME_DIR");
+    const QString folder = QDir(m_dir->path()).filePath("runtime");
+    if (runtime == "open") {
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                                  QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
+                                                  QFile::ExeOther));
+        env.insert("XDG_RUNTIME_DIR", folder);
+    } else if (runtime == "missing") {
+        env.insert("XDG_RUNTIME_DIR", folder);
+    }
+    const QString out = QDir(m_dir->path()).filePath(output);
+    const Result r = run({"report", "daily", "--from", "2007-11-14", "--to", "2007-11-15", "--output", out}, env);
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.err, QString());
+    QCOMPARE(r.out, "Report saved in " + QDir::toNativeSeparators(out) + "\n");
 }
 
 void tst_CliReport::refusals_data()
@@ -237,8 +314,8 @@ void tst_CliReport::agentAsTypedOnTheSendScreen()
     {
         SharedDatabase db;
         QVERIFY(db.open(QDir(m_dir->path()).filePath(SharedDatabase::fileName()), nullptr));
-        addHistory(db, {{"AG0000000000007", "2007-11-14", "70010", 10.0, 7.0},
-                        {"AG0000000000017", "2007-11-14", "70020", 10.0, 1.0}});
+        addHistory(db, {{"AG0000000000007", "2007-11-14", "70010", 10.0, 7.0, "007"},
+                        {"AG0000000000017", "2007-11-14", "70020", 10.0, 1.0, "017"}});
     }
     const QString out = QDir(m_dir->path()).filePath("seven.csv");
     for (const QString& typed : {QString("7"), QString("007"), QString("AG0000000000007")}) {
@@ -248,6 +325,132 @@ void tst_CliReport::agentAsTypedOnTheSendScreen()
         QCOMPARE(readAll(out), QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
                                        "2007-11-14,AG0000000000007,70010,10.00,7.00\r\n"));
     }
+}
+
+namespace {
+
+// Agents as real banks number them: all digits, two pairs ending alike,
+// padded to 15 characters as the terminal's header gives them, each with the
+// terminal's agent number.
+const QList<HistoryRow> digitAgents = {
+    {"0417000005     ", "2007-11-16", "101", 1000.0, 10.0, "005"},
+    {"0417000005     ", "2007-11-16", "102", 1000.0, 20.0, "005"},
+    {"0417000015     ", "2007-11-16", "151", 2000.0, 100.0, "015"},
+    {"0517000005     ", "2007-11-16", "501", 3000.0, 1000.0, "050"},
+};
+
+} // namespace
+
+void tst_CliReport::allDigitIdentifiers_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QStringList>("rows"); // CSV lines after the heads
+    QTest::addColumn<QString>("grandTotal");
+
+    const QStringList a5 = {"2007-11-16,0417000005     ,101,1000.00,10.00",
+                            "2007-11-16,0417000005     ,102,1000.00,20.00"};
+    const QStringList a15 = {"2007-11-16,0417000015     ,151,2000.00,100.00"};
+    const QStringList b5 = {"2007-11-16,0517000005     ,501,3000.00,1000.00"};
+    QTest::newRow("5") << "5" << a5 << "30.00";
+    QTest::newRow("005") << "005" << a5 << "30.00";
+    QTest::newRow("full id") << "0417000005" << a5 << "30.00";
+    QTest::newRow("15") << "15" << a15 << "100.00";
+    QTest::newRow("015") << "015" << a15 << "100.00";
+    QTest::newRow("full id ending in 15") << "0417000015" << a15 << "100.00";
+    QTest::newRow("50") << "50" << b5 << "1000.00";
+    QTest::newRow("other full id ending in 5") << "0517000005" << b5 << "1000.00";
+    QTest::newRow("every agent") << "" << a5 + a15 + b5 << "1130.00";
+}
+
+void tst_CliReport::allDigitIdentifiers()
+{
+    QFETCH(QString, typed);
+    QFETCH(QStringList, rows);
+    QFETCH(QString, grandTotal);
+    {
+        SharedDatabase db;
+        QVERIFY(db.open(QDir(m_dir->path()).filePath(SharedDatabase::fileName()), nullptr));
+        addHistory(db, digitAgents);
+    }
+    QStringList limits{"report", "daily", "--from", "2007-11-16", "--to", "2007-11-16"};
+    if (!typed.isEmpty())
+        limits << "--agent" << typed;
+
+    const QString csv = QDir(m_dir->path()).filePath("agent.csv");
+    const Result r = run(limits + QStringList{"--output", csv});
+    QVERIFY2(r.code == 0, qPrintable(r.err));
+    QCOMPARE(readAll(csv), "Date,AgentID,Account No,Closing Amount,Collected Amount\r\n" + rows.join("\r\n") + "\r\n");
+
+    // The printed report: the same rows and their Grand Total.
+    const QString pdf = QDir(m_dir->path()).filePath("agent.pdf");
+    const Result p = run(limits + QStringList{"--output", pdf});
+    QVERIFY2(p.code == 0, qPrintable(p.err));
+    QStringList lines;
+    for (const QString& line : pdfText({"-layout"}, pdf).split('\n'))
+        lines << line.simplified();
+    for (const QString& row : rows) {
+        const QStringList f = row.split(',');
+        QVERIFY2(lines.contains(QStringList{f[1].trimmed(), f[2], f[3], f[4]}.join(' ')), qPrintable(row));
+    }
+    int printedRows = 0;
+    for (const QString& line : lines)
+        printedRows += line.startsWith("0417000") || line.startsWith("0517000") ? 1 : 0;
+    QCOMPARE(printedRows, rows.size());
+    QVERIFY2(lines.contains("Grand Total : Rs. " + grandTotal), qPrintable(lines.join('\n')));
+}
+
+void tst_CliReport::agentMatchingNoneIsRefused_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::newRow("common ending") << "17000005";
+    QTest::newRow("id without its leading zero") << "417000005";
+    QTest::newRow("nobody's number") << "7";
+    QTest::newRow("nobody's id") << "0417000006";
+}
+
+void tst_CliReport::agentMatchingNoneIsRefused()
+{
+    QFETCH(QString, typed);
+    {
+        SharedDatabase db;
+        QVERIFY(db.open(QDir(m_dir->path()).filePath(SharedDatabase::fileName()), nullptr));
+        addHistory(db, digitAgents);
+    }
+    // Neither an empty report nor another agent's: a message, exit 1, no file.
+    for (const char* file : {"none.csv", "none.pdf"}) {
+        const QString out = QDir(m_dir->path()).filePath(file);
+        const Result r =
+            run({"report", "daily", "--from", "2007-11-16", "--to", "2007-11-16", "--agent", typed, "--output", out});
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.contains("Agent ID \"" + typed + "\" matches no agent of the stored collections."),
+                 qPrintable(r.err));
+        QVERIFY(!QFile::exists(out));
+    }
+}
+
+void tst_CliReport::numberOfTwoAgentsIsRefused()
+{
+    {
+        SharedDatabase db;
+        QVERIFY(db.open(QDir(m_dir->path()).filePath(SharedDatabase::fileName()), nullptr));
+        addHistory(db, digitAgents);
+        // The terminal number 005 later went to another agent.
+        addHistory(db, {"0417000099     ", "2007-11-17", "991", 500.0, 5.0, "005"});
+    }
+    const QString out = QDir(m_dir->path()).filePath("five.csv");
+    const Result r =
+        run({"report", "daily", "--from", "2007-11-16", "--to", "2007-11-17", "--agent", "5", "--output", out});
+    QCOMPARE(r.code, 1);
+    QVERIFY2(r.err.contains("Agent ID \"5\" is the number of more than one agent of the stored collections "
+                            "(0417000005, 0417000099). Type the bank's full agent identifier instead."),
+             qPrintable(r.err));
+    QVERIFY(!QFile::exists(out));
+
+    const Result full = run(
+        {"report", "daily", "--from", "2007-11-16", "--to", "2007-11-17", "--agent", "0417000099", "--output", out});
+    QCOMPARE(full.code, 0);
+    QCOMPARE(readAll(out), QString("Date,AgentID,Account No,Closing Amount,Collected Amount\r\n"
+                                   "2007-11-17,0417000099     ,991,500.00,5.00\r\n"));
 }
 
 void tst_CliReport::sameLayoutWithOnlyAnUnrelatedFont()

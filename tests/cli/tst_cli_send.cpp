@@ -1,9 +1,14 @@
+#include "store/AuditTrail.h"
+#include "store/SharedDatabase.h"
 #include "tests/download/DownloadFileMaker.h"
 #include "tests/support/TestTiming.h"
 
 #include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QSqlRecord>
@@ -11,6 +16,7 @@
 #include <QtTest>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -30,6 +36,8 @@ private slots:
     void unansweredHeaderEndsWithCableMessage();
     void badDownloadFileTouchesNothing_data();
     void badDownloadFileTouchesNothing();
+    void interruptedSend_data();
+    void interruptedSend();
 
 private:
     struct Result
@@ -44,6 +52,8 @@ private:
                           const QString& state = QStringLiteral("terminal"));
     // Every BankData row of the agent, every column.
     QStringList bankData(const QString& agentId);
+    // The accounts stored for the agent and every file of the bank folder.
+    QStringList storedAndBankFiles();
 
     QString m_bin;
     QTemporaryDir m_dir;
@@ -117,6 +127,10 @@ void tst_CliSend::refusals_data()
         << QStringList{"send", "--agent", "5", "--date", "161"} << 1 << "File does not exist!";
     QTest::newRow("letters in agent") << QStringList{"send", "--agent", "5a", "--date", "1611"} << 2
                                       << "--agent takes digits only.";
+    QTest::newRow("30 February") << QStringList{"send", "--agent", "5", "--date", "3002"} << 2
+                                 << "--date 3002 names no real day: February has at most 29 days.\n";
+    QTest::newRow("month 13") << QStringList{"send", "--agent", "5", "--date", "0113"} << 2
+                              << "--date 0113 names no real day: there is no month 13, months run from 01 to 12.\n";
     QTest::newRow("8 in transactions") << QStringList{"send", "--agent", "5", "--date", "1611", "--transactions", "8"}
                                        << 2 << "--transactions takes the digits 0 to 7 only.";
     // The header holds one digit: two would make a frame the terminal cannot read.
@@ -322,6 +336,111 @@ void tst_CliSend::badDownloadFileTouchesNothing()
     QCOMPARE(r.code, 1);
     QCOMPARE(line, QByteArray());
     QCOMPARE(bankData(agentId), stored);
+}
+
+QStringList tst_CliSend::storedAndBankFiles()
+{
+    QStringList state;
+    {
+        SharedDatabase db;
+        QString error;
+        if (!db.open(QDir(m_data).filePath(SharedDatabase::fileName()), &error))
+            return {error};
+        QSqlQuery q(db.connection());
+        q.exec("SELECT * FROM BankData ORDER BY ACNumber");
+        while (q.next()) {
+            QStringList fields;
+            for (int i = 0; i < q.record().count(); ++i)
+                fields << q.value(i).toString();
+            state << fields.join('|');
+        }
+    }
+    QDirIterator it(m_bank, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QFile f(path);
+        state << path + ": " + (f.open(QIODevice::ReadOnly) ? f.readAll().toHex() : QByteArray("<unreadable>"));
+    }
+    state.sort();
+    return state;
+}
+
+// Ctrl+C or SIGTERM in the middle of a send ends it as Exit on the screen:
+// nothing more is sent, the port is closed; the command says so on standard
+// error, writes the send's end to the audit trail and exits with 128 + the
+// signal. The cable is pulled after the terminal took the header and two
+// accounts, so that the send is still under way when the signal comes.
+void tst_CliSend::interruptedSend_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("by");
+    QTest::newRow("Ctrl+C") << int(SIGINT) << 130 << "Ctrl+C (SIGINT)";
+    QTest::newRow("SIGTERM") << int(SIGTERM) << 143 << "SIGTERM";
+}
+
+void tst_CliSend::interruptedSend()
+{
+    QFETCH(int, signal);
+    QFETCH(int, code);
+    QFETCH(QString, by);
+    {
+        // The accounts as a send stores them, before anything is interrupted.
+        QProcess plain;
+        const QString device = startTerminal(plain);
+        QVERIFY2(device.startsWith("/dev/"), qPrintable(device));
+        const Result full = run({"--port", device, "send", "--agent", "5", "--date", "1611"});
+        plain.terminate();
+        plain.waitForFinished(scaledMs(5000));
+        QVERIFY2(full.code == 0, qPrintable(full.out + full.err));
+    }
+    const QStringList before = storedAndBankFiles();
+    QVERIFY(!before.isEmpty());
+
+    QProcess terminal;
+    const QString device = startTerminal(terminal, {"--drop-after-frames", "3:60000"});
+    QVERIFY2(device.startsWith("/dev/"), qPrintable(device));
+
+    QProcess p;
+    p.start(m_bin + "/tonvy-cli", {"--data-dir", m_data, "--port", device, "send", "--agent", "5", "--date", "1611"});
+    QVERIFY(p.waitForStarted());
+    QString out;
+    QElapsedTimer clock;
+    clock.start();
+    while (!out.contains("Record Sent : 1 / 3\n") && clock.elapsed() < scaledMs(20000)) {
+        p.waitForReadyRead(50);
+        out += QString::fromLocal8Bit(p.readAllStandardOutput());
+    }
+    QVERIFY2(out.contains("Record Sent : 1 / 3\n"), qPrintable(out));
+    ::kill(static_cast<pid_t>(p.processId()), signal);
+    QVERIFY(p.waitForFinished(scaledMs(10000)));
+    out += QString::fromLocal8Bit(p.readAllStandardOutput());
+    const QString err = QString::fromLocal8Bit(p.readAllStandardError());
+    terminal.terminate();
+    terminal.waitForFinished(scaledMs(5000));
+
+    QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(p.exitCode(), code);
+    const QRegularExpression said(
+        QStringLiteral("^Stopped by %1: the send to the terminal ended after ([12]) of 3 accounts; the terminal does "
+                       "not hold the whole download\\.\nPut the terminal in download mode again and run the send "
+                       "again\\.\n$")
+            .arg(QRegularExpression::escape(by)));
+    const QRegularExpressionMatch m = said.match(err);
+    QVERIFY2(m.hasMatch(), qPrintable(err));
+    QVERIFY(!out.contains("Download Completed"));
+    QCOMPARE(storedAndBankFiles(), before);
+
+    SharedDatabase db;
+    QString error;
+    QVERIFY2(db.open(QDir(m_data).filePath(SharedDatabase::fileName()), &error), qPrintable(error));
+    const QList<AuditTrail::Event> events = AuditTrail::read(db);
+    QVERIFY(!events.isEmpty());
+    QCOMPARE(events.last().action, QStringLiteral("send"));
+    QVERIFY2(events.last().details.endsWith(
+                 QStringLiteral(": stopped by %1 on the command line after %2 of 3 accounts acknowledged")
+                     .arg(by, m.captured(1))),
+             qPrintable(events.last().details));
 }
 
 QTEST_GUILESS_MAIN(tst_CliSend)

@@ -170,8 +170,8 @@ void tst_AccountStore::rejectedFileLeavesBankData()
 
 void tst_AccountStore::shortLineStoredAsEmptyText()
 {
-    // A short line's missing columns are stored as empty text, as the
-    // original's string cutting gave, never as NULL.
+    // A short line's missing columns are stored as empty text, as
+    // version 2.1's string cutting gave, never as NULL.
     TestContext t;
     AccountStore store(t.db);
     const DownloadFile file =

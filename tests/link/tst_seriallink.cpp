@@ -14,6 +14,9 @@ class tst_SerialLink : public QObject
 private slots:
     void openErrorTexts_data();
     void openErrorTexts();
+    void openErrorTextsNameTheOrigin_data();
+    void openErrorTextsNameTheOrigin();
+    void unreadablePortsIniLineIsTheMessage();
     void missingDevice();
     void busyDevice();
     void inputEmptiedOnOpen();
@@ -52,6 +55,69 @@ void tst_SerialLink::openErrorTexts()
     const QString text = SerialLink::openErrorText(device, static_cast<QSerialPort::SerialPortError>(error), detail);
     for (const QString& part : says)
         QVERIFY2(text.contains(part), qPrintable(text));
+}
+
+// A message about the port says where its device came from, and what to
+// correct is that origin, not the Comm Port of CONFIGURE.
+void tst_SerialLink::openErrorTextsNameTheOrigin_data()
+{
+    QTest::addColumn<int>("source");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QString>("expected");
+    const int missing = int(QSerialPort::DeviceNotFoundError);
+    QTest::newRow("--port missing")
+        << int(PortChoice::Source::Option) << missing
+        << "The serial port /dev/ttyUSB7 (given with --port) does not exist. Check that the terminal's cable or USB "
+           "adapter is plugged in, and that --port names the terminal's device.";
+    QTest::newRow("ports.ini missing")
+        << int(PortChoice::Source::PortsIni) << missing
+        << "The serial port /dev/ttyUSB7 (from line 3 of /srv/tonvy/ports.ini) does not exist. Check that the "
+           "terminal's cable or USB adapter is plugged in, and that line 3 of /srv/tonvy/ports.ini names the "
+           "terminal's device.";
+    QTest::newRow("Comm Port missing")
+        << int(PortChoice::Source::CommPort) << missing
+        << "The serial port /dev/ttyUSB7 (Comm Port 2 of the settings) does not exist. Check that the terminal's "
+           "cable or USB adapter is plugged in, and that the Comm Port chosen in CONFIGURE is the terminal's (or map "
+           "Comm Port 2 to the terminal's device in ports.ini).";
+    QTest::newRow("--port not a serial line")
+        << int(PortChoice::Source::Option) << int(QSerialPort::UnsupportedOperationError)
+        << "The serial port /dev/ttyUSB7 (given with --port) cannot be used as a serial line (Inappropriate ioctl "
+           "for device). Check that --port names the terminal's device.";
+    QTest::newRow("--port permission")
+        << int(PortChoice::Source::Option) << int(QSerialPort::PermissionError)
+        << "Permission denied on the serial port /dev/ttyUSB7 (given with --port). The user must be in the "
+           "'dialout' group: ask the administrator to add the user, then log out and in again.";
+}
+
+void tst_SerialLink::openErrorTextsNameTheOrigin()
+{
+    QFETCH(int, source);
+    QFETCH(int, error);
+    QFETCH(QString, expected);
+    PortChoice choice;
+    choice.device = "/dev/ttyUSB7";
+    choice.source = static_cast<PortChoice::Source>(source);
+    choice.commPort = "2";
+    choice.iniFile = "/srv/tonvy/ports.ini";
+    choice.iniLine = 3;
+    QCOMPARE(SerialLink::openErrorText(choice.device, static_cast<QSerialPort::SerialPortError>(error),
+                                       "Inappropriate ioctl for device", choice),
+             expected);
+}
+
+// A ports.ini line that cannot be read keeps the port shut: the message is
+// the problem with its file and line, never another device's.
+void tst_SerialLink::unreadablePortsIniLineIsTheMessage()
+{
+    PortChoice choice;
+    choice.source = PortChoice::Source::None;
+    choice.problem = "Line 2 of /srv/tonvy/ports.ini cannot be read: ...";
+    SerialLink link;
+    link.setChoice(choice);
+    QString error;
+    QVERIFY(!link.open(&error));
+    QCOMPARE(error, choice.problem);
+    QVERIFY(!link.isOpen());
 }
 
 void tst_SerialLink::missingDevice()

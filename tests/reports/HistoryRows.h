@@ -17,6 +17,7 @@ struct HistoryRow
     QString accountNo;
     QVariant closingAmt;
     QVariant collectedAmt;
+    QString agentNo = {}; // the terminal's agent number ("005"); empty where not known
 };
 
 inline QVariant historyPaise(const QVariant& rupees)
@@ -29,10 +30,11 @@ inline QVariant historyPaise(const QVariant& rupees)
 inline void addHistory(SharedDatabase& db, const HistoryRow& r)
 {
     db.execute(
-        QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingPaise, "
-                       "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"),
-        {r.agentId, r.date, r.accountNo, historyPaise(r.closingAmt), historyPaise(r.collectedAmt),
-         r.date + QStringLiteral(" 10:00"), QStringLiteral("0001"), r.date + QStringLiteral("T18:00:00")});
+        QStringLiteral("INSERT INTO CollectionHistory (AgentID, AgentNo, CollectionDate, AccountNo, ClosingPaise, "
+                       "CollectedPaise, DateTime, TransactionNumber, ReceivedAt) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+        {r.agentId, r.agentNo.isNull() ? QStringLiteral("") : r.agentNo, r.date, r.accountNo,
+         historyPaise(r.closingAmt), historyPaise(r.collectedAmt), r.date + QStringLiteral(" 10:00"),
+         QStringLiteral("0001"), r.date + QStringLiteral("T18:00:00")});
 }
 
 inline void addHistory(SharedDatabase& db, const QList<HistoryRow>& rows)

@@ -123,6 +123,10 @@ private slots:
     void exitCloses();
     void menuShowsItModal();
     void viewAgentAsTypedOnTheSendScreen();
+    void viewAllDigitIdentifiers_data();
+    void viewAllDigitIdentifiers();
+    void agentMatchingNoneIsRefused_data();
+    void agentMatchingNoneIsRefused();
     void viewOfAMonthShowsItsFirstPageAtOnce();
     void savePdfFromThePreview();
     void printFromThePreview();
@@ -567,8 +571,8 @@ void tst_frmReport::menuShowsItModal()
 void tst_frmReport::viewAgentAsTypedOnTheSendScreen()
 {
     TestContext t;
-    addHistory(t.db, {{"AG0000000000001", "2007-11-16", "10010", 100.0, 1.0},
-                      {"AG0000000000002", "2007-11-16", "20010", 100.0, 2.0}});
+    addHistory(t.db, {{"AG0000000000001", "2007-11-16", "10010", 100.0, 1.0, "001"},
+                      {"AG0000000000002", "2007-11-16", "20010", 100.0, 2.0, "002"}});
     frmReport w(*t.ctx);
     w.show();
     QVERIFY(QTest::qWaitForWindowExposed(&w));
@@ -579,6 +583,138 @@ void tst_frmReport::viewAgentAsTypedOnTheSendScreen()
     QVERIFY(text.contains("AG0000000000001 10010 100.00 1.00"));
     QVERIFY(!text.contains("20010"));
     QVERIFY(text.contains("Grand Total : Rs. 1.00"));
+    openPreview(&w)->close();
+}
+
+namespace {
+
+// Agents as real banks number them: all digits, two pairs ending alike,
+// padded as the terminal's header gives them, each with the terminal's
+// agent number.
+void addDigitAgents(SharedDatabase& db)
+{
+    addHistory(db, {{"0417000005     ", "2007-11-16", "101", 1000.0, 10.0, "005"},
+                    {"0417000005     ", "2007-11-16", "102", 1000.0, 20.0, "005"},
+                    {"0417000015     ", "2007-11-16", "151", 2000.0, 100.0, "015"},
+                    {"0517000005     ", "2007-11-16", "501", 3000.0, 1000.0, "050"}});
+}
+
+const QStringList digitAgentIds = {"0417000005", "0417000015", "0517000005"};
+
+} // namespace
+
+void tst_frmReport::viewAllDigitIdentifiers_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("agent"); // the one agent shown
+    QTest::addColumn<QStringList>("rows");
+    QTest::addColumn<QString>("grandTotal");
+
+    const QStringList a5 = {"0417000005 101 1000.00 10.00", "0417000005 102 1000.00 20.00"};
+    const QStringList a15 = {"0417000015 151 2000.00 100.00"};
+    const QStringList b5 = {"0517000005 501 3000.00 1000.00"};
+    QTest::newRow("5") << "5"
+                       << "0417000005" << a5 << "30.00";
+    QTest::newRow("005") << "005"
+                         << "0417000005" << a5 << "30.00";
+    QTest::newRow("full id") << "0417000005"
+                             << "0417000005" << a5 << "30.00";
+    QTest::newRow("15") << "15"
+                        << "0417000015" << a15 << "100.00";
+    QTest::newRow("015") << "015"
+                         << "0417000015" << a15 << "100.00";
+    QTest::newRow("full id ending in 15") << "0417000015"
+                                          << "0417000015" << a15 << "100.00";
+    QTest::newRow("50") << "50"
+                        << "0517000005" << b5 << "1000.00";
+    QTest::newRow("other full id ending in 5") << "0517000005"
+                                               << "0517000005" << b5 << "1000.00";
+}
+
+void tst_frmReport::viewAllDigitIdentifiers()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, agent);
+    QFETCH(QStringList, rows);
+    QFETCH(QString, grandTotal);
+
+    TestContext t;
+    addDigitAgents(t.db);
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::keyClicks(control<QLineEdit>(&w, "txtAgentID"), typed);
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    const QString text = previewText(openPreview(&w));
+    for (const QString& row : rows)
+        QVERIFY2(text.contains(row), qPrintable(text));
+    QCOMPARE(openPreview(&w)->pages().rowCount(), rows.size());
+    for (const QString& other : digitAgentIds) {
+        if (other != agent)
+            QVERIFY2(!text.contains(other), qPrintable(other));
+    }
+    QVERIFY2(text.contains("Group Total : Rs. " + grandTotal), qPrintable(text));
+    QVERIFY2(text.contains("Grand Total : Rs. " + grandTotal), qPrintable(text));
+    QVERIFY(t.messenger.entries().isEmpty());
+    openPreview(&w)->close();
+}
+
+void tst_frmReport::agentMatchingNoneIsRefused_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("common ending") << "17000005"
+                                   << "Agent ID \"17000005\" matches no agent of the stored collections.";
+    QTest::newRow("id without its leading zero")
+        << "417000005"
+        << "Agent ID \"417000005\" matches no agent of the stored collections.";
+    QTest::newRow("nobody's number") << "7"
+                                     << "Agent ID \"7\" matches no agent of the stored collections.";
+    QTest::newRow("number of two agents") << "5"
+                                          << "Agent ID \"5\" is the number of more than one agent of the stored "
+                                             "collections (0417000005, 0417000099).";
+}
+
+void tst_frmReport::agentMatchingNoneIsRefused()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, message);
+
+    TestContext t;
+    addDigitAgents(t.db);
+    // The terminal number 005 later went to another agent.
+    addHistory(t.db, {"0417000099     ", "2007-11-17", "991", 500.0, 5.0, "005"});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::keyClicks(control<QLineEdit>(&w, "txtAgentID"), typed);
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    // Said so, rather than an empty report or another agent's.
+    QCOMPARE(t.messenger.entries().size(), 1);
+    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY2(t.messenger.last().contains(message), qPrintable(t.messenger.last()));
+    QVERIFY(!openPreview(&w));
+
+    bool asked = false;
+    w.setSavePathChooser([&](QWidget*, const QString&) {
+        asked = true;
+        return t.path("never.csv");
+    });
+    QTest::mouseClick(control<ColourButton>(&w, "cmdExport"), Qt::LeftButton);
+    QCOMPARE(t.messenger.entries().size(), 2);
+    QVERIFY(!asked);
+    QVERIFY(!QFile::exists(t.path("never.csv")));
+
+    // The screen stays usable: the full identifier finds the agent.
+    control<QLineEdit>(&w, "txtAgentID")->clear();
+    QTest::keyClicks(control<QLineEdit>(&w, "txtAgentID"), "0417000099");
+    control<QDateEdit>(&w, "ToDTPicker")->setDate(QDate(2007, 11, 17));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    QVERIFY(previewText(openPreview(&w)).contains("0417000099 991 500.00 5.00"));
+    QVERIFY(previewText(openPreview(&w)).contains("Grand Total : Rs. 5.00"));
+    QCOMPARE(t.messenger.entries().size(), 2);
     openPreview(&w)->close();
 }
 

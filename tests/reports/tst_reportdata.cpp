@@ -19,6 +19,7 @@ const QDate d14(2007, 11, 14);
 const QDate d15(2007, 11, 15);
 const QDate d16(2007, 11, 16);
 const QDate d17(2007, 11, 17);
+const QDate d18(2007, 11, 18);
 
 // Three days, two agents; collected amounts chosen so that binary sums of
 // the stored doubles would drift (10.10 + 20.20 + 0.70).
@@ -65,10 +66,16 @@ private slots:
     void toPaise_data();
     void toPaise();
     void storedPaise();
-    void agentMatches_data();
-    void agentMatches();
+    void sameAgentId_data();
+    void sameAgentId();
+    void sameAgentNumber_data();
+    void sameAgentNumber();
     void agentAsTypedOnTheSendScreen_data();
     void agentAsTypedOnTheSendScreen();
+    void allDigitIdentifiers_data();
+    void allDigitIdentifiers();
+    void numberOfTwoAgentsIsRefused();
+    void rowsWithoutANumberFollowTheirAgent();
     void groupCountsAndRowsInPieces();
     void queriesUseTheDayIndex_data();
     void queriesUseTheDayIndex();
@@ -370,7 +377,7 @@ void tst_ReportData::storedPaise()
     QVERIFY(!ReportData::storedPaise(QVariant("abc")).has_value());
 }
 
-void tst_ReportData::agentMatches_data()
+void tst_ReportData::sameAgentId_data()
 {
     QTest::addColumn<QString>("stored");
     QTest::addColumn<QString>("typed");
@@ -381,36 +388,65 @@ void tst_ReportData::agentMatches_data()
                                                  << " ag0000000000001 " << true;
     QTest::newRow("stored with padding") << "AG0005         "
                                          << "AG0005" << true;
-    QTest::newRow("one digit") << "AG0000000000001"
-                               << "1" << true;
-    QTest::newRow("three digits") << "AG0000000000001"
-                                  << "001" << true;
-    QTest::newRow("padded id, number") << "AG0005         "
-                                       << "5" << true;
-    QTest::newRow("short stored id") << "001"
-                                     << "1" << true;
-    QTest::newRow("other number") << "AG0000000000011"
-                                  << "1" << false;
-    QTest::newRow("number is not a prefix") << "AG0000000000010"
-                                            << "1" << false;
-    QTest::newRow("ten") << "AG0000000000010"
-                         << "010" << true;
-    QTest::newRow("zero") << "AG0000000000000"
-                          << "000" << true;
-    QTest::newRow("no trailing digits") << "AGENTX"
-                                        << "1" << false;
-    QTest::newRow("letters are not a number") << "AG0000000000001"
-                                              << "G1" << false;
+    QTest::newRow("all digits") << "0417000005     "
+                                << "0417000005" << true;
+    QTest::newRow("the end of an id") << "0417000005"
+                                      << "5" << false;
+    QTest::newRow("the end, without leading zero") << "0417000005"
+                                                   << "417000005" << false;
+    QTest::newRow("the same ending, other agent") << "0517000005"
+                                                  << "0417000005" << false;
     QTest::newRow("part of an id") << "AG0000000000001"
                                    << "AG00" << false;
+    QTest::newRow("nothing typed") << "AG0000000000001"
+                                   << "  " << false;
 }
 
-void tst_ReportData::agentMatches()
+void tst_ReportData::sameAgentId()
 {
     QFETCH(QString, stored);
     QFETCH(QString, typed);
     QFETCH(bool, match);
-    QCOMPARE(ReportData::agentMatches(stored, typed), match);
+    QCOMPARE(ReportData::sameAgentId(stored, typed), match);
+}
+
+void tst_ReportData::sameAgentNumber_data()
+{
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<bool>("match");
+    QTest::newRow("one digit") << "005"
+                               << "5" << true;
+    QTest::newRow("three digits") << "005"
+                                  << "005" << true;
+    QTest::newRow("more leading zeros") << "005"
+                                        << "0005" << true;
+    QTest::newRow("blanks") << "005"
+                            << " 5 " << true;
+    QTest::newRow("zero") << "000"
+                          << "0" << true;
+    QTest::newRow("ten") << "010"
+                         << "10" << true;
+    QTest::newRow("other number") << "015"
+                                  << "5" << false;
+    QTest::newRow("number is not a prefix") << "050"
+                                            << "5" << false;
+    QTest::newRow("a whole identifier") << "005"
+                                        << "0417000005" << false;
+    QTest::newRow("letters are not a number") << "005"
+                                              << "A5" << false;
+    QTest::newRow("number not known") << ""
+                                      << "5" << false;
+    QTest::newRow("nothing typed") << "005"
+                                   << "" << false;
+}
+
+void tst_ReportData::sameAgentNumber()
+{
+    QFETCH(QString, stored);
+    QFETCH(QString, typed);
+    QFETCH(bool, match);
+    QCOMPARE(ReportData::sameAgentNumber(stored, typed), match);
 }
 
 void tst_ReportData::agentAsTypedOnTheSendScreen_data()
@@ -431,10 +467,10 @@ void tst_ReportData::agentAsTypedOnTheSendScreen()
     QFETCH(QString, typed);
     QFETCH(QStringList, accounts);
     TestContext t;
-    addHistory(t.db, {{"AG0000000000001", "2007-11-16", "10010", 1.0, 1.0},
-                      {"AG0000000000001", "2007-11-17", "10020", 1.0, 2.0},
-                      {"AG0000000000011", "2007-11-16", "11010", 1.0, 4.0},
-                      {"AG0005         ", "2007-11-16", "50010", 1.0, 8.0}});
+    addHistory(t.db, {{"AG0000000000001", "2007-11-16", "10010", 1.0, 1.0, "001"},
+                      {"AG0000000000001", "2007-11-17", "10020", 1.0, 2.0, "001"},
+                      {"AG0000000000011", "2007-11-16", "11010", 1.0, 4.0, "011"},
+                      {"AG0005         ", "2007-11-16", "50010", 1.0, 8.0, "005"}});
     const DailySummary s = ReportData::daily(t.db, range(d14, d17, typed));
     QStringList got;
     for (const DailyGroup& g : s.groups)
@@ -446,6 +482,143 @@ void tst_ReportData::agentAsTypedOnTheSendScreen()
     for (const DailyGroupInfo& g : query.groups())
         counted += g.rows;
     QCOMPARE(counted, accounts.size());
+}
+
+namespace {
+
+// Agents as real banks number them: all digits, two pairs ending alike.
+// Stored as the terminal's header gives them (15 characters, padded), with
+// the terminal's agent number from the summary record.
+QList<HistoryRow> digitAgents()
+{
+    return {
+        {"0417000005     ", "2007-11-16", "101", 1000.0, 10.0, "005"},
+        {"0417000005     ", "2007-11-16", "102", 1000.0, 20.0, "005"},
+        {"0417000005     ", "2007-11-17", "101", 1010.0, 40.0, "005"},
+        {"0417000015     ", "2007-11-16", "151", 2000.0, 100.0, "015"},
+        {"0417000015     ", "2007-11-17", "152", 2000.0, 200.0, "015"},
+        {"0517000005     ", "2007-11-16", "501", 3000.0, 1000.0, "050"},
+        {"0517000005     ", "2007-11-17", "502", 3000.0, 2000.0, "050"},
+        // A short identifier that is also another agent's number as text.
+        {"005", "2007-11-16", "901", 9000.0, 5000.0, "009"},
+    };
+}
+
+QStringList accountsOf(const DailySummary& s)
+{
+    QStringList got;
+    for (const DailyGroup& g : s.groups)
+        for (const DailyRow& r : g.rows)
+            got << g.date + "/" + r.agentId.trimmed() + "/" + r.accountNo;
+    return got;
+}
+
+} // namespace
+
+void tst_ReportData::allDigitIdentifiers_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QStringList>("rows"); // date/agent/account
+    QTest::addColumn<qint64>("total");
+    QTest::addColumn<int>("result"); // AgentChoice::Result
+
+    const QStringList a5 = {"2007-11-16/0417000005/101", "2007-11-16/0417000005/102", "2007-11-17/0417000005/101"};
+    const QStringList a15 = {"2007-11-16/0417000015/151", "2007-11-17/0417000015/152"};
+    const QStringList b5 = {"2007-11-16/0517000005/501", "2007-11-17/0517000005/502"};
+    const int one = int(AgentChoice::Result::OneAgent);
+    const int none = int(AgentChoice::Result::NoAgent);
+    QTest::newRow("5") << "5" << a5 << qint64(7000) << one;
+    QTest::newRow("005") << "005" << QStringList{"2007-11-16/005/901"} << qint64(500000) << one;
+    QTest::newRow("0005") << "0005" << a5 << qint64(7000) << one;
+    QTest::newRow("full id") << "0417000005" << a5 << qint64(7000) << one;
+    QTest::newRow("full id with blanks") << " 0417000005 " << a5 << qint64(7000) << one;
+    QTest::newRow("15") << "15" << a15 << qint64(30000) << one;
+    QTest::newRow("015") << "015" << a15 << qint64(30000) << one;
+    QTest::newRow("full id ending in 15") << "0417000015" << a15 << qint64(30000) << one;
+    QTest::newRow("50") << "50" << b5 << qint64(300000) << one;
+    QTest::newRow("other full id ending in 5") << "0517000005" << b5 << qint64(300000) << one;
+    QTest::newRow("9") << "9" << QStringList{"2007-11-16/005/901"} << qint64(500000) << one;
+    QTest::newRow("common ending") << "17000005" << QStringList{} << qint64(0) << none;
+    QTest::newRow("id without its leading zero") << "417000005" << QStringList{} << qint64(0) << none;
+    QTest::newRow("nobody's number") << "7" << QStringList{} << qint64(0) << none;
+    QTest::newRow("nobody's id") << "0417000006" << QStringList{} << qint64(0) << none;
+}
+
+void tst_ReportData::allDigitIdentifiers()
+{
+    QFETCH(QString, typed);
+    QFETCH(QStringList, rows);
+    QFETCH(qint64, total);
+    QFETCH(int, result);
+
+    TestContext t;
+    addHistory(t.db, digitAgents());
+    const AgentChoice choice = ReportData::chooseAgent(t.db, typed);
+    QCOMPARE(int(choice.result), result);
+
+    const DailySummary s = ReportData::daily(t.db, range(d14, d17, typed));
+    QCOMPARE(accountsOf(s), rows);
+    QCOMPARE(s.grandTotal, Paise(total));
+    // The pieces the printed report reads agree.
+    const DailyQuery query(t.db, range(d14, d17, typed));
+    Paise grouped = 0;
+    int counted = 0;
+    for (const DailyGroupInfo& g : query.groups()) {
+        grouped += g.total;
+        counted += g.rows;
+    }
+    QCOMPARE(grouped, Paise(total));
+    QCOMPARE(counted, rows.size());
+
+    // What the screen and the command line say.
+    QString error;
+    const bool oneAgent = result == int(AgentChoice::Result::OneAgent);
+    QCOMPARE(ReportData::checkAgent(t.db, range(d14, d17, typed), &error), oneAgent);
+    if (!oneAgent) {
+        QVERIFY2(error.contains("Agent ID \"" + typed.trimmed() + "\" matches no agent"), qPrintable(error));
+    }
+}
+
+void tst_ReportData::numberOfTwoAgentsIsRefused()
+{
+    TestContext t;
+    // Agent number 005 went from one agent to another: "5" could be either.
+    addHistory(t.db, {{"0417000005     ", "2007-11-16", "101", 1000.0, 10.0, "005"},
+                      {"0417000099     ", "2007-11-17", "991", 1000.0, 20.0, "005"},
+                      {"0417000099     ", "2007-11-18", "991", 1000.0, 40.0, "007"}});
+    const AgentChoice choice = ReportData::chooseAgent(t.db, "5");
+    QCOMPARE(choice.result, AgentChoice::Result::SeveralAgents);
+    QCOMPARE(choice.agentIds, QStringList({"0417000005", "0417000099"}));
+    QCOMPARE(ReportData::daily(t.db, range(d14, d17, "5")).rowCount(), 0);
+    QString error;
+    QVERIFY(!ReportData::checkAgent(t.db, range(d14, d17, "005"), &error));
+    QCOMPARE(error, QString("Agent ID \"005\" is the number of more than one agent of the stored collections "
+                            "(0417000005, 0417000099). Type the bank's full agent identifier instead."));
+
+    // The full identifiers and the other number still name one agent each.
+    QCOMPARE(accountsOf(ReportData::daily(t.db, range(d14, d18, "0417000005"))),
+             QStringList({"2007-11-16/0417000005/101"}));
+    QCOMPARE(accountsOf(ReportData::daily(t.db, range(d14, d18, "0417000099"))),
+             QStringList({"2007-11-17/0417000099/991", "2007-11-18/0417000099/991"}));
+    QCOMPARE(ReportData::daily(t.db, range(d14, d18, "7")).grandTotal, Paise(6000));
+    QVERIFY(ReportData::checkAgent(t.db, range(d14, d18, "7"), &error));
+}
+
+void tst_ReportData::rowsWithoutANumberFollowTheirAgent()
+{
+    TestContext t;
+    // Rows from before the number was kept, where it could not be told.
+    addHistory(t.db, {{"0417000005     ", "2007-11-15", "101", 1000.0, 10.0, ""},
+                      {"0417000015     ", "2007-11-15", "151", 1000.0, 20.0, ""}});
+    QCOMPARE(ReportData::chooseAgent(t.db, "5").result, AgentChoice::Result::NoAgent);
+    QCOMPARE(ReportData::daily(t.db, range(d14, d17, "0417000005")).grandTotal, Paise(1000));
+
+    // Once a receive of the agent carries the number, the number finds the
+    // agent's earlier rows too, and only that agent's.
+    addHistory(t.db, {"0417000005     ", "2007-11-16", "101", 1000.0, 40.0, "005"});
+    const DailySummary s = ReportData::daily(t.db, range(d14, d17, "5"));
+    QCOMPARE(accountsOf(s), QStringList({"2007-11-15/0417000005/101", "2007-11-16/0417000005/101"}));
+    QCOMPARE(s.grandTotal, Paise(5000));
 }
 
 void tst_ReportData::groupCountsAndRowsInPieces()
@@ -495,7 +668,7 @@ void tst_ReportData::queriesUseTheDayIndex()
     for (int day = 1; day <= 28; ++day)
         for (int a = 1; a <= 3; ++a)
             rows.append({QString("AG000000000000%1").arg(a), QDate(2007, 2, day).toString(Qt::ISODate),
-                         QString::number(10000 + a), 1.0, 1.0});
+                         QString::number(10000 + a), 1.0, 1.0, QString("00%1").arg(a)});
     addHistory(t.db, rows);
     const DailyQuery query(t.db, range(QDate(2007, 2, 3), QDate(2007, 2, 9), agent, account));
     QVariantList rowValues = query.rangeValues();

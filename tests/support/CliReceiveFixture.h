@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QtTest>
 #include <memory>
+#include <signal.h>
 
 // What the tests of 'tonvy-cli receive' share: a fresh data folder that is
 // also the bank folder, the simulated terminal answering on a
@@ -24,6 +25,7 @@ protected:
     struct Result
     {
         int exitCode = -1;
+        QProcess::ExitStatus status = QProcess::CrashExit;
         QString out;
         QString err;
     };
@@ -56,22 +58,67 @@ protected:
         t.reset();
     }
 
-    // Three accounts of agent 001 on 16 Nov 2007 with five collections on
-    // the terminal, the accounts stored as a download leaves them.
-    void prepare(const UploadRecords::Options& options = {})
+    // Three accounts (or accountCount) of agent 001 on 16 Nov 2007 with five
+    // collections on the terminal, the accounts stored as a download leaves
+    // them. A bank identifier given replaces the sample's (padded to 15
+    // characters).
+    void prepare(const UploadRecords::Options& options = {}, const QString& bankAgentId = {}, int accountCount = 3)
     {
         const QDate day(2007, 11, 16);
-        accounts = UploadRecords::sampleAccounts(3, day);
-        const QList<Collection> collections = UploadRecords::generate(accounts, 5, day, 11);
-        QString error;
-        QVERIFY2(UploadRecords::build(accounts, collections, options, &records, &error), qPrintable(error));
-        terminal->setRecords(records);
+        accounts = UploadRecords::sampleAccounts(accountCount, day);
+        if (!bankAgentId.isEmpty())
+            accounts.agentId = bankAgentId.leftJustified(15, QLatin1Char(' '));
+        collect(5, 11, options);
         for (const TerminalAccount& a : accounts.accounts)
             t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, "
                                          "BalAmount, AgreedAmount, AgentID, BranchID, MyDate) "
                                          "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
                           {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
                            a.agreedAmount.toInt(), accounts.agentId, accounts.branchId, a.lastTxnDate});
+    }
+
+    // The terminal's collections of the day: count of them, made from seed.
+    void collect(int count, quint32 seed, const UploadRecords::Options& options = {})
+    {
+        const QList<Collection> collections = UploadRecords::generate(accounts, count, QDate(2007, 11, 16), seed);
+        QString error;
+        QVERIFY2(UploadRecords::build(accounts, collections, options, &records, &error), qPrintable(error));
+        terminal->setRecords(records);
+    }
+
+    // Runs the command and sends it `signal` as soon as its standard output
+    // shows `trigger` (without one, after a second and a half). The terminal
+    // stops answering at that moment, so that the receive is still under way
+    // when the signal arrives.
+    Result receiveInterrupted(const QString& trigger, int signal)
+    {
+        QProcess p;
+        p.start(m_cli, QStringList{QStringLiteral("--data-dir"), t->dir.path(), QStringLiteral("--port"),
+                                   pty->devicePath(), QStringLiteral("receive")});
+        Result r;
+        if (!p.waitForStarted())
+            return r;
+        bool sent = false;
+        QElapsedTimer clock;
+        clock.start();
+        while (p.state() != QProcess::NotRunning && clock.elapsed() < scaledMs(30000)) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+            p.waitForFinished(5);
+            r.out += QString::fromLocal8Bit(p.readAllStandardOutput());
+            const bool due = trigger.isEmpty() ? clock.elapsed() > scaledMs(1500) : r.out.contains(trigger);
+            if (!sent && due) {
+                terminal->faults().mute = true;
+                ::kill(static_cast<pid_t>(p.processId()), signal);
+                sent = true;
+            }
+        }
+        QCoreApplication::processEvents();
+        terminal->faults().mute = false;
+        r.exitCode = p.exitCode();
+        r.status = p.exitStatus();
+        r.out += QString::fromLocal8Bit(p.readAllStandardOutput());
+        r.err = QString::fromLocal8Bit(p.readAllStandardError());
+        return r;
     }
 
     // Runs the command while this process keeps answering on the pty.
@@ -92,6 +139,7 @@ protected:
         }
         QCoreApplication::processEvents();
         r.exitCode = p.exitCode();
+        r.status = p.exitStatus();
         r.out = QString::fromLocal8Bit(p.readAllStandardOutput());
         r.err = QString::fromLocal8Bit(p.readAllStandardError());
         return r;

@@ -365,7 +365,7 @@ void tst_PendingOutputs::uninterruptedReceiveLeavesNoMark()
 
 void tst_PendingOutputs::missingBankFolderAtReceiveLeavesNoMark()
 {
-    // The original's own case: no upload file is owed, the clerk receives
+    // Version 2.1's own case: no upload file is owed, the clerk receives
     // again once the folder is chosen.
     Branch b;
     QVERIFY(QDir(b.bank()).removeRecursively());

@@ -417,7 +417,7 @@ void tst_ReceiveOutcome::acceptedMismatchStoredAndAudited()
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary, true);
     QCOMPARE(o.result, Result::Accepted);
     QVERIFY(!o.succeeded());
-    // As the original: rows replaced, file written, its message shown.
+    // As version 2.1 did: rows replaced, file written, its message shown.
     QCOMPARE(
         count(QStringLiteral("SELECT count(*) FROM RestoreData WHERE AccountNo = ?"), {QString::fromLatin1(acct1)}), 1);
     QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData WHERE AccountNo = 'OLD'")), 0);

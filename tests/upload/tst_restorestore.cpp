@@ -58,6 +58,7 @@ private slots:
     void uploadReplacesEveryEarlierRowOfTheAgent();
     void receivingTwiceLeavesOnlyTheSecond();
     void historySameDayReplacedOtherDaysKept();
+    void historyKeepsTheSummarysAgentNumber();
     void historyYearFromOneDigit_data();
     void historyYearFromOneDigit();
     void failedStoreChangesNothing();
@@ -394,7 +395,7 @@ void tst_RestoreStore::missingAccountStoredWithWhatTheListsHeld()
         QStringLiteral("Left out of the upload file: account 000000000000103, amount 33.00 (the account is not among "
                        "the agent's downloaded accounts)")));
 
-    // Accepted by the clerk: stored as the original stored it.
+    // Accepted by the clerk: stored as version 2.1 stored it.
     summary.UploadBaseName = QStringLiteral("0051611");
     const RestoreStore::ReceiveOutcome accepted = RestoreStore::processReceive(*t->ctx, summary, true);
     QCOMPARE(accepted.result, RestoreStore::ReceiveOutcome::Result::Accepted);
@@ -487,6 +488,37 @@ void tst_RestoreStore::historySameDayReplacedOtherDaysKept()
     QVERIFY(!q.next());
 }
 
+void tst_RestoreStore::historyKeepsTheSummarysAgentNumber()
+{
+    addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
+    setRecords({ReplyBytes::transactionRecord(
+        "S", "DD001", acct1, {entryBytes("000005 15B7 0900 0001"), entryBytes("000006 16B7 0901 0002")}, '\x02')});
+    QVERIFY(receive(2, 11));
+    auto numbers = [this]() {
+        QSqlQuery q(t->db.connection());
+        q.prepare(QStringLiteral("SELECT AgentID, AgentNo, CollectionDate FROM CollectionHistory WHERE AgentID = ? "
+                                 "ORDER BY CollectionDate"));
+        q.addBindValue(agent);
+        QStringList got;
+        if (q.exec()) {
+            while (q.next())
+                got << q.value(0).toString() + "/" + q.value(1).toString() + "/" + q.value(2).toString();
+        }
+        return got;
+    };
+    // The bank's identifier from the header, the terminal's number from the
+    // summary record, side by side in every row.
+    QCOMPARE(numbers(), QStringList({agent + "/005/2007-11-15", agent + "/005/2007-11-16"}));
+
+    // The number is the one each receive's summary carries.
+    t->clock.set(QDateTime(QDate(2007, 11, 16), QTime(18, 0, 0)));
+    summary.UploadBaseName = QStringLiteral("0151611");
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("000007 16B7 1700 0003")}, '\x01')});
+    t->ctx->link.Records[1] = ReplyBytes::summaryRecord("015", "1611", 0, QByteArray(4, '\0'));
+    QVERIFY(receive(1, 7));
+    QCOMPARE(numbers(), QStringList({agent + "/005/2007-11-15", agent + "/015/2007-11-16"}));
+}
+
 void tst_RestoreStore::failedStoreChangesNothing()
 {
     addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
@@ -503,7 +535,8 @@ void tst_RestoreStore::failedStoreChangesNothing()
     QList<Entry> entries;
     QString error;
     QVERIFY(RestoreStore::decodeTransactions(*t->ctx, summary, &entries, &error));
-    QVERIFY_THROWS_EXCEPTION(StoreError, RestoreStore::StoreRestoreData(*t->ctx, agent, entries));
+    QVERIFY_THROWS_EXCEPTION(StoreError,
+                             RestoreStore::StoreRestoreData(*t->ctx, agent, QStringLiteral("005"), entries));
     const QList<Row> stored = rows(agent);
     QCOMPARE(stored.size(), 1);
     QCOMPARE(stored.first().accountNo, QStringLiteral("OLD"));

@@ -85,7 +85,7 @@ void tst_UploadFiles::store(const QList<Stored>& rows)
         e.bankSoftAcNumber = s.bankSoft;
         entries << e;
     }
-    RestoreStore::StoreRestoreData(*t->ctx, agent, entries);
+    RestoreStore::StoreRestoreData(*t->ctx, agent, QStringLiteral("005"), entries);
 }
 
 void tst_UploadFiles::uploadFileByteForByte()
