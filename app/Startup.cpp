@@ -2,6 +2,7 @@
 
 #include "base/Messenger.h"
 #include "base/Version.h"
+#include "store/DatabaseCopy.h"
 #include "store/PasswordStore.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
@@ -25,7 +26,8 @@ bool openDatabase(SharedDatabase& db, const QString& dataDir, Messenger& messeng
     }
     QString error;
     if (!db.open(QDir(dataDir).filePath(SharedDatabase::fileName()), &error)) {
-        messenger.critical(error);
+        // A damaged file: how to put the newest checked copy in its place.
+        messenger.critical(error, {}, db.restoreAdvised() ? DatabaseCopy::restoreAdvice(dataDir) : QString());
         return false;
     }
     // Reading the password row turns plain software passwords (a new

@@ -14,7 +14,9 @@ void nameApplication();
 
 // Opens HandHeldData.db in the data folder (creating both when missing).
 // On failure the reason, naming the file, is shown through the messenger
-// and false is returned: the program then ends with a non-zero status.
+// and false is returned: the program then ends with a non-zero status. For a
+// damaged file the message's detail says how to restore the newest checked
+// copy (DatabaseCopy::restoreAdvice).
 bool openDatabase(SharedDatabase& db, const QString& dataDir, Messenger& messenger);
 
 } // namespace Startup

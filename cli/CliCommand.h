@@ -33,6 +33,9 @@ struct CliCommand
     QString synopsis; // shown by --help
     std::function<void(QCommandLineParser&)> addOptions;
     std::function<int(CliRun&)> run;
+    // Whether the database is opened (and owed files written) before run;
+    // when not, ctx.db() is left closed.
+    bool opensDatabase = true;
 };
 
 // Every command, in the order --help lists them.

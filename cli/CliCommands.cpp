@@ -1,5 +1,6 @@
 #include "base/DayText.h"
 #include "cli/AuditCommand.h"
+#include "cli/BackupCommand.h"
 #include "cli/CliCommand.h"
 #include "cli/PasswordCommand.h"
 #include "cli/ReceiveCommand.h"
@@ -12,7 +13,8 @@
 QList<CliCommand> allCliCommands()
 {
     return {
-        settingsCommand(), passwordCommand(), sendCommand(), receiveCommand(), reportCommand(), auditCommand(),
+        settingsCommand(), passwordCommand(), sendCommand(),   receiveCommand(),
+        reportCommand(),   auditCommand(),    backupCommand(), restoreCommand(),
     };
 }
 

@@ -182,7 +182,7 @@ int main(int argc, char* argv[])
     // without a word or by a signal.
     try {
         SharedDatabase db;
-        if (!Startup::openDatabase(db, options.dataDir, messenger))
+        if (command->opensDatabase && !Startup::openDatabase(db, options.dataDir, messenger))
             return CliExit::Failure;
         QString error;
         Clock clock;
@@ -193,8 +193,10 @@ int main(int argc, char* argv[])
             messenger.critical(error);
             return CliExit::Failure;
         }
-        ctx.settings.load(db);
         CliRun run{ctx, messenger, parser, positional};
+        if (!command->opensDatabase)
+            return command->run(run);
+        ctx.settings.load(db);
         if (!Startup::completePendingOutputs(ctx, messenger)) {
             // 'settings' still runs, so that a clerk without the desktop
             // program can point the bank folder somewhere that exists; the

@@ -2,6 +2,7 @@
 
 #include "reports/ReportFonts.h"
 #include "reports/ReportRenderer.h"
+#include "reports/ReportSnapshot.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 #include "store/StoreProblem.h"
@@ -568,7 +569,7 @@ void ReportPages::paintPage(PageCanvas& canvas, int index, RowCursor* cursor) co
 
 PageWriter::PageWriter(SharedDatabase& db, ReportKind kind, const ReportLimits& limits, const ReportHeader& header,
                        QPagedPaintDevice* device)
-    : m_db(db), m_device(device)
+    : m_device(device)
 {
 #if defined(__GLIBC__)
     // The PDF writer compresses every page through fresh buffers of ten
@@ -583,17 +584,15 @@ PageWriter::PageWriter(SharedDatabase& db, ReportKind kind, const ReportLimits& 
     }();
     Q_UNUSED(tuned);
 #endif
-    // One snapshot for the page breaks and the rows.
-    m_transaction = db.connection().transaction();
-    try {
+    // The page breaks and the rows from one snapshot of the history, so
+    // that painting the pages holds no lock on the database. The agent
+    // summary is read whole in one statement and needs none.
+    if (kind == ReportKind::Daily) {
+        m_snapshot = std::make_unique<ReportSnapshot>(db, limits);
+        m_pages = ReportPages::make(m_snapshot->db(), kind, limits, header);
+        m_cursor = std::make_unique<ReportPages::RowCursor>(m_snapshot->db(), *m_pages->m_query);
+    } else {
         m_pages = ReportPages::make(db, kind, limits, header);
-        if (kind == ReportKind::Daily)
-            m_cursor = std::make_unique<ReportPages::RowCursor>(db, *m_pages->m_query);
-    } catch (...) {
-        if (m_transaction)
-            db.connection().rollback();
-        m_transaction = false;
-        throw;
     }
     ReportPages::setUpDevice(device);
     m_painter = std::make_unique<QPainter>();
@@ -635,8 +634,5 @@ bool PageWriter::finish()
         ok = m_painter->end();
     m_painter.reset();
     m_cursor.reset();
-    if (m_transaction)
-        m_db.connection().commit();
-    m_transaction = false;
     return ok;
 }

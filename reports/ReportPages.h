@@ -13,6 +13,7 @@ class QPointF;
 class QRectF;
 class QPainter;
 class QPaintDevice;
+class ReportSnapshot;
 class SharedDatabase;
 
 enum class ReportKind { Daily, Agent };
@@ -109,7 +110,7 @@ public:
     static void setUpDevice(QPagedPaintDevice* device);
 
     // Paints every page in order on a page device, reading the rows in one
-    // pass inside one read transaction. Made by PageWriter.
+    // pass from the writer's snapshot. Made by PageWriter.
     class RowCursor;
 
 private:
@@ -145,9 +146,9 @@ private:
 
 // Paints a report's pages onto a page device (PDF writer or printer) a few at
 // a time, so that a window can stay responsive between steps and a long
-// report can be cancelled. The rows are read in one pass inside one read
-// transaction, together with the page breaks, so the pages agree with
-// themselves even if a receive is stored meanwhile.
+// report can be cancelled. The daily summary's page breaks and rows are
+// read from one snapshot of the history (ReportSnapshot), so the pages agree
+// with themselves, and a receive can be stored meanwhile without waiting.
 class PageWriter
 {
 public:
@@ -166,8 +167,8 @@ public:
     bool finish();
 
 private:
-    SharedDatabase& m_db;
-    bool m_transaction = false;
+    // Declared before what reads from it, so that it goes last.
+    std::unique_ptr<ReportSnapshot> m_snapshot;
     std::unique_ptr<ReportPages> m_pages;
     std::unique_ptr<ReportPages::RowCursor> m_cursor;
     QPagedPaintDevice* m_device;

@@ -1,6 +1,7 @@
 #include "reports/ReportRenderer.h"
 
 #include "base/DurableFile.h"
+#include "reports/ReportSnapshot.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
@@ -45,9 +46,12 @@ void csvPieces(SharedDatabase& db, ReportKind kind, const ReportLimits& limits,
                const std::function<void(const QString&)>& out)
 {
     if (kind == ReportKind::Daily) {
+        // Read from a snapshot: writing a long range holds no lock on the
+        // database while the file is written (ReportSnapshot).
+        ReportSnapshot snapshot(db, limits);
         out(dailyHeadLine());
         QString chunk;
-        DailyQuery(db, limits).forEach([&](const QString& date, const DailyRow& row) {
+        DailyQuery(snapshot.db(), limits).forEach([&](const QString& date, const DailyRow& row) {
             chunk += dailyLine(date, row);
             if (chunk.size() > 64 * 1024) {
                 out(chunk);

@@ -61,6 +61,8 @@ QString actionName(Action action)
         return QStringLiteral("password");
     case Action::Login:
         return QStringLiteral("login");
+    case Action::Restore:
+        return QStringLiteral("restore");
     }
     return QString();
 }

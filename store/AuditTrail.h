@@ -11,14 +11,15 @@ class SharedDatabase;
 
 // The append-only record of every event that changes stored data or sends
 // data out of the branch: downloads stored, sends, receives, settings and
-// folder changes, password changes and failed logins. Each event carries the
+// folder changes, password changes, failed logins and restores of the
+// database from a backup copy. Each event carries the
 // time, the operating-system user and the program version. The table's
 // triggers refuse UPDATE and DELETE, so an event once written stays.
 namespace AuditTrail {
 
-enum class Action { Download, Send, Receive, Settings, Password, Login };
+enum class Action { Download, Send, Receive, Settings, Password, Login, Restore };
 
-// "download", "send", "receive", "settings", "password", "login".
+// "download", "send", "receive", "settings", "password", "login", "restore".
 QString actionName(Action action);
 
 struct Event

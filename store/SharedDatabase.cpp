@@ -124,9 +124,11 @@ SharedDatabase::~SharedDatabase()
 
 bool SharedDatabase::open(const QString& filePath, QString* error)
 {
+    m_restoreAdvised = false;
     auto failWith = [&](const QString& message) {
         if (error)
             *error = message;
+        m_restoreAdvised = message.contains(QLatin1String("restore the backup copy"), Qt::CaseInsensitive);
         QSqlDatabase::database(m_connectionName, false).close();
         return false;
     };
@@ -180,7 +182,7 @@ bool SharedDatabase::open(const QString& filePath, QString* error)
             return failWith(StoreProblem::message(StoreError::Kind::Damaged, filePath, damaged));
         }
         QString queryError;
-        const QString notOurs = foreign(db, &queryError);
+        const QString notOurs = SharedDatabase::notOurs(db, &queryError);
         if (!queryError.isEmpty())
             return fail(queryError + restoreAdvice.arg(info.fileName()));
         if (!notOurs.isEmpty())
@@ -221,6 +223,11 @@ bool SharedDatabase::open(const QString& filePath, QString* error)
 
     m_path = filePath;
     return true;
+}
+
+QString SharedDatabase::notOurs(QSqlDatabase& db, QString* error)
+{
+    return foreign(db, error);
 }
 
 QDateTime SharedDatabase::now() const

@@ -32,7 +32,16 @@ public:
     // another program is waited for a few seconds, then refused. The
     // messages are StoreProblem's.
     bool open(const QString& filePath, QString* error);
+    // After open() failed: whether its message told the clerk to restore the
+    // backup copy (a damaged file, or one damaged beyond reading), so that
+    // the caller can say how.
+    bool restoreAdvised() const { return m_restoreAdvised; }
     bool isOpen() const;
+
+    // Why a database that opens is not one of this program's (another
+    // program's tables, this program's tables missing), or empty when it is
+    // or is empty. *error is set when the file could not be read.
+    static QString notOurs(QSqlDatabase& db, QString* error);
     QString filePath() const { return m_path; }
     QSqlDatabase connection() const;
 
@@ -83,4 +92,5 @@ private:
     QString m_path;
     SharedRecordset m_recordset;
     const Clock* m_clock = nullptr;
+    bool m_restoreAdvised = false;
 };

@@ -1,13 +1,20 @@
 #include "upload/ReceiveFlow.h"
 
 #include "app/AppContext.h"
+#include "base/Clock.h"
+#include "store/DatabaseCopy.h"
+#include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 #include "upload/RestoreStore.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QPointer>
+#include <QTimer>
 #include <exception>
 
-ReceiveFlow::ReceiveFlow(AppContext& ctx, QObject* parent) : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock())
+ReceiveFlow::ReceiveFlow(AppContext& ctx, QObject* parent)
+    : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock())
 {
     connect(&m_session, &UploadSession::message, this, &ReceiveFlow::message);
     connect(&m_session, &UploadSession::crcQuestion, this, &ReceiveFlow::crcQuestion);
@@ -118,4 +125,39 @@ void ReceiveFlow::runRestore(bool acceptMismatch)
         emit message(m);
     m_restored = m_outcome.succeeded();
     emit completed(m_restored);
+    if (!self)
+        return;
+
+    using Result = RestoreStore::ReceiveOutcome::Result;
+    const Result result = m_outcome.result;
+    if (result == Result::Stored || result == Result::Accepted || result == Result::StoredWithoutBankFolder) {
+        // After the event loop has had its turn, so that the exchange's last
+        // frame leaves for the terminal before the copy takes its time.
+        QTimer::singleShot(0, this, &ReceiveFlow::keepDailyCopy);
+    }
+}
+
+void ReceiveFlow::keepDailyCopy()
+{
+    // The first receive of the day that stored collections leaves a checked
+    // copy of the database, with its files already in place. A copy that
+    // fails does not undo the receive: the clerk is told, and the next
+    // receive of the day tries again.
+    const QString dbPath = m_ctx.db().filePath();
+    const QString dataDir = m_ctx.dataDir.isEmpty() ? QFileInfo(dbPath).absolutePath() : m_ctx.dataDir;
+    DatabaseCopy::Outcome copy;
+    try {
+        copy = DatabaseCopy::makeDailyCopy(dbPath, dataDir, m_ctx.clock().now().date());
+    } catch (const std::exception& e) {
+        copy.text = QString::fromLocal8Bit(e.what());
+    }
+    if (copy.ok)
+        return;
+    emit message(SessionMessage{
+        QStringLiteral("The collections were stored, but the day's copy of the database could not be made."),
+        SessionMessage::Icon::Critical,
+        copy.text + QLatin1Char(' ') + copy.detail +
+            QStringLiteral(" The receive itself is complete. The next receive today tries the copy again; until then "
+                           "make one with: tonvy-cli --data-dir %1 backup")
+                .arg(QDir::toNativeSeparators(dataDir))});
 }

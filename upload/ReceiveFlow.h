@@ -75,6 +75,7 @@ signals:
 private:
     void restore();
     void runRestore(bool acceptMismatch);
+    void keepDailyCopy();
 
     AppContext& m_ctx;
     UploadSession m_session;

@@ -50,7 +50,17 @@ private slots:
             QVERIFY2(c.synopsis.startsWith(c.name), qPrintable(c.name));
         }
         names.sort();
-        QCOMPARE(names, (QStringList{"audit", "password", "receive", "report", "send", "settings"}));
+        QCOMPARE(names,
+                 (QStringList{"audit", "backup", "password", "receive", "report", "restore", "send", "settings"}));
+    }
+
+    void backupGoesToBackupsWithTheClocksTime()
+    {
+        QCOMPARE(run({"backup"}), CliExit::Success);
+        QVERIFY(QFile::exists(t->path(QStringLiteral("Backups/HandHeldData-2007-11-16-102030.db"))));
+        // A second copy in the same second gets a name of its own.
+        QCOMPARE(run({"backup"}), CliExit::Success);
+        QVERIFY(QFile::exists(t->path(QStringLiteral("Backups/HandHeldData-2007-11-16-102030-2.db"))));
     }
 
     void settingsSetStoresAndAudits()

@@ -1,0 +1,86 @@
+#include "cli/BackupCommand.h"
+
+#include "app/AppContext.h"
+#include "base/Clock.h"
+#include "cli/ConsoleMessenger.h"
+#include "store/DatabaseCopy.h"
+#include "store/SharedDatabase.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace {
+
+int runBackup(CliRun& run)
+{
+    if (!run.arguments.isEmpty())
+        return cliUsageError(QStringLiteral("'backup' takes options only: backup [--output FILE]."));
+    const QString dataDir = run.ctx.dataDir;
+    QString target = DatabaseCopy::requestedPath(dataDir, run.ctx.clock().now());
+    const QString output = run.parser.value(QStringLiteral("output"));
+    if (!output.isEmpty()) {
+        const QFileInfo given(output);
+        // A folder (a USB stick) takes the copy under its usual name.
+        target = given.isDir() ? QDir(given.absoluteFilePath()).filePath(QFileInfo(target).fileName())
+                               : given.absoluteFilePath();
+    }
+    const DatabaseCopy::Outcome out = DatabaseCopy::makeCopy(run.ctx.db().filePath(), target);
+    if (!out.ok) {
+        run.messenger.critical(out.text, {}, out.detail);
+        return CliExit::Failure;
+    }
+    run.messenger.show(out.text, Messenger::Icon::Information, {}, out.detail);
+    return CliExit::Success;
+}
+
+int runRestore(CliRun& run)
+{
+    if (run.arguments.size() != 1)
+        return cliUsageError(QStringLiteral("'restore' takes the copy to put back: restore FILE."));
+    const QString dataDir = run.ctx.dataDir;
+    if (!QDir().mkpath(dataDir)) {
+        run.messenger.critical(QStringLiteral("Cannot create the data folder %1.").arg(dataDir));
+        return CliExit::Failure;
+    }
+    const DatabaseCopy::Outcome out = DatabaseCopy::restore(dataDir, run.arguments.first(), run.ctx.clock());
+    if (!out.ok) {
+        run.messenger.critical(out.text, {}, out.detail);
+        return CliExit::Failure;
+    }
+    run.messenger.show(out.text, Messenger::Icon::Information, {}, out.detail);
+    return CliExit::Success;
+}
+
+} // namespace
+
+CliCommand backupCommand()
+{
+    CliCommand c;
+    c.name = QStringLiteral("backup");
+    c.synopsis = QStringLiteral("backup [--output FILE|FOLDER]\n"
+                                "             copies the database while it may be in use and checks the copy;\n"
+                                "             default: Backups/HandHeldData-YYYY-MM-DD-HHMMSS.db in the data folder");
+    c.addOptions = [](QCommandLineParser& p) {
+        p.addOption({QStringLiteral("output"),
+                     QStringLiteral("The copy to write (a new file), or a folder to write it in."),
+                     QStringLiteral("FILE")});
+    };
+    c.run = [](CliRun& r) { return runBackup(r); };
+    return c;
+}
+
+CliCommand restoreCommand()
+{
+    CliCommand c;
+    c.name = QStringLiteral("restore");
+    c.synopsis = QStringLiteral("restore FILE\n"
+                                "             puts a checked copy of this program's database in place of "
+                                "HandHeldData.db,\n"
+                                "             keeping the current file beside it; refused while the database is "
+                                "in use");
+    // The database in place may be the damaged one being replaced: it is
+    // not opened first.
+    c.opensDatabase = false;
+    c.run = [](CliRun& r) { return runRestore(r); };
+    return c;
+}
