@@ -598,25 +598,27 @@ private:
             return m_out;
         }
 
-        // The rows are in: rename the files into place.
+        // The rows are in: rename the files into place, each synced to the
+        // disk with its folder. A file that is not there for good stays owed.
         if (bankFolder) {
-            if (!upload.file->commit()) {
+            QString why;
+            if (!DurableFile::commit(*upload.file, &why)) {
                 m_out.result = ReceiveOutcome::Result::Failed;
                 m_out.messages << critical(
                     QStringLiteral("The collections were stored, but the upload file %1 could not be written: %2. "
                                    "Once the bank folder can be written to, start the program again or run any "
                                    "tonvy-cli command: the file is written then from the stored collections.")
-                        .arg(upload.path, upload.file->errorString()));
+                        .arg(upload.path, why));
                 finish(QStringLiteral("stored, but the upload file could not be written"));
                 return m_out;
             }
             m_out.uploadFile = upload.path;
         }
-        const bool checkWritten = check.file->commit();
+        QString checkWhy;
+        const bool checkWritten = DurableFile::commit(*check.file, &checkWhy);
         if (!checkWritten)
             m_out.messages << critical(
-                QStringLiteral("Cannot write the check listing %1: %2").arg(check.path, check.file->errorString()));
-        DurableFile::syncFoldersOf({m_out.uploadFile, check.path});
+                QStringLiteral("Cannot write the check listing %1: %2").arg(check.path, checkWhy));
 
         if (!bankFolder) {
             m_out.messages << SessionMessage{UploadFiles::missingBankFolderText(), SessionMessage::Icon::None};
