@@ -375,25 +375,20 @@ void tst_ReceiveOutcome::fullDisk()
 
 void tst_ReceiveOutcome::realFullDiskNamesTheCause()
 {
-    // A small file system that is (nearly) full, for example a 64 KB tmpfs:
-    //   mount -t tmpfs -o size=64k tmpfs /mnt/small && TONVY_SMALL_FS=/mnt/small
-    const QString small = qEnvironmentVariable("TONVY_SMALL_FS");
-    if (small.isEmpty())
-        QSKIP("TONVY_SMALL_FS names no small file system");
-    QTemporaryDir bank(QDir(small).filePath(QStringLiteral("bankXXXXXX")));
+    // The bank folder's disk is full: the disk-full shim, preloaded into
+    // this test by ctest, makes the system's own writes there fail with
+    // ENOSPC, as a full file system does, before any byte is written.
+    QVERIFY2(qEnvironmentVariable("LD_PRELOAD").contains(QStringLiteral("tonvy_test_diskfull")),
+             "needs the disk-full shim preloaded: run it through ctest, which sets LD_PRELOAD");
+    QTemporaryDir bank(t->path(QStringLiteral("fullXXXXXX")));
     QVERIFY(bank.isValid());
-    // Fill it up, leaving less than a line.
-    {
-        QFile filler(QDir(small).filePath(QStringLiteral("filler")));
-        QVERIFY(filler.open(QIODevice::WriteOnly));
-        const QByteArray block(512, 'f');
-        while (filler.write(block) == block.size() && filler.flush()) {
-        }
-    }
     t->ctx->settings.BankInfoPath = bank.path();
     setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    qputenv("TONVY_TEST_DISK_FULL_MATCH", QFileInfo(bank.path()).canonicalFilePath().toLocal8Bit());
+    qputenv("TONVY_TEST_DISK_FULL_AFTER", "0");
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
-    QFile::remove(QDir(small).filePath(QStringLiteral("filler")));
+    qunsetenv("TONVY_TEST_DISK_FULL_AFTER");
+    qunsetenv("TONVY_TEST_DISK_FULL_MATCH");
     QCOMPARE(o.result, Result::Failed);
     QVERIFY2(lastMessage(o).contains(QStringLiteral("No space left on device")), qPrintable(lastMessage(o)));
     QCOMPARE(QDir(bank.path()).entryList(QDir::Files | QDir::Hidden), QStringList());
