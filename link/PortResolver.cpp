@@ -8,16 +8,23 @@ namespace PortResolver {
 
 namespace {
 
-QString fromIni(const QString& number, const QString& dataDir)
+QString fromIniFile(const QString& number, const QString& dataDir)
 {
     QFile ini(QDir(dataDir).filePath(QStringLiteral("ports.ini")));
     if (dataDir.isEmpty() || !ini.open(QIODevice::ReadOnly | QIODevice::Text))
         return {};
+    return fromIni(ini, number);
+}
+
+} // namespace
+
+QString fromIni(QIODevice& ini, const QString& number)
+{
     QTextStream in(&ini);
     while (!in.atEnd()) {
         const QString line = in.readLine().trimmed();
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#')) || line.startsWith(QLatin1Char(';'))
-            || line.startsWith(QLatin1Char('[')))
+        if (line.isEmpty() || line.startsWith(QLatin1Char('#')) || line.startsWith(QLatin1Char(';')) ||
+            line.startsWith(QLatin1Char('[')))
             continue;
         const qsizetype eq = line.indexOf(QLatin1Char('='));
         if (eq <= 0)
@@ -28,14 +35,12 @@ QString fromIni(const QString& number, const QString& dataDir)
     return {};
 }
 
-} // namespace
-
 QString resolve(const QString& commPort, const QString& dataDir, const QString& portOverride)
 {
     if (!portOverride.isEmpty())
         return portOverride;
     const QString number = commPort.trimmed();
-    const QString mapped = fromIni(number, dataDir);
+    const QString mapped = fromIniFile(number, dataDir);
     if (!mapped.isEmpty())
         return mapped;
     bool ok = false;
