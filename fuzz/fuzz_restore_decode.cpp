@@ -43,11 +43,18 @@ void decodeEntries(const QByteArray& bytes)
 {
     for (qsizetype at = 0; at + 9 <= bytes.size(); at += 9) {
         const QByteArray entry = bytes.mid(at, 9);
-        // A packed decimal amount gives seven digits, a point and two more.
-        if (packed(entry.left(3)))
+        const int month = static_cast<unsigned char>(entry.at(4)) >> 4;
+        const int year = static_cast<unsigned char>(entry.at(4)) & 15;
+        const bool readable = packed(entry.left(4)) && packed(entry.mid(5, 2)) && month >= 1 && month <= 12 &&
+                              year <= 9 && static_cast<unsigned char>(entry.at(7)) < 0x80;
+        const QString problem = RestoreStore::entryProblem(entry);
+        FUZZ_CHECK_SAYS(problem.isEmpty() == readable,
+                        QStringLiteral("%1: \"%2\"").arg(QString::fromLatin1(entry.toHex(' ')), problem));
+        // An entry that can be decoded gives fields of fixed patterns.
+        if (readable) {
             checkAmount(RestoreStore::decodeAmount(entry.left(3)), entry);
-        if (packed(entry.mid(3, 1)) && packed(entry.mid(5, 2)))
             checkDateTime(RestoreStore::decodeDateTime(entry.mid(3, 4)), entry);
+        }
         try {
             const QString number = RestoreStore::decodeTransactionNumber(entry.mid(7, 2));
             FUZZ_CHECK(transactionPattern.match(number).hasMatch());
@@ -57,8 +64,10 @@ void decodeEntries(const QByteArray& bytes)
             FUZZ_CHECK(static_cast<unsigned char>(entry.at(7)) >= 0x80);
         }
     }
-    // Shorter input than a field needs gives no date and no exception.
+    // Shorter input than a field needs gives no date, no exception, and is
+    // no entry.
     FUZZ_CHECK(RestoreStore::decodeDateTime(bytes.left(3)).isEmpty());
+    FUZZ_CHECK(!RestoreStore::entryProblem(bytes.left(8)).isEmpty());
 }
 
 // The input as number text for the fixed patterns of the files.
