@@ -267,7 +267,8 @@ QString formatFixed(const QString& value, int intDigits)
 {
     bool ok = false;
     const double v = value.trimmed().toDouble(&ok);
-    if (!ok)
+    // "inf" and "nan" read as numbers but have no digits to pad.
+    if (!ok || !std::isfinite(v))
         return value;
     QString text = QString::number(qAbs(v), 'f', 2);
     const qsizetype point = text.indexOf(QLatin1Char('.'));

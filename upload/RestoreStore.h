@@ -82,8 +82,8 @@ QString decodeDateTime(const QByteArray& fourBytes);
 QString decodeTransactionNumber(const QByteArray& twoBytes);
 
 // Number text in a fixed pattern of intDigits integer digits and two
-// decimals ("0000000000.00" is 10); text that is not a number is kept as it
-// is, and "" stays "".
+// decimals ("0000000000.00" is 10); text that is not a number, "inf" and
+// "nan" included, is kept as it is, and "" stays "".
 QString formatFixed(const QString& value, int intDigits);
 // MyDate ddmmyy as dd/mm/20yy (an empty date gives "//20").
 QString expandMyDate(const QString& ddmmyy);

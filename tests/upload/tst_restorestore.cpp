@@ -257,6 +257,10 @@ void tst_RestoreStore::formatFixed_data()
     QTest::newRow("negative") << "-5" << 10 << "-0000000005.00";
     QTest::newRow("empty stays empty") << "" << 10 << "";
     QTest::newRow("text kept") << "n/a" << 5 << "n/a";
+    // Read as numbers, but with no digits: kept, not padded to "00000inf".
+    QTest::newRow("inf kept") << "inf" << 7 << "inf";
+    QTest::newRow("-inf kept") << " -inf" << 7 << " -inf";
+    QTest::newRow("nan kept") << "nan" << 10 << "nan";
 }
 
 void tst_RestoreStore::formatFixed()
