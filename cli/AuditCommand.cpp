@@ -1,7 +1,6 @@
 #include "cli/AuditCommand.h"
 
 #include "app/AppContext.h"
-#include "base/DurableFile.h"
 #include "cli/ConsoleMessenger.h"
 #include "store/AuditTrail.h"
 
@@ -36,7 +35,6 @@ int run(CliRun& run)
         run.messenger.critical(error);
         return CliExit::Failure;
     }
-    DurableFile::syncFolderOf(output);
     ConsoleMessenger::line(QStringLiteral("%1 events written to %2").arg(events.size()).arg(output));
     return CliExit::Success;
 }

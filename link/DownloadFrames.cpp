@@ -60,8 +60,11 @@ QString formatDigits(const QString& text, int width)
     const double v = text.trimmed().toDouble(&ok);
     if (!ok || !std::isfinite(v))
         return text;
-    const long long rounded = std::llround(v);
-    const QString digits = QString::number(rounded < 0 ? -rounded : rounded).rightJustified(width, QLatin1Char('0'));
+    // Rounded as a double, not to a 64-bit integer: a number past 2^63
+    // (such as "99999e99" in a database an older version filled) has no such
+    // integer; its digits come out as version 2.1's Format gave them.
+    const double rounded = std::round(v);
+    const QString digits = QString::number(std::fabs(rounded), 'f', 0).rightJustified(width, QLatin1Char('0'));
     return rounded < 0 ? QLatin1Char('-') + digits : digits;
 }
 

@@ -2,15 +2,22 @@
 
 #include <limits>
 
-LinkError::LinkError(Kind kind, const QString& detail)
-    : std::runtime_error(detail.toStdString()), m_kind(kind)
+LinkError::LinkError(Kind kind, const QString& detail) : std::runtime_error(detail.toStdString()), m_kind(kind)
 {
     QString name;
     switch (kind) {
-    case Kind::Overflow: name = QStringLiteral("Overflow"); break;
-    case Kind::TypeMismatch: name = QStringLiteral("Type mismatch"); break;
-    case Kind::SubscriptOutOfRange: name = QStringLiteral("Subscript out of range"); break;
-    case Kind::InvalidCall: name = QStringLiteral("Invalid procedure call or argument"); break;
+    case Kind::Overflow:
+        name = QStringLiteral("Overflow");
+        break;
+    case Kind::TypeMismatch:
+        name = QStringLiteral("Type mismatch");
+        break;
+    case Kind::SubscriptOutOfRange:
+        name = QStringLiteral("Subscript out of range");
+        break;
+    case Kind::InvalidCall:
+        name = QStringLiteral("Invalid procedure call or argument");
+        break;
     }
     m_message = detail.isEmpty() ? name : name + QStringLiteral(": ") + detail;
 }
@@ -44,6 +51,10 @@ qint16 LinkCodec::checkbin1(const QString& c)
     // version 2.1's text-based integer part and Mod gave.
     const qint64 t = v / 10;
     const qint64 r = toInt16(v % 10, "remainder");
+    // The tens of a 19-digit number times 16 would overflow 64 bits before
+    // the 16-bit check could refuse them.
+    if (t > std::numeric_limits<qint16>::max() || t < std::numeric_limits<qint16>::min())
+        throw LinkError(LinkError::Kind::Overflow, QStringLiteral("packed value = %1 * 16").arg(t));
     const qint16 high = toInt16(t * 16, "packed value");
     return static_cast<qint16>(high | static_cast<qint16>(r));
 }

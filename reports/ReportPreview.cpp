@@ -322,11 +322,13 @@ void ReportPreview::jobStep()
         const bool painted = m_writer->finish();
         m_writer.reset();
         if (m_file) {
-            if (!painted || !m_file->commit()) {
-                endJob(ReportRenderer::cannotWrite(QDir::toNativeSeparators(m_jobTarget), m_file->errorString()), true);
+            QString why;
+            if (!painted || !DurableFile::commit(*m_file, &why)) {
+                endJob(ReportRenderer::cannotWrite(QDir::toNativeSeparators(m_jobTarget),
+                                                   painted ? why : m_file->errorString()),
+                       true);
                 return;
             }
-            DurableFile::syncFolderOf(m_jobTarget);
             m_device.reset();
             m_file.reset();
             endJob(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(m_jobTarget)), false);

@@ -144,12 +144,12 @@ bool ReportRenderer::writeCsv(SharedDatabase& db, ReportKind kind, const ReportL
             *error = e.message();
         return false;
     }
-    if (!written || !file.commit()) {
+    QString why;
+    if (!written || !DurableFile::commit(file, &why)) {
         if (error)
-            *error = cannotWrite(path, file.errorString());
+            *error = cannotWrite(path, written ? why : file.errorString());
         return false;
     }
-    DurableFile::syncFolderOf(path);
     return true;
 }
 
@@ -177,11 +177,11 @@ bool ReportRenderer::writePdf(SharedDatabase& db, ReportKind kind, const ReportL
             *error = e.message();
         return false;
     }
-    if (!painted || !file.commit()) {
+    QString why;
+    if (!painted || !DurableFile::commit(file, &why)) {
         if (error)
-            *error = cannotWrite(path, file.errorString());
+            *error = cannotWrite(path, painted ? why : file.errorString());
         return false;
     }
-    DurableFile::syncFolderOf(path);
     return true;
 }

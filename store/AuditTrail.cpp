@@ -1,5 +1,6 @@
 #include "store/AuditTrail.h"
 
+#include "base/DurableFile.h"
 #include "base/Version.h"
 
 #include "store/SharedDatabase.h"
@@ -167,12 +168,20 @@ QByteArray toCsv(const QList<Event>& events)
 
 bool writeCsv(const QList<Event>& events, const QString& path, QString* error)
 {
-    // QSaveFile: a failed write leaves an earlier file of that name as it was.
+    // QSaveFile: a failed write leaves an earlier file of that name as it
+    // was. The file and its folder are synced, so that an exported trail
+    // reported written is on the disk.
     QSaveFile file(path);
     const QByteArray csv = toCsv(events);
-    if (!file.open(QIODevice::WriteOnly) || file.write(csv) != csv.size() || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(csv) != csv.size()) {
         if (error)
             *error = QStringLiteral("Cannot write %1: %2").arg(path, file.errorString());
+        return false;
+    }
+    QString why;
+    if (!DurableFile::commit(file, &why)) {
+        if (error)
+            *error = QStringLiteral("Cannot write %1: %2").arg(path, why);
         return false;
     }
     return true;

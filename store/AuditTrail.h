@@ -58,8 +58,9 @@ QString field(const Event& event, int column);
 // The events as CSV (RFC 4180: commas, double quotes doubled, CR LF), with
 // the header row Time,User,Action,Details,Version.
 QByteArray toCsv(const QList<Event>& events);
-// Writes toCsv(events) to a file, whole or not at all; false with the reason
-// ("Cannot write <file>: <why>").
+// Writes toCsv(events) to a file, whole or not at all, synced to the disk
+// with its folder; false with the reason ("Cannot write <file>: <why>"), a
+// failed sync included.
 bool writeCsv(const QList<Event>& events, const QString& path, QString* error = nullptr);
 
 // The login name of the operating-system user running the program.

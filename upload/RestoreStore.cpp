@@ -73,6 +73,22 @@ QString mid(const QString& s, int pos, int length)
     return s.mid(pos - 1, length);
 }
 
+// Every nibble a decimal digit.
+bool packedDigits(const QByteArray& bytes)
+{
+    for (char c : bytes) {
+        const int b = static_cast<unsigned char>(c);
+        if ((b >> 4) > 9 || (b & 15) > 9)
+            return false;
+    }
+    return true;
+}
+
+QString hexBytes(const QByteArray& bytes)
+{
+    return QString::fromLatin1(bytes.toHex(' ').toUpper());
+}
+
 class Decoder
 {
 public:
@@ -121,6 +137,11 @@ private:
     {
         const QByteArray rec = record(index);
         need(rec, index, EntryCountPos, QStringLiteral("its number of entries (byte 133)"));
+        if (!packedDigits(rec.mid(EntryCountPos - 1, 1)))
+            throw DecodeFault{QStringLiteral("Record %1 holds its number of entries (byte 133) as %2, which is not a "
+                                             "packed decimal number: the record is damaged.")
+                                  .arg(index)
+                                  .arg(hexBytes(rec.mid(EntryCountPos - 1, 1)))};
         return bcd(rec, EntryCountPos - 1);
     }
 
@@ -158,6 +179,11 @@ private:
             Entry& e = newEntry();
             takeKeys(e, rec);
             const QByteArray bytes = rec.mid(start - 1, EntrySize);
+            if (const QString why = entryProblem(bytes); !why.isEmpty())
+                throw DecodeFault{QStringLiteral("Record %1, entry %2 (%3): %4; the record is damaged.")
+                                      .arg(index)
+                                      .arg(j + 1)
+                                      .arg(hexBytes(bytes), why)};
             e.amount = decodeAmount(bytes.mid(0, 3));
             e.dateTime = decodeDateTime(bytes.mid(3, 4));
             e.transactionNumber = transactionNumber(bytes.mid(7, 2), index);
@@ -192,6 +218,24 @@ void setAfterCommitHook(AfterCommitHook hook)
     afterCommitHook = std::move(hook);
 }
 
+QString entryProblem(const QByteArray& nineBytes)
+{
+    if (nineBytes.size() < EntrySize)
+        return QStringLiteral("the entry is %1 bytes long, not %2").arg(nineBytes.size()).arg(EntrySize);
+    if (!packedDigits(nineBytes.left(3)))
+        return QStringLiteral("the amount is not packed decimal");
+    if (!packedDigits(nineBytes.mid(3, 1)) || !packedDigits(nineBytes.mid(5, 2)))
+        return QStringLiteral("the day or time is not packed decimal");
+    const int monthYear = byteAt(nineBytes, 4);
+    if ((monthYear >> 4) < 1 || (monthYear >> 4) > 12)
+        return QStringLiteral("the month is %1, not 1 to 12").arg(monthYear >> 4);
+    if ((monthYear & 15) > 9)
+        return QStringLiteral("the year digit is not a digit");
+    if (byteAt(nineBytes, 7) >= 0x80)
+        return QStringLiteral("the transaction number is past 32767");
+    return {};
+}
+
 QString decodeAmount(const QByteArray& threeBytes)
 {
     QString digits;
@@ -224,7 +268,8 @@ QString formatFixed(const QString& value, int intDigits)
 {
     bool ok = false;
     const double v = value.trimmed().toDouble(&ok);
-    if (!ok)
+    // "inf" and "nan" read as numbers but have no digits to pad.
+    if (!ok || !std::isfinite(v))
         return value;
     QString text = QString::number(qAbs(v), 'f', 2);
     const qsizetype point = text.indexOf(QLatin1Char('.'));
@@ -643,25 +688,27 @@ private:
             return m_out;
         }
 
-        // The rows are in: rename the files into place.
+        // The rows are in: rename the files into place, each synced to the
+        // disk with its folder. A file that is not there for good stays owed.
         if (bankFolder) {
-            if (!upload.file->commit()) {
+            QString why;
+            if (!DurableFile::commit(*upload.file, &why)) {
                 m_out.result = ReceiveOutcome::Result::Failed;
                 m_out.messages << critical(
                     QStringLiteral("The collections were stored, but the upload file %1 could not be written: %2. "
                                    "Once the bank folder can be written to, start the program again or run any "
                                    "tonvy-cli command: the file is written then from the stored collections.")
-                        .arg(upload.path, upload.file->errorString()));
+                        .arg(upload.path, why));
                 finish(QStringLiteral("stored, but the upload file could not be written"));
                 return m_out;
             }
             m_out.uploadFile = upload.path;
         }
-        const bool checkWritten = check.file->commit();
+        QString checkWhy;
+        const bool checkWritten = DurableFile::commit(*check.file, &checkWhy);
         if (!checkWritten)
             m_out.messages << critical(
-                QStringLiteral("Cannot write the check listing %1: %2").arg(check.path, check.file->errorString()));
-        DurableFile::syncFoldersOf({m_out.uploadFile, check.path});
+                QStringLiteral("Cannot write the check listing %1: %2").arg(check.path, checkWhy));
 
         if (!bankFolder) {
             m_out.messages << SessionMessage{UploadFiles::missingBankFolderText(), SessionMessage::Icon::None};

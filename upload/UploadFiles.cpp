@@ -262,11 +262,19 @@ bool stageBytes(QSaveFile& file, const QByteArray& bytes, QString* error)
     errno = 0;
     if (file.write(bytes) != bytes.size())
         return fail(errno);
-    // Push the bytes to the disk now, so that a full disk shows here and
-    // not when the file is renamed into place.
+    // Push the bytes to the disk now, so that a full disk or a disk that
+    // cannot keep them shows here and not when the file is renamed into place.
     errno = 0;
     if (!file.flush())
         return fail(errno);
+    QString why;
+    if (!DurableFile::syncFile(file, &why)) {
+        if (error)
+            *error = why;
+        file.cancelWriting();
+        file.commit();
+        return false;
+    }
     return true;
 }
 
@@ -282,16 +290,7 @@ bool stageLines(QSaveFile& file, const QStringList& lines, QByteArray* bytes, QS
 
 bool saveBytes(QSaveFile& file, const QByteArray& bytes, QString* error)
 {
-    if (!stageBytes(file, bytes, error))
-        return false;
-    errno = 0;
-    if (!file.commit()) {
-        if (error)
-            *error = causeOf(file, errno);
-        return false;
-    }
-    DurableFile::syncFolderOf(file.fileName());
-    return true;
+    return stageBytes(file, bytes, error) && DurableFile::commit(file, error);
 }
 
 bool saveLines(QSaveFile& file, const QStringList& lines, QString* error)

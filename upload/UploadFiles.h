@@ -87,13 +87,16 @@ QString backupLine(int lineNumber, int recordIndex, const QByteArray& reply);
 // a later start completes it.
 QByteArray fileBytes(const QStringList& lines);
 
-// Writes the lines (Latin-1, CR LF after each) and commits; on any failure
-// the file under the final name is left as it was and *error says why.
+// Writes the lines (Latin-1, CR LF after each), syncs them to the disk and
+// commits, syncing the folder after the rename (DurableFile::commit); on any
+// failure, a failed sync included, *error says why and, unless only the
+// folder's sync failed, the file under the final name is left as it was.
 bool saveLines(QSaveFile& file, const QStringList& lines, QString* error);
 
-// Writes the lines into the file's temporary copy without committing it, so
-// that the caller can commit it (rename it into place) once everything
-// else has succeeded; *bytes receives what was written. On failure the
+// Writes the lines into the file's temporary copy and syncs it to the disk
+// without committing it, so that the caller can commit it (rename it into
+// place, DurableFile::commit) once everything else has succeeded; *bytes
+// receives what was written. On failure, a failed sync included, the
 // temporary copy is removed and *error gives the real cause.
 bool stageLines(QSaveFile& file, const QStringList& lines, QByteArray* bytes, QString* error);
 

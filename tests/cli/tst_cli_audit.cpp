@@ -19,6 +19,8 @@ private slots:
     void usageErrors();
     void dateThatIsNoDay();
     void traceFileIsOwnerOnly();
+    void diskThatCannotSyncIsAFailure_data();
+    void diskThatCannotSyncIsAFailure();
 
 private:
     struct Result
@@ -27,7 +29,8 @@ private:
         QString out;
         QString err;
     };
-    Result run(const QStringList& args, const QByteArray& input = {});
+    Result run(const QStringList& args, const QByteArray& input = {},
+               const QProcessEnvironment& env = QProcessEnvironment());
     QByteArray csv(const QStringList& range);
 
     QString m_cli;
@@ -42,9 +45,11 @@ void tst_CliAudit::initTestCase()
     QCOMPARE(run({"password", "set", "--kind", "user"}, "user\nteller1\nteller1\n").code, 0);
 }
 
-tst_CliAudit::Result tst_CliAudit::run(const QStringList& args, const QByteArray& input)
+tst_CliAudit::Result tst_CliAudit::run(const QStringList& args, const QByteArray& input, const QProcessEnvironment& env)
 {
     QProcess p;
+    if (!env.isEmpty())
+        p.setProcessEnvironment(env);
     p.start(m_cli, QStringList{"--data-dir", m_dir.path()} + args);
     p.write(input);
     p.closeWriteChannel();
@@ -123,6 +128,40 @@ void tst_CliAudit::traceFileIsOwnerOnly()
     QVERIFY(!p.testFlag(QFileDevice::ReadGroup));
     QVERIFY(!p.testFlag(QFileDevice::ReadOther));
     QVERIFY(!p.testFlag(QFileDevice::WriteOther));
+}
+
+void tst_CliAudit::diskThatCannotSyncIsAFailure_data()
+{
+    QTest::addColumn<QString>("failing"); // what the disk cannot sync
+    QTest::newRow("the file") << "exports/";
+    QTest::newRow("its folder") << "exports$";
+}
+
+void tst_CliAudit::diskThatCannotSyncIsAFailure()
+{
+    // The real program on a disk whose syncs fail (the fault shim refuses
+    // fsync): the export is not reported written.
+    QFETCH(QString, failing);
+    const QString folder = m_dir.filePath("exports");
+    QVERIFY(QDir().mkpath(folder));
+    const QString out = QDir(folder).filePath("audit.csv");
+    QFile::remove(out);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("LD_PRELOAD", QStringLiteral(DISKFULL_SHIM));
+    // A sanitizer build's runtime would insist on being loaded first.
+    env.insert("ASAN_OPTIONS", env.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
+    env.insert("TONVY_TEST_SYNC_FAIL_MATCH", QDir(m_dir.path()).canonicalPath() + "/" + failing);
+    const Result r = run({"audit", "--output", out}, {}, env);
+    QCOMPARE(r.code, 1);
+    QVERIFY2(r.err.contains("Cannot write " + out), qPrintable(r.err));
+    QVERIFY2(r.err.contains("could not be synced to the disk"), qPrintable(r.err));
+    QVERIFY2(!r.out.contains("events written"), qPrintable(r.out));
+    // A file that could not be synced is not put in place at all.
+    if (failing.endsWith('/'))
+        QVERIFY(!QFile::exists(out));
+    // The same disk healthy again: written.
+    QCOMPARE(run({"audit", "--output", out}).code, 0);
+    QVERIFY(QFile::exists(out));
 }
 
 QTEST_GUILESS_MAIN(tst_CliAudit)

@@ -1,5 +1,6 @@
 #include "link/LinkCodec.h"
 
+#include <QFile>
 #include <QtTest>
 
 class TestLinkCodec : public QObject
@@ -78,6 +79,24 @@ void TestLinkCodec::checkbin1Overflow()
     // 20480 / 10 * 16 = 32768 no longer fits the signed 16-bit result.
     QCOMPARE(int(LinkCodec::checkbin1(QStringLiteral("20479"))), 2047 * 16 + 9);
     QVERIFY_THROWS_EXCEPTION(LinkError, LinkCodec::checkbin1(QStringLiteral("20480")));
+    QCOMPARE(int(LinkCodec::checkbin1(QStringLiteral("-20480"))), -32768);
+    // Numbers whose tens times 16 do not even fit 64 bits are refused the
+    // same way (fuzz_link_codec stopped on the overflow; its input is kept
+    // in the corpus).
+    for (const QString& text : {QStringLiteral("6666666666666666666"), QStringLiteral("9223372036854775807"),
+                                QStringLiteral("-9223372036854775808")}) {
+        try {
+            LinkCodec::checkbin1(text);
+            QFAIL(qPrintable(QStringLiteral("no failure for %1").arg(text)));
+        } catch (const LinkError& e) {
+            QCOMPARE(e.kind(), LinkError::Kind::Overflow);
+            QVERIFY2(e.message().startsWith(QStringLiteral("Overflow: packed value = ")), qPrintable(e.message()));
+        }
+    }
+    QFile file(QStringLiteral(FUZZ_CORPUS "/fuzz_link_codec/crash-59d2cabc-nineteen-digits.bin"));
+    QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.fileName()));
+    const QString text = QString::fromLatin1(file.readAll().left(40));
+    QVERIFY_THROWS_EXCEPTION(LinkError, LinkCodec::checkbin1(text));
 }
 
 void TestLinkCodec::checkbin_data()

@@ -4,10 +4,12 @@
 #include "reports/AuditTrailWindow.h"
 #include "reports/frmReport.h"
 #include "tests/support/Controls.h"
+#include "tests/support/FailingSync.h"
 #include "tests/support/TestContext.h"
 
 #include <QApplication>
 #include <QDateEdit>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
@@ -146,6 +148,7 @@ private slots:
     void viewShowsExactlyTheEventsOfTheRange();
     void saveCsvIsTheCommandLinesCsv();
     void saveCsvCancelledOrFailing();
+    void saveCsvSyncsOrSaysWhyNot();
     void emptyRangeIsAMessageNotAWindow();
     void fromAfterToIsRefused();
     void storeErrorIsAMessage();
@@ -290,6 +293,54 @@ void tst_AuditTrailWindow::saveCsvCancelledOrFailing()
     QVERIFY(t.messenger.last().startsWith("Cannot write " + t.path("missing-folder/x.csv")));
     QVERIFY(window->isVisible());
     window->close();
+}
+
+void tst_AuditTrailWindow::saveCsvSyncsOrSaysWhyNot()
+{
+    Screen s;
+    TestContext& t = s.t;
+    QVERIFY(s.shown);
+    const QString reports = s.useReportFolder();
+    const QString folder = QFileInfo(reports).canonicalFilePath();
+    AuditTrailWindow* window = s.viewAudit(QDate(2007, 11, 16), QDate(2007, 11, 16));
+    QVERIFY(window);
+    const QString chosen = QDir(reports).filePath("trail.csv");
+    window->setSavePathChooser([&](QWidget*, const QString&) { return chosen; });
+    {
+        // Saved: the file and then the report folder synced to the disk.
+        FailingSync syncs;
+        QTest::mouseClick(control<ColourButton>(window, "cmdSaveCsv"), Qt::LeftButton);
+        QCOMPARE(t.messenger.last(), QString("Audit trail saved in %1").arg(QDir::toNativeSeparators(chosen)));
+        QCOMPARE(syncs.fileSyncs(), 1);
+        QCOMPARE(syncs.folderSyncs(folder), 1);
+    }
+    QVERIFY(QFile::remove(chosen));
+    {
+        // A disk that cannot keep the file: not saved, and said so.
+        FailingSync syncs(FailingSync::Fail::Files);
+        QTest::mouseClick(control<ColourButton>(window, "cmdSaveCsv"), Qt::LeftButton);
+        QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+        QVERIFY2(t.messenger.last().startsWith("Cannot write " + chosen + ": it could not be synced to the disk ("),
+                 qPrintable(t.messenger.last()));
+        QVERIFY(!QFile::exists(chosen));
+    }
+    {
+        // Nor the folder's entry for it.
+        FailingSync syncs(FailingSync::Fail::Folders);
+        QTest::mouseClick(control<ColourButton>(window, "cmdSaveCsv"), Qt::LeftButton);
+        QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+        QVERIFY2(t.messenger.last().contains("the folder " + reports + " could not be synced to the disk"),
+                 qPrintable(t.messenger.last()));
+    }
+    window->close();
+
+    // The report screen's own export goes the same way.
+    s.chooseAudit(QDate(2007, 11, 14), QDate(2007, 11, 15));
+    s.w.setSavePathChooser([&](QWidget*, const QString&) { return chosen; });
+    FailingSync syncs(FailingSync::Fail::Files);
+    QTest::mouseClick(control<ColourButton>(&s.w, "cmdExport"), Qt::LeftButton);
+    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
+    QVERIFY2(t.messenger.last().contains("could not be synced to the disk"), qPrintable(t.messenger.last()));
 }
 
 void tst_AuditTrailWindow::emptyRangeIsAMessageNotAWindow()

@@ -1,14 +1,18 @@
 #include "app/ColourButton.h"
 #include "app/ScreenRegistry.h"
 #include "app/frmMain.h"
+#include "reports/ReportRenderer.h"
 #include "reports/frmReport.h"
 #include "tests/reports/HistoryRows.h"
 #include "tests/support/Controls.h"
+#include "tests/support/FailingSync.h"
 #include "tests/support/TestContext.h"
 #include "tests/support/TestTiming.h"
 
 #include <QApplication>
 #include <QDateEdit>
+#include <QFile>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
@@ -129,6 +133,7 @@ private slots:
     void agentMatchingNoneIsRefused();
     void viewOfAMonthShowsItsFirstPageAtOnce();
     void savePdfFromThePreview();
+    void savePdfOnADiskThatCannotSync();
     void printFromThePreview();
     void cancelWhilePagesAreMadeKeepsTheWindowResponsive();
 };
@@ -773,6 +778,55 @@ void tst_frmReport::savePdfFromThePreview()
              QString("Report saved in %1").arg(QDir::toNativeSeparators(chosen)));
     QCOMPARE(pdfPageCount(chosen), preview->pages().pageCount());
     // Nothing was shown in a message box from the steps of the save.
+    QVERIFY(t.messenger.entries().isEmpty());
+    preview->close();
+}
+
+void tst_frmReport::savePdfOnADiskThatCannotSync()
+{
+    TestContext t;
+    fillSettings(t);
+    QVERIFY(QDir(t.dir.path()).mkpath("reports"));
+    addHistory(t.db, {{"001", "2007-11-16", "10010", 2400.25, 50.00}});
+    frmReport w(*t.ctx);
+    w.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&w));
+    QTest::mouseClick(control<ColourButton>(&w, "cmdView"), Qt::LeftButton);
+    QTRY_VERIFY(openPreview(&w));
+    ReportPreview* preview = openPreview(&w);
+    const QString chosen = t.path("reports/day.pdf");
+    preview->setSavePathChooser([&](QWidget*, const QString&) { return chosen; });
+    auto* status = control<QLabel>(preview, "lblStatus");
+    {
+        // Saved: the file and then its folder synced to the disk.
+        FailingSync syncs;
+        QTest::mouseClick(control<ColourButton>(preview, "cmdSavePdf"), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), scaledMs(30000));
+        QCOMPARE(status->text(), QString("Report saved in %1").arg(QDir::toNativeSeparators(chosen)));
+        QCOMPARE(syncs.fileSyncs(), 1);
+        QCOMPARE(syncs.folderSyncs(QFileInfo(t.path("reports")).canonicalFilePath()), 1);
+    }
+    auto readFile = [](const QString& path) {
+        QFile f(path);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    };
+    const QByteArray saved = readFile(chosen);
+    {
+        // The disk cannot keep the new file: the earlier one stays.
+        FailingSync syncs(FailingSync::Fail::Files);
+        QTest::mouseClick(control<ColourButton>(preview, "cmdSavePdf"), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), scaledMs(30000));
+        QVERIFY2(status->text().startsWith(ReportRenderer::cannotWrite(QDir::toNativeSeparators(chosen),
+                                                                       "it could not be synced to the disk (")),
+                 qPrintable(status->text()));
+        QCOMPARE(readFile(chosen), saved);
+    }
+    {
+        FailingSync syncs(FailingSync::Fail::Folders);
+        QTest::mouseClick(control<ColourButton>(preview, "cmdSavePdf"), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), scaledMs(30000));
+        QVERIFY2(status->text().contains("could not be synced to the disk"), qPrintable(status->text()));
+    }
     QVERIFY(t.messenger.entries().isEmpty());
     preview->close();
 }

@@ -1,10 +1,12 @@
 #include "reports/ReportFonts.h"
 #include "reports/ReportRenderer.h"
 #include "tests/reports/HistoryRows.h"
+#include "tests/support/FailingSync.h"
 #include "tests/support/TestContext.h"
 #include "tests/support/TestTiming.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QtTest>
@@ -79,6 +81,7 @@ private slots:
     void csvQuotesWhenNeeded();
     void csvFileBytesExact();
     void unwritableFileFails();
+    void diskThatCannotSyncFails();
     void longestValuesStayOnOneLine();
     void longestValuesAgentSummary();
     void longerThanAllowedIsCutNotWrapped();
@@ -386,6 +389,37 @@ void tst_ReportRender::unwritableFileFails()
     QVERIFY(!ReportRenderer::writeCsv(t.db, ReportKind::Daily, day, t.path("no/such/folder/report.csv"), &error));
     QVERIFY(error.contains("report.csv"));
     QVERIFY(!QFile::exists(missing));
+}
+
+void tst_ReportRender::diskThatCannotSyncFails()
+{
+    TestContext t;
+    const ReportLimits day = range(QDate(2007, 11, 16), QDate(2007, 11, 16));
+    QString error;
+    const QString pdf = t.path("report.pdf");
+    const QString csv = t.path("report.csv");
+    {
+        FailingSync syncs(FailingSync::Fail::Files);
+        QVERIFY(!ReportRenderer::writePdf(t.db, ReportKind::Daily, day, header, pdf, &error));
+        QVERIFY2(error.startsWith(ReportRenderer::cannotWrite(pdf, "it could not be synced to the disk (")),
+                 qPrintable(error));
+        QVERIFY(!ReportRenderer::writeCsv(t.db, ReportKind::Daily, day, csv, &error));
+        QVERIFY2(error.startsWith(ReportRenderer::cannotWrite(csv, "it could not be synced to the disk (")),
+                 qPrintable(error));
+        QVERIFY(!QFile::exists(pdf));
+        QVERIFY(!QFile::exists(csv));
+    }
+    {
+        FailingSync syncs(FailingSync::Fail::Folders);
+        QVERIFY(!ReportRenderer::writeCsv(t.db, ReportKind::Daily, day, csv, &error));
+        QVERIFY2(error.contains("could not be synced"), qPrintable(error));
+    }
+    // A healthy disk: each file and its folder synced.
+    FailingSync syncs;
+    QVERIFY(ReportRenderer::writePdf(t.db, ReportKind::Daily, day, header, pdf, &error));
+    QVERIFY(ReportRenderer::writeCsv(t.db, ReportKind::Daily, day, csv, &error));
+    QCOMPARE(syncs.folderSyncs(QFileInfo(t.dir.path()).canonicalFilePath()), 2);
+    QCOMPARE(syncs.fileSyncs(), 2);
 }
 
 namespace {

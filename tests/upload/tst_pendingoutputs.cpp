@@ -9,6 +9,7 @@
 #include "store/AuditTrail.h"
 #include "store/SettingsStore.h"
 #include "store/SharedDatabase.h"
+#include "tests/support/FailingSync.h"
 #include "tests/support/RecordingMessenger.h"
 #include "tests/upload/ReplyBytes.h"
 #include "upload/PendingOutputs.h"
@@ -20,6 +21,7 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QMessageBox>
 #include <QProcess>
 #include <QSaveFile>
@@ -217,6 +219,7 @@ private slots:
 
     void stoppedReceiveCompletedAtNextStart();
     void missingBankFolderKeepsTheMark();
+    void diskThatCannotSyncKeepsTheMark();
     void commandLineRefusesUntilTheFolderExists();
     void settingsCommandCanChooseAnotherBankFolder();
     void uninterruptedReceiveLeavesNoMark();
@@ -296,6 +299,35 @@ void tst_PendingOutputs::missingBankFolderKeepsTheMark()
     QCOMPARE(later.count(QStringLiteral("SELECT count(*) FROM PendingOutputs")), 0);
 }
 
+void tst_PendingOutputs::diskThatCannotSyncKeepsTheMark()
+{
+    Branch b;
+    const Reference ref(b.dir.path());
+    b.receiveStoppedAfterCommit();
+    {
+        // The bank folder's disk takes the bytes but cannot keep them: the
+        // upload file is not written and stays owed, with the cause.
+        FailingSync syncs(FailingSync::Fail::Files, QFileInfo(b.bank()).canonicalFilePath() + '/');
+        Start next(b.dir.path());
+        QVERIFY(!Startup::completePendingOutputs(*next.ctx, next.messenger));
+        QCOMPARE(next.messenger.lastIcon(), Messenger::Icon::Critical);
+        QVERIFY2(next.messenger.last().startsWith(QStringLiteral("The upload file 0051611u.txt of agent 005 for 16/11 "
+                                                                 "is not written")),
+                 qPrintable(next.messenger.last()));
+        QVERIFY2(next.messenger.last().contains(QStringLiteral("it could not be synced to the disk")),
+                 qPrintable(next.messenger.last()));
+        QCOMPARE(readAll(b.uploadFile()), yesterday);
+        QCOMPARE(readAll(b.checkListing()), ref.check);
+        QCOMPARE(next.count(QStringLiteral("SELECT count(*) FROM PendingOutputs WHERE Kind = 'upload'")), 1);
+        QCOMPARE(next.count(QStringLiteral("SELECT count(*) FROM PendingOutputs")), 1);
+    }
+    // A healthy disk: the next start writes it.
+    Start later(b.dir.path());
+    QVERIFY(Startup::completePendingOutputs(*later.ctx, later.messenger));
+    QCOMPARE(readAll(b.uploadFile()), ref.upload);
+    QCOMPARE(later.count(QStringLiteral("SELECT count(*) FROM PendingOutputs")), 0);
+}
+
 void tst_PendingOutputs::commandLineRefusesUntilTheFolderExists()
 {
     Branch b;
@@ -304,8 +336,8 @@ void tst_PendingOutputs::commandLineRefusesUntilTheFolderExists()
     QVERIFY(QDir(b.bank()).removeRecursively());
 
     const QString trail = b.path(QStringLiteral("trail.csv"));
-    const CliRun refused = runCli({QStringLiteral("--data-dir"), b.dir.path(), QStringLiteral("audit"),
-                                   QStringLiteral("--output"), trail});
+    const CliRun refused = runCli(
+        {QStringLiteral("--data-dir"), b.dir.path(), QStringLiteral("audit"), QStringLiteral("--output"), trail});
     QCOMPARE(refused.status, QProcess::NormalExit);
     QCOMPARE(refused.exitCode, 1);
     QVERIFY2(refused.err.contains(missingFolderMessage(b.bank())), qPrintable(refused.err));

@@ -1,9 +1,11 @@
 #include "base/Version.h"
 #include "link/UploadSession.h"
 #include "store/AuditTrail.h"
+#include "tests/support/FailingSync.h"
 #include "tests/support/TestContext.h"
 #include "tests/upload/ReplyBytes.h"
 #include "tests/upload/UploadTestSetup.h"
+#include "upload/PendingOutputs.h"
 #include "upload/RestoreStore.h"
 #include "upload/UploadFiles.h"
 
@@ -13,6 +15,7 @@
 #include <QSaveFile>
 #include <QSqlQuery>
 #include <QTemporaryDir>
+#include <cstring>
 
 using RestoreStore::ReceiveOutcome;
 using Result = RestoreStore::ReceiveOutcome::Result;
@@ -54,6 +57,9 @@ private slots:
     void fullDisk_data();
     void fullDisk();
     void realFullDiskNamesTheCause();
+    void diskThatCannotSyncStoresNothing_data();
+    void diskThatCannotSyncStoresNothing();
+    void folderThatCannotSyncKeepsTheFilesOwed();
     void failedCommitLeavesRowsAndFiles();
     void acceptedMismatchStoredAndAudited();
     void missingBankFolderStoresWithoutUploadFile();
@@ -369,29 +375,92 @@ void tst_ReceiveOutcome::fullDisk()
 
 void tst_ReceiveOutcome::realFullDiskNamesTheCause()
 {
-    // A small file system that is (nearly) full, for example a 64 KB tmpfs:
-    //   mount -t tmpfs -o size=64k tmpfs /mnt/small && TONVY_SMALL_FS=/mnt/small
-    const QString small = qEnvironmentVariable("TONVY_SMALL_FS");
-    if (small.isEmpty())
-        QSKIP("TONVY_SMALL_FS names no small file system");
-    QTemporaryDir bank(QDir(small).filePath(QStringLiteral("bankXXXXXX")));
+    // The bank folder's disk is full: the disk-full shim, preloaded into
+    // this test by ctest, makes the system's own writes there fail with
+    // ENOSPC, as a full file system does, before any byte is written.
+    QVERIFY2(qEnvironmentVariable("LD_PRELOAD").contains(QStringLiteral("tonvy_test_diskfull")),
+             "needs the disk-full shim preloaded: run it through ctest, which sets LD_PRELOAD");
+    QTemporaryDir bank(t->path(QStringLiteral("fullXXXXXX")));
     QVERIFY(bank.isValid());
-    // Fill it up, leaving less than a line.
-    {
-        QFile filler(QDir(small).filePath(QStringLiteral("filler")));
-        QVERIFY(filler.open(QIODevice::WriteOnly));
-        const QByteArray block(512, 'f');
-        while (filler.write(block) == block.size() && filler.flush()) {
-        }
-    }
     t->ctx->settings.BankInfoPath = bank.path();
     setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    qputenv("TONVY_TEST_DISK_FULL_MATCH", QFileInfo(bank.path()).canonicalFilePath().toLocal8Bit());
+    qputenv("TONVY_TEST_DISK_FULL_AFTER", "0");
     const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
-    QFile::remove(QDir(small).filePath(QStringLiteral("filler")));
+    qunsetenv("TONVY_TEST_DISK_FULL_AFTER");
+    qunsetenv("TONVY_TEST_DISK_FULL_MATCH");
     QCOMPARE(o.result, Result::Failed);
     QVERIFY2(lastMessage(o).contains(QStringLiteral("No space left on device")), qPrintable(lastMessage(o)));
     QCOMPARE(QDir(bank.path()).entryList(QDir::Files | QDir::Hidden), QStringList());
     QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData WHERE AccountNo = 'OLD'")), 1);
+}
+
+void tst_ReceiveOutcome::diskThatCannotSyncStoresNothing_data()
+{
+    QTest::addColumn<QString>("failing"); // the folder whose files cannot be synced
+    QTest::addColumn<QString>("said");
+    QTest::newRow("upload file") << "bank"
+                                 << "Cannot write the upload file ";
+    QTest::newRow("check listing and backup") << "BackupData"
+                                              << "Cannot write the check listing ";
+}
+
+void tst_ReceiveOutcome::diskThatCannotSyncStoresNothing()
+{
+    // The files are synced before the rows are committed: a disk that
+    // cannot keep them leaves rows and files as they were.
+    QFETCH(QString, failing);
+    QFETCH(QString, said);
+    QVERIFY(QDir().mkpath(t->path(QStringLiteral("BackupData"))));
+    FailingSync syncs(FailingSync::Fail::Files, QFileInfo(t->path(failing)).canonicalFilePath() + '/');
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    const ReceiveOutcome o = RestoreStore::processReceive(*t->ctx, summary);
+    expectNothingReplaced(o);
+    QCOMPARE(o.result, Result::Failed);
+    QVERIFY2(lastMessage(o).startsWith(said), qPrintable(lastMessage(o)));
+    QVERIFY2(
+        lastMessage(o).contains(
+            QStringLiteral("it could not be synced to the disk (%1)").arg(QString::fromLocal8Bit(std::strerror(EIO)))),
+        qPrintable(lastMessage(o)));
+    QVERIFY(syncs.fileSyncs() > 0);
+    QCOMPARE(readAll(uploadPath()), yesterday);
+    QVERIFY(!QFile::exists(t->path(QStringLiteral("BackupData/0051611uCheck.txt"))));
+    QVERIFY(PendingOutputs::pending(t->db).isEmpty());
+    if (failing == QLatin1String("BackupData")) {
+        // The backup dump could not be kept either, and says so.
+        QVERIFY(o.backupFile.isEmpty());
+        QVERIFY2(o.messages.first().text.startsWith(QStringLiteral("Cannot write the backup file ")),
+                 qPrintable(o.messages.first().text));
+    }
+}
+
+void tst_ReceiveOutcome::folderThatCannotSyncKeepsTheFilesOwed()
+{
+    // The rows are committed and the upload file renamed into place, but
+    // the bank folder's entry for it cannot be synced: a power cut could
+    // still lose it, so it is not reported written and stays owed.
+    const QString bank = QFileInfo(t->ctx->settings.BankInfoPath).canonicalFilePath();
+    setRecords({ReplyBytes::transactionRecord("S", "DD001", acct1, {entry("000005 16B7 0900 0001")}, '\x01')}, 1, 5);
+    ReceiveOutcome o;
+    {
+        FailingSync syncs(FailingSync::Fail::Folders, bank);
+        o = RestoreStore::processReceive(*t->ctx, summary);
+        QCOMPARE(syncs.folderSyncs(bank), 1);
+    }
+    QCOMPARE(o.result, Result::Failed);
+    QVERIFY2(lastMessage(o).contains(QStringLiteral("the upload file %1 could not be written: the folder %2 could "
+                                                    "not be synced to the disk")
+                                         .arg(uploadPath(), t->ctx->settings.BankInfoPath)),
+             qPrintable(lastMessage(o)));
+    QCOMPARE(
+        count(QStringLiteral("SELECT count(*) FROM RestoreData WHERE AccountNo = ?"), {QString::fromLatin1(acct1)}), 1);
+    QCOMPARE(PendingOutputs::pending(t->db, agent).size(), 1);
+
+    // The disk healthy again: the next start writes what is owed.
+    const PendingOutputs::Completion done = PendingOutputs::complete(*t->ctx, agent);
+    QVERIFY2(done.complete(), qPrintable(done.problems.join('\n')));
+    QVERIFY(PendingOutputs::pending(t->db).isEmpty());
+    QVERIFY(readAll(uploadPath()).contains(acct1));
 }
 
 void tst_ReceiveOutcome::failedCommitLeavesRowsAndFiles()

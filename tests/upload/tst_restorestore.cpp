@@ -45,6 +45,8 @@ private slots:
     void decodeDateTime();
     void decodeTransactionNumber_data();
     void decodeTransactionNumber();
+    void entryProblem_data();
+    void entryProblem();
     void formatFixed_data();
     void formatFixed();
     void expandMyDate_data();
@@ -66,6 +68,9 @@ private slots:
     void recordBeyondReplyArrayReported();
     void moreThanTenThousandEntriesReported();
     void shortRecordReported();
+    void damagedEntryRefused_data();
+    void damagedEntryRefused();
+    void entryNotPackedDecimalFoundByFuzzing();
     void backupWrittenBeforeDecoding();
     void yieldsOnceAtTransaction394();
 
@@ -212,6 +217,35 @@ void tst_RestoreStore::decodeTransactionNumber()
     QCOMPARE(RestoreStore::decodeTransactionNumber(bytes), expected);
 }
 
+void tst_RestoreStore::entryProblem_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("problem"); // part of it; "" for a readable entry
+    QTest::newRow("16 November 2007") << entryBytes("000005 16B7 0900 0001") << "";
+    QTest::newRow("December, largest amount") << entryBytes("999999 31C9 2359 7FFF") << "";
+    QTest::newRow("amount nibble A") << entryBytes("00000A 16B7 0900 0001") << "the amount is not packed decimal";
+    QTest::newRow("amount byte FF") << entryBytes("FF0005 16B7 0900 0001") << "the amount is not packed decimal";
+    QTest::newRow("day D0") << entryBytes("000005 D0B7 0900 0001") << "the day or time is not packed decimal";
+    QTest::newRow("hour CF") << entryBytes("000005 16B7 CF00 0001") << "the day or time is not packed decimal";
+    QTest::newRow("minute CB") << entryBytes("000005 16B7 09CB 0001") << "the day or time is not packed decimal";
+    QTest::newRow("month 0") << entryBytes("000005 1607 0900 0001") << "the month is 0, not 1 to 12";
+    QTest::newRow("month 13") << entryBytes("000005 16D7 0900 0001") << "the month is 13, not 1 to 12";
+    QTest::newRow("year nibble A") << entryBytes("000005 16BA 0900 0001") << "the year digit is not a digit";
+    QTest::newRow("transaction 32768") << entryBytes("000005 16B7 0900 8000") << "past 32767";
+    QTest::newRow("eight bytes") << entryBytes("000005 16B7 0900 00") << "8 bytes long";
+}
+
+void tst_RestoreStore::entryProblem()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, problem);
+    const QString said = RestoreStore::entryProblem(bytes);
+    if (problem.isEmpty())
+        QCOMPARE(said, QString());
+    else
+        QVERIFY2(said.contains(problem), qPrintable(said));
+}
+
 void tst_RestoreStore::formatFixed_data()
 {
     QTest::addColumn<QString>("value");
@@ -224,6 +258,10 @@ void tst_RestoreStore::formatFixed_data()
     QTest::newRow("negative") << "-5" << 10 << "-0000000005.00";
     QTest::newRow("empty stays empty") << "" << 10 << "";
     QTest::newRow("text kept") << "n/a" << 5 << "n/a";
+    // Read as numbers, but with no digits: kept, not padded to "00000inf".
+    QTest::newRow("inf kept") << "inf" << 7 << "inf";
+    QTest::newRow("-inf kept") << " -inf" << 7 << " -inf";
+    QTest::newRow("nan kept") << "nan" << 10 << "nan";
 }
 
 void tst_RestoreStore::formatFixed()
@@ -601,6 +639,69 @@ void tst_RestoreStore::shortRecordReported()
     QVERIFY(!RestoreStore::RestoreData(*t->ctx, summary));
     QVERIFY2(t->messenger.last().contains(QStringLiteral("Record 3 holds 0 bytes")), qPrintable(t->messenger.last()));
     QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData")), 0);
+}
+
+void tst_RestoreStore::damagedEntryRefused_data()
+{
+    QTest::addColumn<QByteArray>("record");
+    QTest::addColumn<QString>("said");
+    // Version 2.1 stored these as "00000A5.00" and "165/11/2007 09:00" and
+    // sent them on in the upload file, out of its columns.
+    QTest::newRow("amount") << ReplyBytes::transactionRecord("S", "DD001", acct1, {entryBytes("00000A 16B7 0900 0001")},
+                                                             '\x01')
+                            << "Record 2, entry 1 (00 00 0A 16 B7 09 00 00 01): the amount is not packed decimal; "
+                               "the record is damaged.";
+    QTest::newRow("second entry's day")
+        << ReplyBytes::transactionRecord(
+               "S", "DD001", acct1, {entryBytes("000005 16B7 0900 0001"), entryBytes("000005 FFB7 0900 0002")}, '\x02')
+        << "Record 2, entry 2 (00 00 05 FF B7 09 00 00 02): the day or time is not packed decimal";
+    QTest::newRow("number of entries") << ReplyBytes::transactionRecord("S", "DD001", acct1, {}, '\x1A')
+                                       << "Record 2 holds its number of entries (byte 133) as 1A, which is not a "
+                                          "packed decimal number";
+}
+
+void tst_RestoreStore::damagedEntryRefused()
+{
+    // An entry the terminal cannot have sent ends the receive with a
+    // message; nothing is stored.
+    QFETCH(QByteArray, record);
+    QFETCH(QString, said);
+    addAccount(acct1, QStringLiteral("ONE"), QStringLiteral("100"), QStringLiteral("10"), QStringLiteral("161107"));
+    setRecords({record});
+    QList<RestoreStore::Entry> entries;
+    QString error;
+    QVERIFY(!RestoreStore::decodeRecords(t->ctx->link.Records, summary, &entries, &error));
+    QVERIFY2(error.contains(said), qPrintable(error));
+    QVERIFY(!receive(1, 5));
+    QVERIFY2(t->messenger.last().contains(said), qPrintable(t->messenger.last()));
+    QVERIFY2(t->messenger.last().contains(QStringLiteral("Nothing was replaced.")), qPrintable(t->messenger.last()));
+    QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData")), 0);
+}
+
+void tst_RestoreStore::entryNotPackedDecimalFoundByFuzzing()
+{
+    // The input fuzz_restore_decode stopped on: replies from byte 0 cut
+    // every 137 bytes, one of whose entries decoded to "165/01/2000 150:55".
+    QFile file(QStringLiteral(FUZZ_CORPUS "/fuzz_restore_decode/crash-3adb52ba-entry-not-packed-decimal.bin"));
+    QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.fileName()));
+    const QByteArray bytes = file.readAll();
+    QList<QByteArray> records(2);
+    for (qsizetype at = 0; at < bytes.size(); at += 137)
+        records << bytes.mid(at, 137);
+    UploadSummary s;
+    s.BankAgentId = agent;
+    s.TotalRecords = static_cast<int>(records.size()) - 2;
+    QList<RestoreStore::Entry> entries;
+    QString error;
+    QVERIFY(!RestoreStore::decodeRecords(records, s, &entries, &error));
+    QVERIFY2(error.startsWith(QStringLiteral("Record 3, entry 1 (00 00 00 00 00 00 00 00 00): the month is 0")),
+             qPrintable(error));
+    QVERIFY2(error.endsWith(QStringLiteral("the record is damaged.")), qPrintable(error));
+    // The entry it stopped on (a reply's head where an entry belongs: day
+    // FF, hour F0) is refused too.
+    QCOMPARE(RestoreStore::entryProblem(QByteArray::fromHex("000001 FF10 F055 0082")),
+             QStringLiteral("the day or time is not packed decimal"));
+    QCOMPARE(RestoreStore::decodeDateTime(QByteArray::fromHex("FF10F055")), QStringLiteral("165/01/2000 150:55"));
 }
 
 void tst_RestoreStore::backupWrittenBeforeDecoding()

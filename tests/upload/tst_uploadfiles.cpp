@@ -1,4 +1,5 @@
 #include "link/UploadSession.h"
+#include "tests/support/FailingSync.h"
 #include "tests/support/TestContext.h"
 #include "tests/upload/ReplyBytes.h"
 #include "tests/upload/UploadTestSetup.h"
@@ -7,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
 
 namespace {
@@ -43,6 +45,7 @@ private slots:
     void backupLine();
     void backupFileHoldsEveryReply();
     void failedWriteLeavesPreviousFile();
+    void diskThatCannotSyncLeavesPreviousFile();
     void uploadFileThatCannotBeWrittenReported();
 
 private:
@@ -430,6 +433,43 @@ void tst_UploadFiles::failedWriteLeavesPreviousFile()
     FailingSaveFile roomy(path, 1000);
     QVERIFY(UploadFiles::saveLines(roomy, {QStringLiteral("a"), QStringLiteral("b")}, &error));
     QCOMPARE(readAll(path), QByteArray("a\r\nb\r\n"));
+}
+
+void tst_UploadFiles::diskThatCannotSyncLeavesPreviousFile()
+{
+    const QString path = t->path(QStringLiteral("upload.txt"));
+    {
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("yesterday's upload\r\n");
+    }
+    QString error;
+    {
+        // The bytes are written but the disk cannot keep them: not written.
+        FailingSync syncs(FailingSync::Fail::Files);
+        QSaveFile file(path);
+        QVERIFY(!UploadFiles::saveLines(file, {QStringLiteral("a"), QStringLiteral("b")}, &error));
+        QVERIFY2(error.startsWith(QStringLiteral("it could not be synced to the disk (")), qPrintable(error));
+        QCOMPARE(readAll(path), QByteArray("yesterday's upload\r\n"));
+        QCOMPARE(QDir(t->dir.path()).entryList({QStringLiteral("upload*")}, QDir::Files | QDir::Hidden),
+                 QStringList{QStringLiteral("upload.txt")});
+    }
+    {
+        // Renamed into place, but the folder's entry not synced: a failure
+        // all the same, naming the folder.
+        FailingSync syncs(FailingSync::Fail::Folders);
+        QSaveFile file(path);
+        QVERIFY(!UploadFiles::saveLines(file, {QStringLiteral("a"), QStringLiteral("b")}, &error));
+        QVERIFY2(error.startsWith(QStringLiteral("the folder %1 could not be synced").arg(t->dir.path())),
+                 qPrintable(error));
+    }
+    // A healthy disk: the file and its folder are each synced once.
+    FailingSync syncs;
+    QSaveFile file(path);
+    QVERIFY(UploadFiles::saveLines(file, {QStringLiteral("c")}, &error));
+    QCOMPARE(readAll(path), QByteArray("c\r\n"));
+    QCOMPARE(syncs.folderSyncs(QFileInfo(t->dir.path()).canonicalFilePath()), 1);
+    QVERIFY(syncs.fileSyncs() >= 1);
 }
 
 void tst_UploadFiles::uploadFileThatCannotBeWrittenReported()

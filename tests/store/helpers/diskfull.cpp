@@ -1,9 +1,14 @@
-// A disk that fills up, for tests, without privileges: loaded with
-// LD_PRELOAD, it makes writes that would grow a file whose path contains
-// TONVY_TEST_DISK_FULL_MATCH (default "HandHeldData.db", which includes the
-// journal) fail with ENOSPC once TONVY_TEST_DISK_FULL_AFTER bytes of growth
-// have been allowed. Writes inside a file's present size still succeed, as
-// on a real full disk. Without TONVY_TEST_DISK_FULL_AFTER it does nothing.
+// A disk in trouble, for tests, without privileges. Loaded with LD_PRELOAD:
+//  - it fills up: writes that would grow a file whose path contains
+//    TONVY_TEST_DISK_FULL_MATCH (default "HandHeldData.db", which includes
+//    the journal) fail with ENOSPC once TONVY_TEST_DISK_FULL_AFTER bytes of
+//    growth have been allowed. Writes inside a file's present size still
+//    succeed, as on a real full disk;
+//  - it cannot keep what it is given: fsync and fdatasync of a file or
+//    folder whose path contains TONVY_TEST_SYNC_FAIL_MATCH fail with EIO
+//    (a match ending in "$" must end the path: "/data/exports$" is that
+//    folder alone, not the files in it).
+// Without those variables it does nothing.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -49,6 +54,26 @@ bool refused(int fd, off_t offset, size_t count)
     return false;
 }
 
+bool syncRefused(int fd)
+{
+    const char* match = std::getenv("TONVY_TEST_SYNC_FAIL_MATCH");
+    if (!match || !*match)
+        return false;
+    char link[64];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    char target[4096];
+    const ssize_t length = readlink(link, target, sizeof target - 1);
+    if (length <= 0)
+        return false;
+    target[length] = '\0';
+    const size_t matchLength = std::strlen(match);
+    if (match[matchLength - 1] == '$') {
+        const size_t wanted = matchLength - 1;
+        return static_cast<size_t>(length) >= wanted && std::strncmp(target + length - wanted, match, wanted) == 0;
+    }
+    return std::strstr(target, match) != nullptr;
+}
+
 template <typename F> F next(const char* name)
 {
     return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
@@ -86,6 +111,26 @@ ssize_t pwrite64(int fd, const void* buf, size_t count, off64_t offset)
         return -1;
     }
     return real(fd, buf, count, offset);
+}
+
+int fsync(int fd)
+{
+    static auto real = next<int (*)(int)>("fsync");
+    if (syncRefused(fd)) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fd);
+}
+
+int fdatasync(int fd)
+{
+    static auto real = next<int (*)(int)>("fdatasync");
+    if (syncRefused(fd)) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fd);
 }
 
 } // extern "C"
