@@ -87,7 +87,8 @@ void tst_SerialLink::openErrorTextsNameTheOrigin_data()
     QTest::newRow("--port permission")
         << int(PortChoice::Source::Option) << int(QSerialPort::PermissionError)
         << "Permission denied on the serial port /dev/ttyUSB7 (given with --port). The user must be in the "
-           "'dialout' group: ask the administrator to add the user, then log out and in again.";
+           "'dialout' group: ask the administrator to add the user, then log out and in again (see "
+           "docs/installing.md, installed as /usr/share/doc/tonvy/docs/installing.md).";
 }
 
 void tst_SerialLink::openErrorTextsNameTheOrigin()
