@@ -1,26 +1,10 @@
 #include "app/MessageBoxMessenger.h"
 
 #include "app/FocusReturn.h"
+#include "app/OpenBoxes.h"
 
 #include <QApplication>
 #include <QMessageBox>
-
-namespace {
-
-QMessageBox::Icon boxIcon(Messenger::Icon icon)
-{
-    switch (icon) {
-    case Messenger::Icon::Information:
-        return QMessageBox::Information;
-    case Messenger::Icon::Critical:
-        return QMessageBox::Critical;
-    case Messenger::Icon::None:
-        break;
-    }
-    return QMessageBox::NoIcon;
-}
-
-} // namespace
 
 void MessageBoxMessenger::show(const QString& text, Icon icon, const QString& title, const QString& detail)
 {

@@ -99,6 +99,21 @@ tst_CliSend::Result tst_CliSend::run(const QStringList& args, int timeoutMs)
             QString::fromLocal8Bit(p.readAllStandardError())};
 }
 
+namespace {
+
+// Everything the program wrote to the line, read from the other end.
+QByteArray drain(int master)
+{
+    QByteArray line;
+    ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
+    char buf[4096];
+    for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;)
+        line.append(buf, n);
+    return line;
+}
+
+} // namespace
+
 QString tst_CliSend::startTerminal(QProcess& terminal, const QStringList& extra, const QString& state)
 {
     QDir().mkpath(m_dir.filePath(state));
@@ -202,11 +217,7 @@ void tst_CliSend::unansweredHeaderEndsWithCableMessage()
     const QString device = QString::fromLocal8Bit(ptsname(master));
 
     const Result r = run({"--port", device, "send", "--agent", "5", "--date", "1611", "--give-up-after", "20"});
-    QByteArray line;
-    ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
-    char buf[4096];
-    for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;)
-        line.append(buf, n);
+    const QByteArray line = drain(master);
     ::close(master);
     QCOMPARE(r.code, 1);
     QVERIFY2(r.err.contains("Please Check the Communication Cable"), qPrintable(r.err));
@@ -327,11 +338,7 @@ void tst_CliSend::badDownloadFileTouchesNothing()
     QVERIFY(grantpt(master) == 0 && unlockpt(master) == 0);
     r = run({"--port", QString::fromLocal8Bit(ptsname(master)), "send", "--agent", "7", "--date", "0101",
              "--give-up-after", "5"});
-    QByteArray line;
-    ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
-    char buf[4096];
-    for (ssize_t n; (n = ::read(master, buf, sizeof buf)) > 0;)
-        line.append(buf, n);
+    const QByteArray line = drain(master);
     ::close(master);
     QCOMPARE(r.code, 1);
     QCOMPARE(line, QByteArray());
