@@ -9,11 +9,6 @@ TONVY_FUZZ_START()
 
 namespace {
 
-bool isLineEnd(char c)
-{
-    return c == '\r' || c == '\n';
-}
-
 bool isBlank(char c)
 {
     return c == ' ' || c == '\t';
