@@ -3,7 +3,7 @@
 #include "admin/frmConfigure.h"
 #include "admin/frmDrive.h"
 #include "admin/frmPassword.h"
-#include "app/ScreenRegistry.h"
+#include "widgets/ScreenRegistry.h"
 
 void registerAdminScreens(ScreenRegistry& registry)
 {

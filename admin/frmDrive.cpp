@@ -1,10 +1,10 @@
 #include "admin/frmDrive.h"
 
 #include "admin/FocusInHook.h"
-#include "app/AppContext.h"
-#include "app/ColourButton.h"
-#include "app/OptionButton.h"
-#include "app/ScreenParts.h"
+#include "core/AppContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/OptionButton.h"
+#include "widgets/ScreenParts.h"
 #include "base/Messenger.h"
 #include "store/StoreError.h"
 

@@ -1,9 +1,9 @@
 #include "app/DesktopScreens.h"
 
 #include "admin/AdminScreens.h"
-#include "app/AppContext.h"
-#include "app/ScreenRegistry.h"
-#include "app/StartupOutputs.h"
+#include "core/AppContext.h"
+#include "widgets/ScreenRegistry.h"
+#include "upload/StartupOutputs.h"
 #include "app/frmMain.h"
 #include "download/frmsend.h"
 #include "reports/frmReport.h"

@@ -1,8 +1,8 @@
 #include "app/frmMain.h"
 
-#include "app/AppContext.h"
-#include "app/ColourButton.h"
-#include "app/ScreenParts.h"
+#include "core/AppContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/ScreenParts.h"
 #include "app/frmPassEntry.h"
 #include "base/Messenger.h"
 #include "base/Version.h"

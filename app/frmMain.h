@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/ScreenRegistry.h"
+#include "widgets/ScreenRegistry.h"
 
 #include <QPointer>
 #include <QWidget>

@@ -1,9 +1,9 @@
 #include "app/frmPassEntry.h"
 
-#include "app/AppContext.h"
-#include "app/ColourButton.h"
-#include "app/KeyHook.h"
-#include "app/ScreenParts.h"
+#include "core/AppContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/KeyHook.h"
+#include "widgets/ScreenParts.h"
 #include "base/Clock.h"
 #include "base/Messenger.h"
 #include "store/AuditTrail.h"

@@ -27,7 +27,7 @@
 // with them, for a quicker run. --clean turns the faults off, which shows
 // that the run's own idea of the truth agrees with a clean exchange.
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "base/Messenger.h"
 #include "bench/LineRelay.h"

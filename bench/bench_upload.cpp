@@ -2,7 +2,7 @@
 // terminal at full speed: how long the exchange takes, and separately how
 // long decoding, storing and writing the three files take.
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "base/Messenger.h"
 #include "link/UploadSession.h"

@@ -1,6 +1,6 @@
 #include "cli/AuditCommand.h"
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "cli/ConsoleMessenger.h"
 #include "store/AuditTrail.h"
 

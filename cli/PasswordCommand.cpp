@@ -1,7 +1,7 @@
 #include "cli/PasswordCommand.h"
 
 #include "admin/PasswordChange.h"
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "cli/ConsoleMessenger.h"
 
 #include <QTextStream>

@@ -1,6 +1,6 @@
 #include "cli/ReportCommand.h"
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "cli/ConsoleMessenger.h"
 #include "reports/ReportRenderer.h"

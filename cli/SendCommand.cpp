@@ -1,6 +1,6 @@
 #include "cli/SendCommand.h"
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/DayText.h"
 #include "cli/ConsoleMessenger.h"
 #include "cli/TransferWait.h"

@@ -1,7 +1,7 @@
 #include "cli/SettingsCommand.h"
 
 #include "admin/FolderSelection.h"
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "cli/ConsoleMessenger.h"
 #include "download/EntryLimits.h"
 #include "store/SettingsStore.h"

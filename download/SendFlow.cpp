@@ -1,6 +1,6 @@
 #include "download/SendFlow.h"
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "download/EntryLimits.h"
 #include "store/AuditTrail.h"

@@ -1,11 +1,11 @@
 #include "download/frmsend.h"
 
-#include "app/AppContext.h"
-#include "app/ColourButton.h"
-#include "app/FocusReturn.h"
-#include "app/KeyHook.h"
-#include "app/MessageBoxMessenger.h"
-#include "app/ScreenParts.h"
+#include "core/AppContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/FocusReturn.h"
+#include "widgets/KeyHook.h"
+#include "widgets/MessageBoxMessenger.h"
+#include "widgets/ScreenParts.h"
 #include "download/EntryLimits.h"
 #include "download/SendFlow.h"
 

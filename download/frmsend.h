@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/OpenBoxes.h"
+#include "widgets/OpenBoxes.h"
 #include "base/Messenger.h"
 
 #include <QHash>

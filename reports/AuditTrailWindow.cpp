@@ -1,9 +1,9 @@
 #include "reports/AuditTrailWindow.h"
 
-#include "app/AppContext.h"
-#include "app/FocusReturn.h"
-#include "app/KeyHook.h"
-#include "app/ScreenParts.h"
+#include "core/AppContext.h"
+#include "widgets/FocusReturn.h"
+#include "widgets/KeyHook.h"
+#include "widgets/ScreenParts.h"
 #include "base/Messenger.h"
 #include "reports/AuditTrailModel.h"
 

@@ -1,9 +1,9 @@
 #include "reports/ReportPreview.h"
 
-#include "app/AppContext.h"
-#include "app/ColourButton.h"
-#include "app/FocusReturn.h"
-#include "app/ScreenParts.h"
+#include "core/AppContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/FocusReturn.h"
+#include "widgets/ScreenParts.h"
 #include "base/DurableFile.h"
 #include "reports/ReportRenderer.h"
 #include "store/StoreError.h"

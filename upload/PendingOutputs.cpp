@@ -1,6 +1,6 @@
 #include "upload/PendingOutputs.h"
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "base/PathUtil.h"
 #include "store/AuditTrail.h"

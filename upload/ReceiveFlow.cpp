@@ -1,6 +1,6 @@
 #include "upload/ReceiveFlow.h"
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "store/DatabaseCopy.h"
 #include "store/SharedDatabase.h"

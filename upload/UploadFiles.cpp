@@ -1,6 +1,6 @@
 #include "upload/UploadFiles.h"
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "base/DurableFile.h"
 #include "base/Messenger.h"

@@ -1,10 +1,10 @@
 #include "upload/frmReceive.h"
 
-#include "app/AppContext.h"
-#include "app/ColourButton.h"
-#include "app/KeyHook.h"
-#include "app/MessageBoxMessenger.h"
-#include "app/ScreenParts.h"
+#include "core/AppContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/KeyHook.h"
+#include "widgets/MessageBoxMessenger.h"
+#include "widgets/ScreenParts.h"
 #include "upload/ReceiveFlow.h"
 
 #include <QCloseEvent>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/OpenBoxes.h"
+#include "widgets/OpenBoxes.h"
 #include "link/SessionMessage.h"
 #include "upload/RestoreStore.h"
 

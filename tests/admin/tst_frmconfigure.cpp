@@ -1,6 +1,6 @@
 #include "admin/Configuration.h"
 #include "admin/frmConfigure.h"
-#include "app/ColourButton.h"
+#include "widgets/ColourButton.h"
 #include "tests/support/TestContext.h"
 
 #include <QComboBox>

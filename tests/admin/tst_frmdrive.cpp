@@ -1,6 +1,6 @@
 #include "admin/DriveList.h"
 #include "admin/frmDrive.h"
-#include "app/ColourButton.h"
+#include "widgets/ColourButton.h"
 #include "tests/support/TestContext.h"
 
 #include <QComboBox>

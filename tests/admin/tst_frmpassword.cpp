@@ -1,6 +1,6 @@
 #include "admin/PasswordChange.h"
 #include "admin/frmPassword.h"
-#include "app/ColourButton.h"
+#include "widgets/ColourButton.h"
 #include "store/PasswordStore.h"
 #include "tests/support/TestContext.h"
 

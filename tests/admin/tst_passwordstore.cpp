@@ -1,4 +1,4 @@
-#include "app/ColourButton.h"
+#include "widgets/ColourButton.h"
 #include "app/frmPassEntry.h"
 #include "store/PasswordStore.h"
 #include "store/StoreError.h"

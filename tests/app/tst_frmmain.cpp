@@ -1,5 +1,5 @@
-#include "app/ColourButton.h"
-#include "app/ScreenRegistry.h"
+#include "widgets/ColourButton.h"
+#include "widgets/ScreenRegistry.h"
 #include "app/frmMain.h"
 #include "app/frmPassEntry.h"
 #include "base/Version.h"

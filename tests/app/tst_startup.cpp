@@ -1,4 +1,4 @@
-#include "app/Startup.h"
+#include "core/Startup.h"
 #include "base/PathUtil.h"
 #include "base/Version.h"
 #include "link/PortResolver.h"

@@ -1,4 +1,4 @@
-#include "app/ColourButton.h"
+#include "widgets/ColourButton.h"
 #include "base/Version.h"
 #include "reports/AuditTrailModel.h"
 #include "reports/AuditTrailWindow.h"

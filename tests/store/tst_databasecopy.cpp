@@ -1,4 +1,4 @@
-#include "app/Startup.h"
+#include "core/Startup.h"
 #include "base/Clock.h"
 #include "store/DatabaseCopy.h"
 #include "store/Schema.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "store/SharedDatabase.h"
 #include "tests/support/RecordingMessenger.h"

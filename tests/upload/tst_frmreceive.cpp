@@ -1,4 +1,4 @@
-#include "app/ColourButton.h"
+#include "widgets/ColourButton.h"
 #include "link/LinkChannel.h"
 #include "link/UploadFrames.h"
 #include "link/UploadSession.h"

@@ -1,7 +1,7 @@
-#include "app/OpenBoxes.h"
+#include "widgets/OpenBoxes.h"
 
-#include "app/FocusReturn.h"
-#include "app/MessageBoxMessenger.h"
+#include "widgets/FocusReturn.h"
+#include "widgets/MessageBoxMessenger.h"
 
 #include <QEvent>
 #include <QWidget>

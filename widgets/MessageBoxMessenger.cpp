@@ -1,7 +1,7 @@
-#include "app/MessageBoxMessenger.h"
+#include "widgets/MessageBoxMessenger.h"
 
-#include "app/FocusReturn.h"
-#include "app/OpenBoxes.h"
+#include "widgets/FocusReturn.h"
+#include "widgets/OpenBoxes.h"
 
 #include <QApplication>
 #include <QMessageBox>

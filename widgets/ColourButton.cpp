@@ -1,4 +1,4 @@
-#include "app/ColourButton.h"
+#include "widgets/ColourButton.h"
 
 #include <QKeyEvent>
 

@@ -1,4 +1,4 @@
-#include "app/ScreenRegistry.h"
+#include "widgets/ScreenRegistry.h"
 
 QWidget* ScreenRegistry::create(Screen screen, AppContext& ctx) const
 {

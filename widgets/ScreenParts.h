@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/ColourButton.h"
+#include "widgets/ColourButton.h"
 
 #include <QBoxLayout>
 #include <QHBoxLayout>

@@ -1,4 +1,4 @@
-#include "app/FocusReturn.h"
+#include "widgets/FocusReturn.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "app/OptionButton.h"
+#include "widgets/OptionButton.h"
 
 #include <QApplication>
 #include <QKeyEvent>

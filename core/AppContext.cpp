@@ -1,4 +1,4 @@
-#include "app/AppContext.h"
+#include "core/AppContext.h"
 
 #include "base/PathUtil.h"
 #include "link/PortResolver.h"

@@ -1,6 +1,6 @@
-#include "app/StartupOptions.h"
+#include "core/StartupOptions.h"
 
-#include "app/DataFolder.h"
+#include "core/DataFolder.h"
 
 #include <QCoreApplication>
 #include <QDir>

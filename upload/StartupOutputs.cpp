@@ -1,4 +1,4 @@
-#include "app/StartupOutputs.h"
+#include "upload/StartupOutputs.h"
 
 #include "base/Messenger.h"
 #include "store/StoreError.h"
