@@ -99,7 +99,10 @@ class tst_CliKillReceive : public QObject
         return !name.endsWith(QLatin1String(".txt")) && !name.endsWith(QLatin1String(".db"));
     }
 
-    static bool isDailyCopy(const QString& name) { return name == QLatin1String("BackupData/HandHeldData-2007-11-16.db"); }
+    static bool isDailyCopy(const QString& name)
+    {
+        return name == QLatin1String("BackupData/HandHeldData-2007-11-16.db");
+    }
 
 private slots:
     void initTestCase()
@@ -122,8 +125,8 @@ private slots:
                 db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, "
                                           "BalAmount, AgreedAmount, AgentID, BranchID, MyDate) "
                                           "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
-                              {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
-                               a.agreedAmount.toInt(), m_accounts.agentId, m_accounts.branchId, a.lastTxnDate});
+                           {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
+                            a.agreedAmount.toInt(), m_accounts.agentId, m_accounts.branchId, a.lastTxnDate});
         }
         // The earlier receive of the day; its copy of the database goes, so
         // that the receive under test makes the day's copy too.
@@ -190,10 +193,11 @@ private slots:
                 leftOver << name;
         }
         qInfo("%s%s",
-              isOld                                                 ? "the old rows and files"
+              isOld                                               ? "the old rows and files"
               : after.rows.audit.size() > m_new.rows.audit.size() ? "the new rows; the start wrote the owed files"
-                                                                    : "the new rows and files",
-              leftOver.isEmpty() ? "" : qPrintable(QStringLiteral("; left over: ") + leftOver.join(QStringLiteral(", "))));
+                                                                  : "the new rows and files",
+              leftOver.isEmpty() ? ""
+                                 : qPrintable(QStringLiteral("; left over: ") + leftOver.join(QStringLiteral(", "))));
         if (isOld) {
             // Nothing of the receive but the dump of the terminal's replies,
             // which it writes first on purpose, whole or not at all.
@@ -246,9 +250,9 @@ private slots:
             QVERIFY(again.contains(QStringLiteral("BackupData/HandHeldData-2007-11-16.db")));
             for (const QString& name : again.keys())
                 QVERIFY2(!name.contains(QLatin1String(".part")), qPrintable(name));
-            QCOMPARE(WritePoints::rows(QDir(m_data).filePath(QStringLiteral("BackupData/HandHeldData-2007-11-16.db")))
-                         .check,
-                     QStringLiteral("ok"));
+            QCOMPARE(
+                WritePoints::rows(QDir(m_data).filePath(QStringLiteral("BackupData/HandHeldData-2007-11-16.db"))).check,
+                QStringLiteral("ok"));
         }
     }
 };

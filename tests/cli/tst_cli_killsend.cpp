@@ -78,7 +78,9 @@ class tst_CliKillSend : public QObject
         else if (!p.waitForFinished(scaledMs(60000)))
             outcome = QStringLiteral("did not end");
         else
-            outcome = QStringLiteral("exit %1 %2").arg(p.exitCode()).arg(QString::fromLocal8Bit(p.readAllStandardOutput() + p.readAllStandardError()));
+            outcome = QStringLiteral("exit %1 %2")
+                          .arg(p.exitCode())
+                          .arg(QString::fromLocal8Bit(p.readAllStandardOutput() + p.readAllStandardError()));
         terminal.terminate();
         terminal.waitForFinished(scaledMs(5000));
         return outcome;
@@ -97,8 +99,8 @@ private slots:
                        {QStringLiteral("--data-dir"), m_data, QStringLiteral("settings"), QStringLiteral("set"),
                         QStringLiteral("--bank-name"), QStringLiteral("STATE BANK"), QStringLiteral("--branch-name"),
                         QStringLiteral("MAIN ROAD"), QStringLiteral("--comm-port"), QStringLiteral("1"),
-                        QStringLiteral("--font-size"), QStringLiteral("small"),
-                        QStringLiteral("--bank-info-path"), QDir(m_data).filePath(QStringLiteral("bank"))});
+                        QStringLiteral("--font-size"), QStringLiteral("small"), QStringLiteral("--bank-info-path"),
+                        QDir(m_data).filePath(QStringLiteral("bank"))});
         QVERIFY(settings.waitForFinished(scaledMs(30000)));
         QCOMPARE(settings.exitCode(), 0);
 

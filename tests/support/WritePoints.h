@@ -150,7 +150,8 @@ inline Rows rows(const QString& dbPath)
                 t.exec(QStringLiteral("SELECT * FROM \"%1\" ORDER BY rowid").arg(table));
                 while (t.next()) {
                     // The audit trail's own counter goes with its events.
-                    if (table == QLatin1String("sqlite_sequence") && t.value(0).toString() == QLatin1String("AuditTrail"))
+                    if (table == QLatin1String("sqlite_sequence") &&
+                        t.value(0).toString() == QLatin1String("AuditTrail"))
                         continue;
                     QStringList fields{table};
                     for (int i = 0; i < t.record().count(); ++i)
