@@ -44,6 +44,9 @@ class tst_CliKillReceive : public QObject
     State m_old;
     State m_new;
     QStringList m_points;
+    QString m_owing;           // the data folder of a receive killed after its commit, all three files owed
+    State m_completed;         // what the start makes of it
+    QStringList m_startPoints; // the writes of that start
 
     State state() { return {WritePoints::rows(dbPath()), WritePoints::files(m_data)}; }
 
@@ -158,6 +161,30 @@ private slots:
         }
         QVERIFY(m_new.files.contains(QStringLiteral("BackupData/001_16_11_07_2Reconciliation.txt")));
         QVERIFY(m_new.files.contains(QStringLiteral("BackupData/HandHeldData-2007-11-16.db")));
+
+        // A receive killed after its commit, before its first file went
+        // into place; then the start that writes the files it owes, and
+        // that start's own write points.
+        const auto firstLink = std::find_if(m_points.cbegin(), m_points.cend(), [](const QString& line) {
+            return line.section(QLatin1Char(' '), 1) == QLatin1String("link 0011611u.txt");
+        });
+        QVERIFY(firstLink != m_points.cend());
+        QVERIFY(WritePoints::copyFolder(m_before, m_data));
+        QVERIFY(!receive(m_records, {}, firstLink->section(QLatin1Char(' '), 0, 0).toInt()).isEmpty());
+        m_owing = m_root.filePath(QStringLiteral("owing"));
+        QVERIFY(WritePoints::copyFolder(m_data, m_owing));
+        const QString startLog = m_root.filePath(QStringLiteral("start-points.txt"));
+        const QString started = WritePoints::startOnce(m_data, WritePoints::environment(m_data, startLog));
+        QVERIFY2(started.isEmpty(), qPrintable(started));
+        m_completed = state();
+        m_startPoints = WritePoints::readLog(startLog);
+        qInfo("%lld write points in the start that writes the owed files",
+              static_cast<long long>(m_startPoints.size()));
+        QCOMPARE(m_completed.rows.rows, m_new.rows.rows);
+        QCOMPARE(m_completed.rows.audit.size(), m_new.rows.audit.size() + 1);
+        for (const QString& name : {QStringLiteral("0011611u.txt"), QStringLiteral("BackupData/0011611uCheck.txt"),
+                                    QStringLiteral("BackupData/001_16_11_07_2Reconciliation.txt")})
+            QVERIFY2(m_completed.files.value(name) == m_new.files.value(name), qPrintable(name));
     }
 
     void killedAtEveryWritePoint_data()
@@ -253,6 +280,47 @@ private slots:
             QCOMPARE(
                 WritePoints::rows(QDir(m_data).filePath(QStringLiteral("BackupData/HandHeldData-2007-11-16.db"))).check,
                 QStringLiteral("ok"));
+        }
+    }
+
+    // The start that writes the owed files, killed in its turn at each of
+    // its writes, then started again: still the new rows, and the three
+    // files byte for byte, whichever of them the first start had written.
+    void startKilledAtEveryWritePoint_data()
+    {
+        QTest::addColumn<int>("at");
+        QTest::addColumn<QString>("expected");
+        for (const QString& line : m_startPoints) {
+            const QString name = WritePoints::pointName(line);
+            QTest::newRow(qPrintable(name)) << line.section(QLatin1Char(' '), 0, 0).toInt() << name;
+        }
+    }
+
+    void startKilledAtEveryWritePoint()
+    {
+        QFETCH(int, at);
+        QFETCH(QString, expected);
+        QVERIFY(WritePoints::copyFolder(m_owing, m_data));
+        const QString notice = m_root.filePath(QStringLiteral("held.txt"));
+        const QString held = WritePoints::startKilled(m_data, WritePoints::environment(m_data, {}, at, notice), notice);
+        QCOMPARE(WritePoints::pointName(held), expected);
+
+        const QString started = WritePoints::startOnce(m_data);
+        QVERIFY2(started.isEmpty(), qPrintable(started));
+        QVERIFY(!WritePoints::hotJournal(dbPath() + QStringLiteral("-journal")));
+        const State after = state();
+        QCOMPARE(after.rows.check, QStringLiteral("ok"));
+        QCOMPARE(after.rows.rows, m_new.rows.rows);
+        // One event for each start that wrote files.
+        QVERIFY(after.rows.audit.mid(0, m_new.rows.audit.size()) == m_new.rows.audit);
+        QVERIFY(after.rows.audit.size() <= m_new.rows.audit.size() + 2);
+        for (const QString& event : after.rows.audit.mid(m_new.rows.audit.size()))
+            QVERIFY2(event.contains(QLatin1String("files completed after an interrupted receive")), qPrintable(event));
+        for (auto it = m_completed.files.cbegin(); it != m_completed.files.cend(); ++it)
+            QVERIFY2(after.files.value(it.key()) == it.value(), qPrintable(it.key()));
+        for (const QString& name : after.files.keys()) {
+            if (!m_completed.files.contains(name))
+                QVERIFY2(looksUnfinished(name), qPrintable(name));
         }
     }
 };

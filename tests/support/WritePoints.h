@@ -204,9 +204,11 @@ inline bool copyFolder(const QString& from, const QString& to)
 // Starts the program once, as a clerk would after the kill: any command
 // that opens the database rolls a hot journal back and writes the files a
 // receive still owes before it does anything else.
-inline QString startOnce(const QString& dataDir)
+inline QString startOnce(const QString& dataDir,
+                         const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment())
 {
     QProcess p;
+    p.setProcessEnvironment(env);
     p.start(qEnvironmentVariable("TONVY_BIN_DIR") + QStringLiteral("/tonvy-cli"),
             {QStringLiteral("--data-dir"), dataDir, QStringLiteral("settings"), QStringLiteral("show")});
     if (!p.waitForFinished(scaledMs(30000)))
@@ -216,6 +218,20 @@ inline QString startOnce(const QString& dataDir)
             .arg(p.exitCode())
             .arg(QString::fromLocal8Bit(p.readAllStandardError()));
     return {};
+}
+
+// The same start held at a write point (env from environment()) and killed
+// there: the point's line, or empty when it ended first.
+inline QString startKilled(const QString& dataDir, const QProcessEnvironment& env, const QString& notice)
+{
+    QFile::remove(notice);
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.start(qEnvironmentVariable("TONVY_BIN_DIR") + QStringLiteral("/tonvy-cli"),
+            {QStringLiteral("--data-dir"), dataDir, QStringLiteral("settings"), QStringLiteral("show")});
+    if (!p.waitForStarted())
+        return {};
+    return killWhenHeld(p, notice, [] {});
 }
 
 } // namespace WritePoints
