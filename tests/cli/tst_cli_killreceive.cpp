@@ -314,8 +314,24 @@ private slots:
         // One event for each start that wrote files.
         QVERIFY(after.rows.audit.mid(0, m_new.rows.audit.size()) == m_new.rows.audit);
         QVERIFY(after.rows.audit.size() <= m_new.rows.audit.size() + 2);
-        for (const QString& event : after.rows.audit.mid(m_new.rows.audit.size()))
+        const QStringList completions = after.rows.audit.mid(m_new.rows.audit.size());
+        for (const QString& event : completions)
             QVERIFY2(event.contains(QLatin1String("files completed after an interrupted receive")), qPrintable(event));
+        // Every file a start wrote is named in the audit trail with its
+        // hash, whichever start wrote it. (The marks were once removed file
+        // by file before the event: a start killed from the first removal to
+        // the event left the upload file, or all three, never named.)
+        const QString folder = m_data + QLatin1Char('/');
+        for (const QString& written :
+             {QStringLiteral("upload file ") + folder + QStringLiteral("0011611u.txt"),
+              QStringLiteral("check listing ") + folder + QStringLiteral("BackupData/0011611uCheck.txt"),
+              QStringLiteral("reconciliation ") + folder +
+                  QStringLiteral("BackupData/001_16_11_07_2Reconciliation.txt")}) {
+            const bool named = std::any_of(completions.cbegin(), completions.cend(),
+                                           [&](const QString& event) { return event.contains(written); });
+            QVERIFY2(named, qPrintable(written + QStringLiteral(" is not in the audit trail: ") +
+                                       completions.join(QStringLiteral(" / "))));
+        }
         for (auto it = m_completed.files.cbegin(); it != m_completed.files.cend(); ++it)
             QVERIFY2(after.files.value(it.key()) == it.value(), qPrintable(it.key()));
         for (const QString& name : after.files.keys()) {
