@@ -3,6 +3,7 @@
 
 #include <QTemporaryDir>
 #include <QtTest>
+#include <algorithm>
 
 // 'tonvy-cli send' killed with SIGKILL at every point where it writes: the
 // download file's accounts go into BankData, with their audit event, in one
@@ -121,7 +122,10 @@ private slots:
         m_new = WritePoints::rows(dbPath());
         m_points = WritePoints::readLog(log);
         qInfo("%lld write points in an uninterrupted send", static_cast<long long>(m_points.size()));
-        QVERIFY(m_points.size() > 5);
+        // The shim sees the commits.
+        QVERIFY(std::any_of(m_points.cbegin(), m_points.cend(), [](const QString& line) {
+            return line.endsWith(QLatin1String(" unlink HandHeldData.db-journal"));
+        }));
 
         QCOMPARE(m_new.check, QStringLiteral("ok"));
         QVERIFY(m_new.rows != m_old.rows);
