@@ -21,7 +21,9 @@
 // receive or exactly those an uninterrupted receive leaves, and the bank's
 // files agree with the rows: the old files with the old rows, and with the
 // new rows the upload file, the check listing and the reconciliation byte
-// for byte as the uninterrupted receive wrote them.
+// for byte as the uninterrupted receive wrote them. The start that writes
+// the files a killed receive owes is then killed the same way, at each of
+// its own writes.
 //
 // The data folder already holds an earlier receive of the same agent and
 // day (other collections), so that "old" has an upload file, a check listing
