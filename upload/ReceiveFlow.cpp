@@ -27,6 +27,8 @@ QString fileAdvice(const QString& text, bool stored)
         fix = QStringLiteral("Free some space on that disk");
     else if (text.contains(QLatin1String("Permission denied")) || text.contains(QLatin1String("Read-only file system")))
         fix = QStringLiteral("That folder is read-only: let this user write to it (ask IT)");
+    else if (text.contains(QLatin1String("could not be synced")))
+        fix = QStringLiteral("The disk did not keep it: check that disk (a stick pulled out, a share gone)");
     else
         fix = QStringLiteral("Free some space on that disk, or let this user write to that folder (ask IT)");
     if (!stored)

@@ -9,12 +9,12 @@
 // 'tonvy-cli receive', the real program against the simulated terminal, on
 // a disk that fills up at each file the receive writes (the backup dump,
 // the upload file, the check listing, the commit of the rows, the
-// reconciliation) and on a read-only data folder. Each ends with exit
-// status 1 and a message naming the file and saying what to do; nothing is
-// lost: either nothing is stored and the receive can be done again, or the
-// rows are stored with the files they owe marked, and the next start
-// writes them once there is room. No file under its final name is cut
-// short.
+// reconciliation), that cannot sync a file or a folder, and on a read-only
+// data folder. Each ends with exit status 1 and a message naming the file
+// and saying what to do; nothing is lost: either nothing is stored and the
+// receive can be done again, or the rows are stored with the files they owe
+// marked, and the next start writes them once there is room. No file under
+// its final name is cut short.
 class tst_CliReceiveFaults : public QObject, protected CliReceiveFixture
 {
     Q_OBJECT
@@ -24,6 +24,8 @@ private slots:
     void cleanup() { tearDown(); }
     void diskFillsUpDuringTheReceive_data();
     void diskFillsUpDuringTheReceive();
+    void diskThatCannotSyncDuringTheReceive_data();
+    void diskThatCannotSyncDuringTheReceive();
     void readOnlyDataFolder_data();
     void readOnlyDataFolder();
 
@@ -39,6 +41,7 @@ private:
     int count(const QString& sql);
     static int lineCount(const QString& path);
     void checkNoFileIsCutShort();
+    void checkFaultyReceive(const Result& r, const QString& named, bool stored);
 };
 
 void tst_CliReceiveFaults::init()
@@ -152,7 +155,10 @@ void tst_CliReceiveFaults::diskFillsUpDuringTheReceive_data()
     QTest::newRow("the backup dump") << "/BackupData/" << 1 << "BackupData/001_" << false;
     QTest::newRow("the upload file") << "/bank/" << 1 << "bank/0011611u.txt" << false;
     QTest::newRow("the check listing") << "/BackupData/" << 2 << "BackupData/0011611uCheck.txt" << false;
-    QTest::newRow("the commit") << "/HandHeldData.db" << 1 << "HandHeldData.db" << false;
+    // The journal cannot grow; or it can (the first file of the database to
+    // grow), and the database file cannot as the commit writes into it.
+    QTest::newRow("the commit, journal") << "/HandHeldData.db" << 1 << "HandHeldData.db" << false;
+    QTest::newRow("the commit, database file") << "/HandHeldData.db" << 2 << "HandHeldData.db" << false;
     QTest::newRow("the reconciliation") << "/BackupData/" << 3 << "Reconciliation.txt" << true;
 }
 
@@ -166,22 +172,58 @@ void tst_CliReceiveFaults::diskFillsUpDuringTheReceive()
     const Result r = receiveWith(faultyEnvironment({{"TONVY_TEST_DISK_FULL_MATCH", folder + match},
                                                     {"TONVY_TEST_DISK_FULL_FROM_FILE", QString::number(fromFile)},
                                                     {"TONVY_TEST_DISK_FULL_AFTER", "0"}}));
+    QVERIFY2(r.err.contains(QLatin1String("No space left on device")) ||
+                 r.err.contains(QLatin1String("no space left on the disk")),
+             qPrintable(r.err));
+    QVERIFY2(r.err.contains(QLatin1String("Free some space")), qPrintable(r.err));
+    checkFaultyReceive(r, named, stored);
+}
+
+void tst_CliReceiveFaults::diskThatCannotSyncDuringTheReceive_data()
+{
+    QTest::addColumn<QString>("match"); // the files or folders whose syncs fail ("$": the folder alone)
+    QTest::addColumn<QString>("named");
+    QTest::addColumn<bool>("stored");
+    // A file is synced before it is renamed into place: one that cannot be
+    // is not put in place, and nothing is stored.
+    QTest::newRow("the upload file") << "/bank/"
+                                     << "bank/0011611u.txt" << false;
+    QTest::newRow("the check listing and backup") << "/BackupData/"
+                                                  << "BackupData/0011611uCheck.txt" << false;
+    // A folder is synced after the rename, once the rows are in: its file
+    // stays owed and the next start writes it again.
+    QTest::newRow("the bank folder") << "/bank$"
+                                     << "the folder " << true;
+    QTest::newRow("the BackupData folder") << "/BackupData$"
+                                           << "the folder " << true;
+}
+
+void tst_CliReceiveFaults::diskThatCannotSyncDuringTheReceive()
+{
+    QFETCH(QString, match);
+    QFETCH(QString, named);
+    QFETCH(bool, stored);
+    const QString folder = QFileInfo(t->dir.path()).canonicalFilePath();
+    const Result r = receiveWith(faultyEnvironment({{"TONVY_TEST_SYNC_FAIL_MATCH", folder + match}}));
+    QVERIFY2(r.err.contains(QLatin1String("could not be synced to the disk (Input/output error)")), qPrintable(r.err));
+    checkFaultyReceive(r, named, stored);
+}
+
+// How a receive that met a fault ends, and that nothing is lost: either
+// nothing was stored and the same receive goes through once the disk is
+// healthy, or the rows are in with their files owed, and the next start
+// writes them.
+void tst_CliReceiveFaults::checkFaultyReceive(const Result& r, const QString& named, bool stored)
+{
     const QString all = r.out + r.err;
     QVERIFY2(r.status == QProcess::NormalExit, qPrintable(all));
     QVERIFY2(r.exitCode == 1, qPrintable(all));
     QVERIFY2(!r.err.contains(QLatin1String("terminate called")), qPrintable(all));
     QVERIFY2(r.err.contains(named), qPrintable(all));
-    QVERIFY2(r.err.contains(QLatin1String("No space left on device")) ||
-                 r.err.contains(QLatin1String("no space left on the disk")),
-             qPrintable(all));
-    QVERIFY2(r.err.contains(QLatin1String("Free some space")), qPrintable(all));
-    QVERIFY2(!r.out.contains(QLatin1String("Upload Completed Successfully")) || stored, qPrintable(all));
     checkNoFileIsCutShort();
 
     const int pending = count(QStringLiteral("SELECT count(*) FROM PendingOutputs"));
     if (!stored) {
-        // Nothing stored, nothing owed, no upload file: the receive is
-        // done again once there is room, and then everything is written.
         QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData")), 0);
         QCOMPARE(count(QStringLiteral("SELECT count(*) FROM CollectionHistory")), 0);
         QCOMPARE(pending, 0);
@@ -190,12 +232,13 @@ void tst_CliReceiveFaults::diskFillsUpDuringTheReceive()
         QVERIFY2(r.err.contains(QLatin1String("Nothing was replaced")) ||
                      r.err.contains(QLatin1String("Nothing was changed")),
                  qPrintable(all));
+        QVERIFY2(r.err.contains(QLatin1String("receive again")) || r.err.contains(QLatin1String("try again")),
+                 qPrintable(all));
+        QVERIFY2(!r.out.contains(QLatin1String("Upload Completed Successfully")), qPrintable(all));
         terminal->setRecords(records);
         const Result again = receive({});
         QVERIFY2(again.exitCode == 0, qPrintable(again.out + again.err));
     } else {
-        // Stored, with the files it could not write owed; the next start,
-        // with room again, writes them.
         QCOMPARE(count(QStringLiteral("SELECT count(*) FROM RestoreData")), records.transactionCount);
         QVERIFY2(pending > 0, qPrintable(all));
         QVERIFY2(r.err.contains(QLatin1String("start the program again or run any tonvy-cli command")),
