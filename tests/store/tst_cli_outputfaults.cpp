@@ -27,6 +27,7 @@ private slots:
     void diskThatCannotSyncTheReport();
     void readOnlyDataFolder_data();
     void readOnlyDataFolder();
+    void readOnlyDataFolderWithoutADatabase();
 
 private:
     struct Result
@@ -36,7 +37,8 @@ private:
         QString out;
         QString err;
     };
-    Result run(const QStringList& args, const QMap<QString, QString>& faults = {});
+    // In the data folder made for the tests unless dataDir is given.
+    Result run(const QStringList& args, const QMap<QString, QString>& faults = {}, const QString& dataDir = {});
     static QStringList outputCommand(const QString& kind, const QString& output);
 
     QTemporaryDir m_dir;
@@ -78,7 +80,8 @@ void tst_CliOutputFaults::initTestCase()
     transaction.commit();
 }
 
-tst_CliOutputFaults::Result tst_CliOutputFaults::run(const QStringList& args, const QMap<QString, QString>& faults)
+tst_CliOutputFaults::Result tst_CliOutputFaults::run(const QStringList& args, const QMap<QString, QString>& faults,
+                                                     const QString& dataDir)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     if (!faults.isEmpty()) {
@@ -91,7 +94,7 @@ tst_CliOutputFaults::Result tst_CliOutputFaults::run(const QStringList& args, co
     }
     QProcess p;
     p.setProcessEnvironment(env);
-    p.start(m_cli, QStringList{QStringLiteral("--data-dir"), m_data} + args);
+    p.start(m_cli, QStringList{QStringLiteral("--data-dir"), dataDir.isEmpty() ? m_data : dataDir} + args);
     p.closeWriteChannel();
     Result r;
     if (!p.waitForFinished(60000)) {
@@ -284,6 +287,26 @@ void tst_CliOutputFaults::readOnlyDataFolder()
         QCOMPARE(StoreFaults::hashOf(m_db), database);
         QCOMPARE(QDir(m_data).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), before);
     }
+}
+
+void tst_CliOutputFaults::readOnlyDataFolderWithoutADatabase()
+{
+    // A new data folder that cannot be written: the database cannot be
+    // made, which is said as it is (no advice to restore a backup).
+    const QString empty = QFileInfo(m_dir.path()).canonicalFilePath() + QStringLiteral("/empty");
+    QVERIFY(QDir().mkpath(empty));
+    const Result r = run({QStringLiteral("settings"), QStringLiteral("show")},
+                         {{QStringLiteral("TONVY_TEST_READONLY_FOLDER"), empty}}, empty);
+    QVERIFY2(r.status == QProcess::NormalExit, qPrintable(r.err));
+    QCOMPARE(r.code, 1);
+    QVERIFY2(
+        r.err.contains(QStringLiteral("Cannot open the database file %1/HandHeldData.db: it does not exist yet and "
+                                      "cannot be created")
+                           .arg(empty)),
+        qPrintable(r.err));
+    QVERIFY2(r.err.contains(QStringLiteral("the folder %1 is read-only for this user").arg(empty)), qPrintable(r.err));
+    QVERIFY2(!r.err.contains(QLatin1String("Restore")) && !r.err.contains(QLatin1String("restore")), qPrintable(r.err));
+    QVERIFY(QDir(empty).isEmpty());
 }
 
 QTEST_GUILESS_MAIN(tst_CliOutputFaults)
