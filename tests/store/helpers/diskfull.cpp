@@ -7,11 +7,13 @@
 //    the first N-1 files that match (in the order they first grow; a file
 //    is told by its inode, so a temporary copy and the name it is renamed
 //    to are one file) grow freely and the disk fills up from the Nth on:
-//    "the check listing, and everything after it";
+//    "the check listing, and everything after it". A file made after
+//    another was removed may get its inode and count as that one (the
+//    journals of successive transactions often do);
 //  - it cannot keep what it is given: fsync and fdatasync of a file or
 //    folder whose path contains TONVY_TEST_SYNC_FAIL_MATCH fail with EIO
 //    (a match ending in "$" must end the path: "/data/exports$" is that
-//    folder alone, not the files in it).
+//    folder alone, not the files in it);
 //  - its folders are read-only: see readonlyfolder.cpp.
 // Without those variables it does nothing.
 #include <cerrno>
