@@ -36,8 +36,8 @@ public:
     ~UploadSession() override;
 
     // Receive screen loaded: port opened, Timer1 at 1000 ms, the shared
-    // completion cleared; Timer3 (5000 ms) runs from here. False when the port could
-    // not be opened (a message was emitted).
+    // completion cleared; Timer3 (5000 ms) runs from here. False when the
+    // port could not be opened (a message was emitted).
     bool Form_Load();
     // Receive pressed (or Enter on it): a fresh receive. The line's input is
     // emptied first, so bytes left by an interrupted exchange are never
