@@ -53,7 +53,7 @@ void checkFinished(UploadSession& session, const LinkState& link)
 {
     // Finished: every record from the header to the last one is in.
     FUZZ_CHECK(session.phase() == UploadSession::Phase::Done);
-    FUZZ_CHECK(link.UploadDone);
+    FUZZ_CHECK(link.completion.isComplete());
     const int last = session.recordNo();
     FUZZ_CHECK(last >= 2);
     const int received = last - 1;

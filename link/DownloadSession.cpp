@@ -1,6 +1,7 @@
 #include "link/DownloadSession.h"
 
 #include "base/Clock.h"
+#include "link/DownloadAnswers.h"
 #include "link/LinkChannel.h"
 #include "link/LinkPort.h"
 
@@ -33,18 +34,12 @@ LinkState& DownloadSession::link()
 
 bool DownloadSession::busy() const
 {
-    switch (m_phase) {
-    case Phase::AwaitingHeaderAck:
-    case Phase::HeaderAcknowledged:
-    case Phase::SendingRecords:
-    case Phase::AwaitingEndAck:
-        return true;
-    case Phase::Idle:
-    case Phase::Done:
-    case Phase::Stopped:
-        break;
-    }
-    return false;
+    return m_phase.busy();
+}
+
+void DownloadSession::setPhase(Phase phase)
+{
+    m_phase.moveTo(phase);
 }
 
 template <typename Step> void DownloadSession::guarded(Step step)
@@ -70,8 +65,7 @@ void DownloadSession::stopWith(const SessionMessage& message)
 {
     stopTimers();
     link().RxBuffer.clear();
-    m_draining = false;
-    m_phase = Phase::Stopped;
+    setPhase(Phase::Stopped);
     emit this->message(message);
     emit stopped();
 }
@@ -79,8 +73,8 @@ void DownloadSession::stopWith(const SessionMessage& message)
 void DownloadSession::complete(const QString& text)
 {
     stopTimers();
-    link().UploadDone = true;
-    m_phase = Phase::Done;
+    link().completion.markComplete();
+    setPhase(Phase::Done);
     emit message({text, SessionMessage::Icon::Information});
     emit completed();
 }
@@ -96,7 +90,7 @@ void DownloadSession::fail(const QString& why)
 void DownloadSession::onLinkFailed(const QString& message)
 {
     // The port has closed itself; the one message says what happened.
-    if (m_phase == Phase::Stopped) {
+    if (phase() == Phase::Stopped) {
         stopTimers();
         return;
     }
@@ -107,7 +101,6 @@ void DownloadSession::onPortTaken()
 {
     const bool wasBusy = busy();
     stopTimers();
-    m_draining = false;
     if (!wasBusy)
         return;
     stopWith({portTakenText(), SessionMessage::Icon::Critical});
@@ -124,7 +117,7 @@ void DownloadSession::Form_Load()
     m_timer1.setInterval(10);
     stopTimers();
     setCounter(0);
-    link().UploadDone = false;
+    link().completion.clear();
 }
 
 void DownloadSession::prepareSend()
@@ -132,13 +125,12 @@ void DownloadSession::prepareSend()
     stopTimers();
     setCounter(0);
     link().RxBuffer.clear();
-    m_phase = Phase::Idle;
+    setPhase(Phase::Idle);
     m_header.clear();
     m_recordFrames.clear();
     m_lastFrameSent = 0;
     m_highest = 0;
     m_sinceProgress = 0;
-    m_draining = false;
     m_quietTicks = 0;
 }
 
@@ -160,9 +152,8 @@ void DownloadSession::stopTransfer()
 {
     stopTimers();
     link().RxBuffer.clear();
-    m_draining = false;
     if (busy())
-        m_phase = Phase::Stopped;
+        setPhase(Phase::Stopped);
     m_port.release(this);
 }
 
@@ -188,7 +179,7 @@ void DownloadSession::doFirstProtocol()
     // Built after the clock reading and the port, as version 2.1 did;
     // nothing is written until the port is open.
     const QDateTime now = m_clock.now();
-    m_phase = Phase::AwaitingHeaderAck;
+    setPhase(Phase::AwaitingHeaderAck);
     if (!OpenCommPort())
         return;
     link().RxBuffer.clear();
@@ -204,7 +195,7 @@ void DownloadSession::doFirstProtocol()
 
 void DownloadSession::headerTimedOut()
 {
-    if (m_phase != Phase::AwaitingHeaderAck)
+    if (phase() != Phase::AwaitingHeaderAck)
         return;
     stopWith({checkCableText(), SessionMessage::Icon::Critical});
 }
@@ -212,7 +203,7 @@ void DownloadSession::headerTimedOut()
 void DownloadSession::Timer1_Timer()
 {
     m_timer1.stop();
-    if (m_phase != Phase::HeaderAcknowledged)
+    if (phase() != Phase::HeaderAcknowledged)
         return;
     SecondProtocol();
 }
@@ -235,7 +226,7 @@ void DownloadSession::doSecondProtocol()
         ++n;
     }
     m_recordFrames = frames;
-    m_phase = Phase::SendingRecords;
+    setPhase(Phase::SendingRecords);
     m_lastFrameSent = 2;
     m_highest = 2;
     send(m_recordFrames.value(1));
@@ -251,7 +242,7 @@ void DownloadSession::SendOneByOne()
 
 void DownloadSession::doSendOneByOne()
 {
-    if (m_phase == Phase::AwaitingHeaderAck) {
+    if (phase() == Phase::AwaitingHeaderAck) {
         // Only a NACK asks for the header again.
         m_lastFrameSent = 0;
         send(m_header);
@@ -260,13 +251,13 @@ void DownloadSession::doSendOneByOne()
     }
     // Frames are numbered from the header (1), so the accounts are 2 to
     // count + 1 and the counter may reach count + 1.
-    if (m_phase == Phase::SendingRecords && m_counter <= frameCount() + 1) {
+    if (phase() == Phase::SendingRecords && m_counter <= frameCount() + 1) {
         if (m_counter - 1 < 0 || m_counter - 1 >= FrameCapacity)
             throw LinkError(LinkError::Kind::SubscriptOutOfRange, QStringLiteral("frame %1").arg(m_counter));
         m_lastFrameSent = m_counter;
         send(m_recordFrames.value(m_counter - 1));
-    } else if (m_phase == Phase::SendingRecords) {
-        m_phase = Phase::AwaitingEndAck;
+    } else if (phase() == Phase::SendingRecords) {
+        setPhase(Phase::AwaitingEndAck);
         m_lastFrameSent = 0; // "OVER" carries 00 00
         send(endFrame());
     }
@@ -282,13 +273,10 @@ void DownloadSession::doOnComm()
 {
     LinkState& state = link();
     const QByteArray bytes = m_port.channel().readAll();
-    if (m_phase != Phase::AwaitingHeaderAck && m_phase != Phase::SendingRecords && m_phase != Phase::AwaitingEndAck) {
-        // Nothing is awaited: left-overs of an earlier exchange, or a late
-        // answer after the send ended. Never taken for a reply.
-        state.RxBuffer.clear();
-        return;
-    }
-    if (m_draining) {
+    if (!m_phase.readsAnswers()) {
+        // Nothing is awaited (left-overs of an earlier exchange, a late
+        // answer after the send ended), or the line is being let go quiet:
+        // never taken for a reply.
         state.RxBuffer.clear();
         return;
     }
@@ -297,32 +285,23 @@ void DownloadSession::doOnComm()
     if (state.RxBuffer.size() < DownloadFrames::AnswerSize)
         return;
 
-    if (state.RxBuffer.contains("CLOS") || state.RxBuffer.contains("BACK")) {
+    const DownloadAnswers::Answer answer = DownloadAnswers::read(state.RxBuffer);
+    if (answer.notInDownloadMode) {
         stopWith({notInDownloadModeText(), SessionMessage::Icon::Information});
         return;
     }
-
-    const qsizetype at = state.RxBuffer.indexOf("AACK"); // 0-based
-    const bool ackFound = at >= 0;
-    int acknowledged = -1; // an "AACK" at position 1 or 2 carries no number
-    if (at >= 2) {
-        const LinkCodec::Buffer b = LinkCodec::String2byte(state.RxBuffer.mid(at - 2, 2), 2);
-        state.codec.HEX_DECIMAL(b[0], b[1]);
-        acknowledged = state.codec.HexValue;
-    }
-    const QByteArray copy = state.RxBuffer;
     state.RxBuffer.clear();
 
-    if (ackFound && m_phase == Phase::AwaitingEndAck) {
+    if (answer.acknowledged && phase() == Phase::AwaitingEndAck) {
         complete(completedText());
         return;
     }
 
-    if (acknowledged >= 0 && acknowledged == m_lastFrameSent) {
-        if (m_phase == Phase::AwaitingHeaderAck) {
+    if (answer.recordNumber >= 0 && answer.recordNumber == m_lastFrameSent) {
+        if (phase() == Phase::AwaitingHeaderAck) {
             m_headerWatch.stop();
             m_timer2.stop();
-            m_phase = Phase::HeaderAcknowledged;
+            setPhase(Phase::HeaderAcknowledged);
             m_timer1.start();
         } else {
             m_timer2.stop();
@@ -340,15 +319,14 @@ void DownloadSession::doOnComm()
         return;
     }
 
-    const bool nack = copy.contains("NACK");
-    if (m_phase == Phase::AwaitingHeaderAck) {
+    if (phase() == Phase::AwaitingHeaderAck) {
         // Any other answer to the header belongs to an earlier exchange.
-        if (nack)
+        if (answer.negative)
             doSendOneByOne();
         return;
     }
     m_timer2.stop();
-    if (nack) {
+    if (answer.negative) {
         emit progress(m_counter - 2, m_job.recordCount);
     } else {
         setCounter(std::max(m_counter - 2, 2));
@@ -358,7 +336,7 @@ void DownloadSession::doOnComm()
         // answer. Stop answering until the line is quiet; the next time-out
         // resends from a clean line.
         if (++m_sinceProgress >= LagLimit) {
-            m_draining = true;
+            setPhase(DownloadPhase::drainingOf(phase()));
             m_sinceProgress = 0;
             m_timer2.start();
             return;
@@ -371,12 +349,7 @@ void DownloadSession::stepBackSendCounter()
 {
     // The first time-out of a run goes back to the frame before, whose
     // acknowledgement may be the one that was lost.
-    int counter = m_counter;
-    if (counter > 1 && link().TimeoutCount == 1)
-        --counter;
-    if (counter < 2)
-        counter = 2;
-    setCounter(counter);
+    setCounter(DownloadPhase::afterTimeout(m_counter, link().TimeoutCount));
 }
 
 void DownloadSession::Timer2_Timer()
@@ -386,12 +359,12 @@ void DownloadSession::Timer2_Timer()
 
 void DownloadSession::doTimer2()
 {
-    if (m_phase != Phase::SendingRecords && m_phase != Phase::AwaitingEndAck) {
+    if (!m_phase.responseTimeoutRuns()) {
         m_timer2.stop();
         return;
     }
     LinkState& state = link();
-    if (state.UploadDone) {
+    if (state.completion.isComplete()) {
         // Download complete is still set from an earlier send on this
         // screen: the time-out resends nothing. A lost answer would then be
         // waited for in silence, so after five of them the clerk is told.
@@ -399,12 +372,13 @@ void DownloadSession::doTimer2()
             stopWith({checkCableText(), SessionMessage::Icon::Critical});
         return;
     }
-    m_draining = false;
+    // A line let go quiet has been quiet for a whole time-out now.
+    setPhase(DownloadPhase::afterDraining(phase()));
     ++state.TimeoutCount;
     const bool cable = state.TimeoutCount == 5;
     if (cable)
         state.TimeoutCount = 0;
-    if (cable && m_phase == Phase::AwaitingEndAck) {
+    if (cable && phase() == Phase::AwaitingEndAck) {
         // "OVER" is sent once; nothing more will go out, so waiting on
         // would never end.
         stopWith({checkCableText(), SessionMessage::Icon::Critical});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "link/DownloadFrames.h"
+#include "link/DownloadPhase.h"
 #include "link/SessionMessage.h"
 
 #include <QByteArray>
@@ -15,7 +16,8 @@ struct LinkState;
 
 // The PC side of sending one agent's accounts to the terminal: header frame,
 // one record frame per account, the end frame, acknowledgements, resends and
-// time-outs. It works on the port's program-wide link state, shows nothing
+// time-outs. The terminal's answers are read by DownloadAnswers; what the
+// session does with them is decided by its phase (DownloadPhase). It works on the port's program-wide link state, shows nothing
 // and never waits for anyone: what the user must be told is emitted as a
 // message, and the screen or the command line decides how to show it.
 // Handlers carry version 2.1's names so that screens, the CLI and tests can
@@ -24,16 +26,7 @@ class DownloadSession : public QObject
 {
     Q_OBJECT
 public:
-    enum class Phase {
-        Idle,               // nothing sent yet
-        AwaitingHeaderAck,  // the header is out, sent once, waiting for its acknowledgement
-        HeaderAcknowledged, // the 10 ms tick that starts the accounts is due
-        SendingRecords,     // account frames out one by one
-        AwaitingEndAck,     // "OVER" is out
-        Done,               // the final acknowledgement arrived
-        Stopped,            // ended with a message, or stopped by the clerk
-    };
-    Q_ENUM(Phase)
+    using Phase = DownloadPhase::Phase;
 
     DownloadSession(LinkPort& port, Clock& clock, QObject* parent = nullptr);
     ~DownloadSession() override;
@@ -60,7 +53,7 @@ public:
     void stopTransfer();
     void closePort(); // Form_Unload
 
-    Phase phase() const { return m_phase; }
+    Phase phase() const { return m_phase.current(); }
     // A transfer is under way (the header is out and no end reached).
     bool busy() const;
     int sendCounter() const { return m_counter; }
@@ -113,6 +106,8 @@ private:
     void doSendOneByOne();
     void doOnComm();
     void doTimer2();
+    // The one place the session's phase changes.
+    void setPhase(Phase phase);
     void send(const QByteArray& frame);
     void setCounter(int counter);
     void stepBackSendCounter();
@@ -128,7 +123,7 @@ private:
 
     LinkPort& m_port;
     Clock& m_clock;
-    Phase m_phase = Phase::Idle;
+    DownloadPhase m_phase;
     DownloadJob m_job;
     QByteArray m_header;
     QList<QByteArray> m_recordFrames; // index 1..N; index 0 never filled
@@ -136,7 +131,6 @@ private:
     int m_counter = 0;       // the send counter (RecordNo of the shared state)
     int m_highest = 0;       // the furthest the counter has come in this send
     int m_sinceProgress = 0; // answers since it last came further
-    bool m_draining = false; // answers dropped until the next time-out
     int m_quietTicks = 0;    // time-outs that resent nothing
     QTimer m_timer1;
     QTimer m_timer2;

@@ -132,7 +132,8 @@ void LinkCodec::CheckCRC(const QByteArray& frame)
     if (frame.size() < 137)
         throw LinkError(LinkError::Kind::InvalidCall,
                         QStringLiteral("frame of %1 bytes, 137 expected").arg(frame.size()));
-    CRCSum = finishChecksum(addToSum(0, frame.mid(9, 127)));
+    // Summed in place: a copy of the 127 bytes for every reply is not needed.
+    CRCSum = finishChecksum(addToSum(0, QByteArray::fromRawData(frame.constData() + 9, 127)));
     CrcOk = CRCSum == static_cast<std::uint8_t>(frame.at(136));
 }
 

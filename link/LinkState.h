@@ -6,10 +6,29 @@
 #include <QList>
 #include <QString>
 
+// Version 2.1's "download complete" / UploadDone: one flag for the whole
+// program. The send side sets it when its final acknowledgement arrives and
+// the receive side when its last record is in; each screen clears it when it
+// loads (and the receive side again when Receive is pressed). While it is
+// set the send side's response time-out resends nothing, so a second send on
+// the same screen after a finished send or receive waits in silence. That
+// cross-over is why the flag is shared; the sessions' own decisions go by
+// their phase.
+class TransferCompletion
+{
+public:
+    void markComplete() { m_complete = true; }
+    void clear() { m_complete = false; }
+    bool isComplete() const { return m_complete; }
+
+private:
+    bool m_complete = false;
+};
+
 // The link state the send and the receive side share, program-wide, as
 // version 2.1 did: only one of them talks to the terminal at a time, but what
-// one leaves behind (the record number, the completion flag, the counters)
-// is what the other finds.
+// one leaves behind (the record number, the completion, the counters) is what
+// the other finds.
 struct LinkState
 {
     static constexpr int RecordsSize = 2501; // Records(0 To 2500)
@@ -22,8 +41,5 @@ struct LinkState
     QList<QByteArray> Records = QList<QByteArray>(RecordsSize);
     int TimeoutCount = 0;     // response time-outs in a row (the send side's retry count)
     int CrcErrorCount = 0;    // consecutive replies that failed the check
-    // Set when a transfer has finished; while set, the response time-out
-    // does nothing. The send side calls it "download complete".
-    bool UploadDone = false;
-    bool HeaderDecoded = false;
+    TransferCompletion completion;
 };

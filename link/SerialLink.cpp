@@ -4,6 +4,10 @@
 
 #include <QFileInfo>
 
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
 SerialLink::SerialLink(QObject* parent) : LinkChannel(parent)
 {
     connect(&m_port, &QSerialPort::readyRead, this, &LinkChannel::dataArrived);
@@ -136,12 +140,35 @@ void SerialLink::write(const QByteArray& bytes)
         return;
     if (m_trace)
         m_trace->chunk("OUT", bytes);
-    m_port.write(bytes);
+    qsizetype written = 0;
+#ifdef Q_OS_UNIX
+    // QSerialPort keeps what is written in its buffer and writes it when the
+    // event loop next sees the line ready, which costs a wake-up and a whole
+    // turn of the loop for every request. With nothing queued before it, the
+    // frame goes straight onto the line; what the line does not take now
+    // (it is full) follows through QSerialPort as before. The bytes and
+    // their order are the same.
+    if (m_port.bytesToWrite() == 0) {
+        const ssize_t n = ::write(m_port.handle(), bytes.constData(), static_cast<size_t>(bytes.size()));
+        if (n > 0)
+            written = n;
+    }
+#endif
+    if (written < bytes.size()) {
+        m_port.write(bytes.constData() + written, bytes.size() - written);
+        m_port.flush();
+    }
 }
 
 QByteArray SerialLink::readAll()
 {
-    const QByteArray bytes = m_port.readAll();
+    // readAll() starts from a read-ahead chunk far larger than a reply and
+    // shrinks it again, for every reply. What is buffered is read as it is;
+    // only a full buffer (the port's notifications then paused) goes through
+    // readAll(), which starts them again.
+    const qint64 available = m_port.bytesAvailable();
+    const QByteArray bytes = available > 0 && available < m_port.readBufferSize() ? m_port.read(available)
+                                                                                   : m_port.readAll();
     if (m_trace)
         m_trace->chunk("IN ", bytes);
     return bytes;

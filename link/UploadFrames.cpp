@@ -6,10 +6,9 @@ namespace UploadFrames {
 
 QByteArray request(int recHi, int recLo)
 {
-    QByteArray frame("\x01\xFF\x10\xF0U\x00\x03", 7);
-    frame.append(static_cast<char>(recHi & 0xFF));
-    frame.append(static_cast<char>(recLo & 0xFF));
-    frame.append('\0');
+    QByteArray frame("\x01\xFF\x10\xF0U\x00\x03\x00\x00\x00", 10);
+    frame[7] = static_cast<char>(recHi & 0xFF);
+    frame[8] = static_cast<char>(recLo & 0xFF);
     return frame;
 }
 

@@ -1,37 +1,25 @@
 #pragma once
 
+#include "link/ReplyMatcher.h"
 #include "link/SessionMessage.h"
+#include "link/UploadPhase.h"
+#include "link/UploadReplies.h"
 
 #include <QByteArray>
-#include <QHash>
 #include <QObject>
 #include <QString>
 #include <QTimer>
-#include <array>
+#include <functional>
 
 class Clock;
 class LinkPort;
 
-// The receive screen's own values that the upload protocol fills and the
-// restore store and file writers read.
-struct UploadSummary
-{
-    int TotalRecords = 5000;          // announced by the header record
-    int TotalTransactions = 0;        // from the summary record (TotalTransact)
-    QString AgentId;                  // 3 characters from the summary (Label4)
-    QString CollectionDate;           // ddmm from the summary (Label6)
-    QString TotalAmountDigits;        // 8 digits from the summary
-    QString BankAgentId;              // 15 characters from the header record
-    QString UploadBaseName;           // summary bytes 10 to 16: agent and ddmm
-    std::array<char, 6> ClockBytes{}; // made by SendRTC
-
-    // txtTotalAmount: the digits as a number, formatted "0.00".
-    QString totalAmountText() const;
-};
-
 // The PC side of taking the day's collections off the terminal: record
 // requests, replies checked, matched to their request and kept in the
-// shared Records array, the end frame, time-outs and check failures.
+// shared Records array, the end frame, time-outs and check failures. The
+// replies are read by UploadReplies, matched to their request by
+// ReplyMatcher, and what the session does at each turn is decided by its
+// phase (UploadPhase).
 //
 // The session shows nothing and never waits for the user: what the user
 // must be told is emitted as message(), the check-failure question as
@@ -42,22 +30,14 @@ class UploadSession : public QObject
 {
     Q_OBJECT
 public:
-    enum class Phase {
-        Idle,             // nothing asked yet (screen loaded)
-        AwaitingHeader,   // record 0 requested
-        AwaitingSummary,  // record 1 requested
-        ReceivingRecords, // records 2 and up
-        Done,             // the last record is in; the end frame went out
-        Stopped,          // ended early: port failure, Cancel, stop(), a bad value
-    };
-    Q_ENUM(Phase)
+    using Phase = UploadPhase::Phase;
 
     UploadSession(LinkPort& port, Clock& clock, QObject* parent = nullptr);
     ~UploadSession() override;
 
-    // Receive screen loaded: port opened, Timer1 at 1000 ms, UploadDone
-    // cleared; Timer3 (5000 ms) runs from here. False when the port could
-    // not be opened (a message was emitted).
+    // Receive screen loaded: port opened, Timer1 at 1000 ms, the shared
+    // completion cleared; Timer3 (5000 ms) runs from here. False when the
+    // port could not be opened (a message was emitted).
     bool Form_Load();
     // Receive pressed (or Enter on it): a fresh receive. The line's input is
     // emptied first, so bytes left by an interrupted exchange are never
@@ -87,11 +67,11 @@ public:
     void FlushTimer_Timer();
     void closePort();
 
-    Phase phase() const { return m_phase; }
+    Phase phase() const { return m_phase.current(); }
     // A receive is under way: the header was asked for and the last record
     // is not in yet, or the check-failure question is open.
     bool isBusy() const;
-    bool questionOpen() const { return m_questionOpen; }
+    bool questionOpen() const { return m_phase.current() == Phase::CheckQuestion; }
     // RecordNo: the record now requested, -1 before the first request.
     int recordNo() const { return m_recordNo; }
     void setRecordNo(int recordNo) { m_recordNo = recordNo; }
@@ -103,12 +83,10 @@ public:
     UploadSummary& summary() { return m_summary; }
     const UploadSummary& summary() const { return m_summary; }
 
-    static constexpr int RecordCeiling = 2000; // records in one upload at most
+    static constexpr int RecordCeiling = UploadPhase::RecordCeiling; // records in one upload at most
     static constexpr int CrcQuestionAfter = 15;
     static constexpr int CableMessageEvery = 5;
-    // Summary replies in a row that do not read as a summary before the
-    // receive is given up.
-    static constexpr int BadSummariesAllowed = 3;
+    static constexpr int BadSummariesAllowed = ReplyMatcher::BadSummariesAllowed;
     // Good replies in a row that answer no request (late, misplaced)
     // before the receive is given up.
     static constexpr int UnmatchedRepliesAllowed = 20;
@@ -125,7 +103,7 @@ signals:
     // The 15th check failure in a row: ask OK/Cancel, then call
     // answerCrcQuestion(). Nothing is requested until the answer comes.
     void crcQuestion(const SessionMessage& question);
-    void phaseChanged(UploadSession::Phase phase);
+    void phaseChanged(UploadPhase::Phase phase);
     void headerReceived();                  // Receive disabled
     void summaryDecoded();                  // Label4, Label6, TotalTransact, txtTotalAmount
     void progress(int received, int total); // lblRecord "k / n"
@@ -142,6 +120,7 @@ signals:
     void stopped();
 
 private:
+    // The one place the session's phase changes.
     void setPhase(Phase phase);
     void say(const QString& text, SessionMessage::Icon icon);
     void fail(const QString& text);
@@ -150,18 +129,16 @@ private:
     void onTimer3();
     void onDone(const QByteArray& bytes);
     void checkFailed();
-    bool matchReply(int n, const QByteArray& reply);
-    int keptElsewhere(int n, const QByteArray& content) const;
-    // Records[n] set to / cleared from a reply, with the index of kept
-    // records by content kept in step.
-    void keep(int n, const QByteArray& reply);
-    void forget(int n);
-    void takeReply(int n, const QByteArray& reply);
-    void clearMatching();
+    // Acts on the matcher's verdict; true when the reply is to be taken.
+    bool accepted(int n, const QByteArray& reply);
+    void takeReply(int n);
+    void finish(int n);
     void stepBackAfterTimeout();
     void writeRequest();
     bool ownsLink() const;
-    template <typename F> void guarded(F&& step);
+    // Runs a step of the protocol when the session holds the port; a
+    // failure inside it stops the receive with its message.
+    void guarded(const std::function<void()>& step);
 
     LinkPort& m_port;
     Clock& m_clock;
@@ -169,28 +146,10 @@ private:
     QTimer m_timer1;
     QTimer m_timer3;
     QTimer m_flushTimer;
-    Phase m_phase = Phase::Idle;
+    UploadPhase m_phase;
     int m_recordNo = -1;
-    bool m_questionOpen = false;
-    int m_badSummaries = 0;
     int m_unmatched = 0;
-    // A record kept earlier answered differently on a later request: the
-    // answer that comes twice in a row wins.
-    int m_disputed = -1;
-    QByteArray m_candidate;
-    // A record that names no account, taken only when asked again it comes
-    // again.
-    int m_unconfirmed = -1;
-    QByteArray m_unconfirmedContent;
-    // A fresh request answered with a record kept at another index.
-    int m_duplicateFor = -1;
-    int m_duplicateOf = -1;
-    int m_duplicateCount = 0;
-    // Where each record content is kept in Records, lowest index first: a
-    // reply is matched against the records kept so far in constant time,
-    // not by a scan of them all. Two places hold the same content only when
-    // the terminal really has two alike.
-    QHash<QByteArray, QList<int>> m_kept;
+    ReplyMatcher m_matcher;
     QMetaObject::Connection m_dataConnection;
     QMetaObject::Connection m_failConnection;
 };

@@ -26,7 +26,7 @@ class frmReceive : public QWidget
 public:
     explicit frmReceive(AppContext& ctx, QWidget* parent = nullptr);
 
-    // Screen load: Receive enabled, port opened, UploadDone cleared.
+    // Screen load: Receive enabled, port opened, the shared completion cleared.
     void Form_Load();
     // Receive pressed, or Enter on it.
     void cmdSend_Click();

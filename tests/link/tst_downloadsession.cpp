@@ -315,11 +315,11 @@ void TestDownloadSession::headerWithoutFontSizeIsReported()
 void TestDownloadSession::formLoadClearsDownloadComplete()
 {
     Fixture f;
-    f.link().UploadDone = true;
+    f.link().completion.markComplete();
     f.link().RecordNo = QStringLiteral("17");
     f.session->timer2().start();
     f.session->Form_Load();
-    QVERIFY(!f.link().UploadDone);
+    QVERIFY(!f.link().completion.isComplete());
     QCOMPARE(f.link().RecordNo, QStringLiteral("0"));
     QVERIFY(!f.session->timer2().isActive());
     QCOMPARE(f.session->timer1().interval(), 10);
@@ -478,7 +478,7 @@ void TestDownloadSession::fullDownload()
         QCOMPARE(f.progress->at(i).at(0).toInt(), i + 1);
         QCOMPARE(f.progress->at(i).at(1).toInt(), 3);
     }
-    QVERIFY(f.link().UploadDone);
+    QVERIFY(f.link().completion.isComplete());
     QCOMPARE(f.phase(), DownloadSession::Phase::Done);
     QVERIFY(!f.session->timer1().isActive());
     QVERIFY(!f.session->timer2().isActive());
@@ -721,7 +721,7 @@ void TestDownloadSession::secondDownloadNeverResends()
     f.ackLast(); // 2
     f.ackLast(); // OVER
     QCOMPARE(f.completed->count(), 1);
-    QVERIFY(f.link().UploadDone);
+    QVERIFY(f.link().completion.isComplete());
 
     // Send again on the same open screen: Form_Load does not run again.
     f.channel->written.clear();
@@ -730,7 +730,7 @@ void TestDownloadSession::secondDownloadNeverResends()
     f.channel->feed(answer(0));
     f.session->Timer1_Timer();
     QCOMPARE(f.channel->written.size(), 2);
-    QVERIFY(f.link().UploadDone);
+    QVERIFY(f.link().completion.isComplete());
     const int calls = f.channel->writeCalls;
     f.messages.clear();
     for (int i = 0; i < 4; ++i)

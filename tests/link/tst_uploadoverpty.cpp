@@ -89,7 +89,7 @@ class tst_UploadOverPty : public QObject
             QCOMPARE(UploadFrames::content(r->finishedRecords.at(n)), UploadFrames::content(r->records.reply(n)));
         for (int n = count + 2; n < r->finishedRecords.size(); ++n)
             QVERIFY(r->finishedRecords.at(n).isEmpty());
-        QVERIFY(r->t.ctx->link.UploadDone);
+        QVERIFY(r->t.ctx->link.completion.isComplete());
     }
 
     void receiveAndCheck(int timeoutMs = 10000)

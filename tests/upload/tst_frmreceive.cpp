@@ -203,12 +203,12 @@ void tst_frmReceive::controlsAndCaptions()
 
 void tst_frmReceive::loadOpensPortAndEnablesReceive()
 {
-    t->ctx->link.UploadDone = true;
+    t->ctx->link.completion.markComplete();
     open();
     QVERIFY(m_link);
     QVERIFY(m_link->isOpen());
     QVERIFY(child<ColourButton>("cmdSend")->isEnabled());
-    QVERIFY(!t->ctx->link.UploadDone);
+    QVERIFY(!t->ctx->link.completion.isComplete());
     QVERIFY(m_link->written.isEmpty()); // nothing is asked before Receive
     QVERIFY(t->messenger.entries().isEmpty());
     QVERIFY(m_form->findChildren<QMessageBox*>().isEmpty());

@@ -1,0 +1,484 @@
+// The PC's turnaround as the terminal sees it, on one pseudo-terminal: from
+// the moment the terminal has written its reply to the moment the PC's next
+// frame is complete on the line. Measured for the program (the upload and
+// the download session over the serial port, as the screens run them) and,
+// in the same run and over the same kind of pseudo-terminal, for a minimal
+// loop that answers the same frames with no program logic (blocking reads
+// and writes, the frames made beforehand). The terminal's side is a plain
+// C++ loop on the master end, in its own thread, timing both alike.
+//
+// Receive: the terminal answers record requests with 137-byte replies; the
+// PC's turnaround per reply is reply written -> next request in. Send: the
+// terminal answers each 137-byte account frame with a 14-byte
+// acknowledgement; the turnaround is acknowledgement written -> next frame in.
+// Printed per reply at 500, 1000, 2000 and 2500 records: the program, the
+// minimal loop, their ratio, what the program adds per reply, and the
+// processor time of each side per reply (less disturbed by other work on
+// the machine than the wall-clock turnaround).
+
+#include "base/Clock.h"
+#include "link/DownloadFrames.h"
+#include "link/DownloadSession.h"
+#include "link/LinkPort.h"
+#include "link/UploadFrames.h"
+#include "link/UploadSession.h"
+#include "terminal/UploadRecords.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <fcntl.h>
+#include <functional>
+#include <poll.h>
+#include <termios.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+constexpr int WaitMs = 10000; // a frame not complete after this: the run failed
+
+// A raw pseudo-terminal pair. The slave is kept open here as well, so that
+// the master does not see a hang-up between the program's opens.
+struct PtyPair
+{
+    int master = -1;
+    int slaveKeep = -1;
+    QString slavePath;
+
+    bool open()
+    {
+        master = posix_openpt(O_RDWR | O_NOCTTY);
+        if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
+            return false;
+        slavePath = QString::fromLocal8Bit(ptsname(master));
+        slaveKeep = ::open(ptsname(master), O_RDWR | O_NOCTTY);
+        if (slaveKeep < 0)
+            return false;
+        makeRaw(slaveKeep);
+        makeRaw(master);
+        return true;
+    }
+    static void makeRaw(int fd)
+    {
+        termios t{};
+        tcgetattr(fd, &t);
+        cfmakeraw(&t);
+        tcsetattr(fd, TCSANOW, &t);
+    }
+    ~PtyPair()
+    {
+        if (slaveKeep >= 0)
+            ::close(slaveKeep);
+        if (master >= 0)
+            ::close(master);
+    }
+};
+
+bool writeAll(int fd, const QByteArray& bytes)
+{
+    qsizetype done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.constData() + done, static_cast<size_t>(bytes.size() - done));
+        if (n <= 0)
+            return false;
+        done += n;
+    }
+    return true;
+}
+
+// Reads until `buffer` holds at least `size` bytes; false on a time-out.
+bool readAtLeast(int fd, QByteArray& buffer, qsizetype size)
+{
+    char chunk[512];
+    while (buffer.size() < size) {
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, WaitMs) <= 0)
+            return false;
+        const ssize_t n = ::read(fd, chunk, sizeof chunk);
+        if (n <= 0)
+            return false;
+        buffer.append(chunk, n);
+    }
+    return true;
+}
+
+// Length of the frame at the start of the buffer (seven head bytes and the
+// count in byte 7), or 0 while the head is not in.
+qsizetype frameLength(const QByteArray& buffer)
+{
+    if (buffer.size() < 7)
+        return 0;
+    return 7 + static_cast<unsigned char>(buffer.at(6));
+}
+
+// Takes one whole frame off the front of the buffer.
+bool nextFrame(int fd, QByteArray& buffer, QByteArray* frame)
+{
+    if (!readAtLeast(fd, buffer, 7))
+        return false;
+    const qsizetype size = frameLength(buffer);
+    if (!readAtLeast(fd, buffer, size))
+        return false;
+    *frame = buffer.left(size);
+    buffer.remove(0, size);
+    return true;
+}
+
+double microsSince(SteadyClock::time_point t)
+{
+    return std::chrono::duration<double, std::micro>(SteadyClock::now() - t).count();
+}
+
+struct Timing
+{
+    bool ok = false;
+    std::vector<double> turnUs; // one per reply
+    double cpuUs = 0;           // processor time of the PC's side, all of it
+    double cpuPerReply() const { return turnUs.empty() ? 0 : cpuUs / static_cast<double>(turnUs.size()); }
+    double mean() const
+    {
+        double sum = 0;
+        for (double t : turnUs)
+            sum += t;
+        return turnUs.empty() ? 0 : sum / static_cast<double>(turnUs.size());
+    }
+    double median() const
+    {
+        if (turnUs.empty())
+            return 0;
+        std::vector<double> sorted = turnUs;
+        std::nth_element(sorted.begin(), sorted.begin() + static_cast<long>(sorted.size() / 2), sorted.end());
+        return sorted[sorted.size() / 2];
+    }
+};
+
+// The terminal in upload mode: answers every record request with its reply,
+// and times the PC from each reply of record 2 on to the next frame.
+void uploadTerminal(int master, const UploadRecords& records, Timing* out)
+{
+    QByteArray buffer;
+    QByteArray frame;
+    SteadyClock::time_point sent;
+    bool timing = false;
+    while (nextFrame(master, buffer, &frame)) {
+        if (timing)
+            out->turnUs.push_back(microsSince(sent));
+        if (frame == UploadFrames::end()) {
+            out->ok = true;
+            return;
+        }
+        const int n = UploadFrames::requestedRecord(frame);
+        if (n < 0)
+            return;
+        const QByteArray reply = records.reply(n);
+        if (!writeAll(master, reply))
+            return;
+        sent = SteadyClock::now();
+        timing = n >= 2;
+    }
+}
+
+// The terminal in download mode: acknowledges every frame with its number,
+// and times the PC from each account frame's acknowledgement to the next.
+void downloadTerminal(int master, Timing* out)
+{
+    QByteArray buffer;
+    QByteArray frame;
+    SteadyClock::time_point sent;
+    bool timing = false;
+    while (nextFrame(master, buffer, &frame)) {
+        if (timing)
+            out->turnUs.push_back(microsSince(sent));
+        const int number = static_cast<unsigned char>(frame.at(7)) * 256 + static_cast<unsigned char>(frame.at(8));
+        QByteArray ack = QByteArrayLiteral("\x01\xFF\x10\xF0"
+                                           "D\x00\x07");
+        ack += static_cast<char>((number >> 8) & 0xFF);
+        ack += static_cast<char>(number & 0xFF);
+        ack += "AACK";
+        int sum = 0;
+        for (qsizetype i = 7; i < ack.size(); ++i)
+            sum += static_cast<unsigned char>(ack.at(i));
+        ack += static_cast<char>((-sum) & 0xFF);
+        if (!writeAll(master, ack))
+            return;
+        sent = SteadyClock::now();
+        const bool end = frame.mid(9, 4) == "OVER";
+        if (end) {
+            out->ok = true;
+            return;
+        }
+        timing = number >= 2; // the header's answer waits for the 10 ms tick
+    }
+}
+
+// The slave side with no program logic: each frame of `frames` written after
+// the answer to the one before has fully arrived.
+bool minimalLoop(const QString& slavePath, const QList<QByteArray>& frames, qsizetype answerSize)
+{
+    const int fd = ::open(slavePath.toLocal8Bit().constData(), O_RDWR | O_NOCTTY);
+    if (fd < 0)
+        return false;
+    PtyPair::makeRaw(fd);
+    QByteArray buffer;
+    bool ok = true;
+    for (qsizetype i = 0; ok && i < frames.size(); ++i) {
+        ok = writeAll(fd, frames.at(i));
+        if (ok && i + 1 < frames.size()) {
+            ok = readAtLeast(fd, buffer, answerSize);
+            buffer.remove(0, answerSize);
+        }
+    }
+    // The terminal's answer to the end frame (send) is read before closing.
+    if (ok && answerSize == DownloadFrames::AnswerSize)
+        ok = readAtLeast(fd, buffer, answerSize);
+    ::close(fd);
+    return ok;
+}
+
+// Runs `slave` on this thread while the terminal runs on the master end.
+Timing measure(const std::function<void(int master, Timing*)>& terminal, const std::function<bool(const QString&)>& slave)
+{
+    Timing timing;
+    PtyPair pty;
+    if (!pty.open())
+        return timing;
+    std::thread peer(terminal, pty.master, &timing);
+    timespec before{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &before);
+    const bool ok = slave(pty.slavePath);
+    timespec after{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &after);
+    peer.join();
+    timing.cpuUs = static_cast<double>(after.tv_sec - before.tv_sec) * 1e6 +
+                   static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e3;
+    timing.ok = timing.ok && ok;
+    return timing;
+}
+
+bool runUploadSession(const QString& device)
+{
+    FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(18, 30))};
+    LinkPort port;
+    port.setDeviceLookup([device] { return PortChoice::given(device); });
+    UploadSession session(port, clock);
+    bool done = false;
+    QEventLoop loop;
+    QObject::connect(&session, &UploadSession::finished, &loop, [&] {
+        done = true;
+        // The end frame is written from the event loop: closing the port at
+        // once could lose it.
+        QTimer::singleShot(200, &loop, &QEventLoop::quit);
+    });
+    QObject::connect(&session, &UploadSession::stopped, &loop, &QEventLoop::quit);
+    QObject::connect(&session, &UploadSession::message,
+                     [](const SessionMessage& m) { std::printf("  message: %s\n", qPrintable(m.text)); });
+    QTimer::singleShot(600000, &loop, &QEventLoop::quit);
+    if (!session.Form_Load())
+        return false;
+    session.cmdSend_Click();
+    loop.exec();
+    session.closePort();
+    return done;
+}
+
+DownloadJob sampleJob(int accounts)
+{
+    DownloadJob job;
+    job.agentDateKey = QStringLiteral("0051611");
+    job.fileName = QStringLiteral("Bank/0051611d.txt");
+    job.branchId = QStringLiteral("BR0001         ");
+    job.agentId = QStringLiteral("AG0005         ");
+    job.recordCount = accounts;
+    job.transactions = QStringLiteral("5");
+    job.downloadPassword = QStringLiteral("1111");
+    job.setupPassword = QStringLiteral("2222");
+    job.bankName = QStringLiteral("TONVY BANK");
+    job.branchName = QStringLiteral("MAIN ROAD");
+    job.fontSize = QStringLiteral("0");
+    for (int i = 1; i <= accounts; ++i)
+        job.accounts.append({QStringLiteral("1"), QStringLiteral("SB001"),
+                             QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
+                             QStringLiteral("ACCOUNT HOLDER %1").arg(i, 4, 10, QLatin1Char('0')),
+                             QStringLiteral("%1").arg(i * 37, 8, 10, QLatin1Char('0')), QStringLiteral("00050"),
+                             QStringLiteral("010203"), QStringLiteral("150607")});
+    return job;
+}
+
+bool runDownloadSession(const QString& device, const DownloadJob& job)
+{
+    FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(9, 0))};
+    LinkPort port;
+    port.setDeviceLookup([device] { return PortChoice::given(device); });
+    DownloadSession session(port, clock);
+    bool done = false;
+    QEventLoop loop;
+    QObject::connect(&session, &DownloadSession::completed, &loop, [&] {
+        done = true;
+        loop.quit();
+    });
+    QObject::connect(&session, &DownloadSession::stopped, &loop, &QEventLoop::quit);
+    QObject::connect(&session, &DownloadSession::message, [](const SessionMessage& m) {
+        if (m.icon != SessionMessage::Icon::Information) // not the completion
+            std::printf("  message: %s\n", qPrintable(m.text));
+    });
+    QTimer::singleShot(600000, &loop, &QEventLoop::quit);
+    session.Form_Load();
+    session.prepareSend();
+    session.FirstProtocol(job);
+    loop.exec();
+    session.closePort();
+    return done;
+}
+
+// The machine is shared: each figure is the best of several rounds, the
+// program and the loop taking turns, so that a burst of other work spoils
+// one round and not the figure.
+int Rounds = 5;
+
+struct Row
+{
+    int records = 0;
+    double program = 0;    // median turnaround, best round
+    double minimal = 0;
+    double programCpu = 0; // the PC side's processor time per reply, best round
+    double minimalCpu = 0;
+
+    void add(const Timing& p, const Timing& m)
+    {
+        program = program == 0 ? p.median() : std::min(program, p.median());
+        minimal = minimal == 0 ? m.median() : std::min(minimal, m.median());
+        programCpu = programCpu == 0 ? p.cpuPerReply() : std::min(programCpu, p.cpuPerReply());
+        minimalCpu = minimalCpu == 0 ? m.cpuPerReply() : std::min(minimalCpu, m.cpuPerReply());
+    }
+};
+
+void printRow(const char* side, const Row& row, const char* note)
+{
+    std::printf("%-8s %5d  %8.1f  %8.1f  %6.2fx  %7.1f  %8.1f  %8.1f%s\n", side, row.records, row.program,
+                row.minimal, row.minimal > 0 ? row.program / row.minimal : 0, row.program - row.minimal,
+                row.programCpu, row.minimalCpu, note);
+    std::fflush(stdout);
+}
+
+double change(double from, double to)
+{
+    return from > 0 ? (to - from) * 100.0 / from : 0;
+}
+
+void printFlatness(const char* side, const QList<Row>& rows)
+{
+    const Row& a = rows.first();
+    const Row& b = rows.last();
+    std::printf("%s, %d -> %d records: turnaround %+.0f %%, the program's processor time per reply %.1f -> %.1f us "
+                "(%+.0f %%)\n",
+                side, a.records, b.records, change(a.program, b.program), a.programCpu, b.programCpu,
+                change(a.programCpu, b.programCpu));
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    const QDate day(2007, 11, 16);
+    const QList<int> sizes{500, 1000, 2000, 2500};
+    // --rounds N: runs per figure; --receive-only / --send-only: one side
+    // (for a profiler).
+    const QStringList args = app.arguments();
+    if (const qsizetype at = args.indexOf(QStringLiteral("--rounds")); at >= 0 && at + 1 < args.size())
+        Rounds = std::max(1, args.at(at + 1).toInt());
+    const bool receive = !args.contains(QStringLiteral("--send-only"));
+    const bool send = !args.contains(QStringLiteral("--receive-only"));
+
+    std::printf("Turnaround per reply in microseconds (median of a run, best of %d runs), the program against a\n"
+                "minimal loop on the same kind of pty; cpu: the PC side's processor time per reply\n",
+                Rounds);
+    std::printf("%-8s %5s  %8s  %8s  %7s  %7s  %8s  %8s\n", "side", "recs", "program", "loop", "ratio", "adds",
+                "prog.cpu", "loop.cpu");
+
+    QList<Row> receiveRows;
+    for (int records : receive ? sizes : QList<int>()) {
+        const TerminalAccounts accounts = UploadRecords::sampleAccounts(records, day);
+        UploadRecords replies;
+        QString error;
+        if (!UploadRecords::build(accounts, UploadRecords::generate(accounts, records, day), {}, &replies, &error)) {
+            std::fprintf(stderr, "cannot build the replies: %s\n", qPrintable(error));
+            return 1;
+        }
+        // The program takes 2000 records at most, whatever is announced:
+        // the loop asks for the same ones.
+        const int last = std::min(replies.recordCount(), UploadSession::RecordCeiling) + 1;
+        QList<QByteArray> requests;
+        for (int n = 0; n <= last; ++n)
+            requests.append(UploadFrames::request(n));
+        requests.append(UploadFrames::end());
+
+        auto terminal = [&replies](int master, Timing* out) { uploadTerminal(master, replies, out); };
+        Row row;
+        row.records = records;
+        for (int round = 0; round < Rounds; ++round) {
+            const Timing program = measure(terminal, runUploadSession);
+            const Timing minimal = measure(terminal, [&requests](const QString& device) {
+                return minimalLoop(device, requests, UploadFrames::ReplySize);
+            });
+            if (!program.ok || !minimal.ok) {
+                std::fprintf(stderr, "the receive of %d records did not complete (program %d, %zu replies; loop %d, %zu)\n",
+                             records, program.ok, program.turnUs.size(), minimal.ok, minimal.turnUs.size());
+                return 1;
+            }
+            row.add(program, minimal);
+        }
+        receiveRows.append(row);
+        printRow("receive", row, records > UploadSession::RecordCeiling ? "  (2000 taken: the ceiling)" : "");
+    }
+
+    QList<Row> sendRows;
+    for (int records : send ? sizes : QList<int>()) {
+        // The frame array holds 2499 accounts at most.
+        const int accounts = std::min(records, DownloadSession::FrameCapacity - 1);
+        const DownloadJob job = sampleJob(accounts);
+        QList<QByteArray> frames;
+        try {
+            LinkCodec codec;
+            frames.append(DownloadFrames::header(job, QDateTime(day, QTime(9, 0)), codec));
+            int n = 2;
+            for (const DownloadAccount& account : job.accounts)
+                frames.append(DownloadFrames::record(account, n++, codec));
+            frames.append(DownloadFrames::end());
+        } catch (const LinkError& e) {
+            std::fprintf(stderr, "cannot build the frames: %s\n", qPrintable(e.message()));
+            return 1;
+        }
+        Row row;
+        row.records = accounts;
+        for (int round = 0; round < Rounds; ++round) {
+            const Timing program =
+                measure(downloadTerminal, [&job](const QString& device) { return runDownloadSession(device, job); });
+            const Timing minimal = measure(downloadTerminal, [&frames](const QString& device) {
+                return minimalLoop(device, frames, DownloadFrames::AnswerSize);
+            });
+            if (!program.ok || !minimal.ok) {
+                std::fprintf(stderr, "the send of %d accounts did not complete (program %d, %zu replies; loop %d, %zu)\n",
+                             accounts, program.ok, program.turnUs.size(), minimal.ok, minimal.turnUs.size());
+                return 1;
+            }
+            row.add(program, minimal);
+        }
+        sendRows.append(row);
+        printRow("send", row, accounts < records ? "  (2499: the frame array's limit)" : "");
+    }
+
+    if (!receiveRows.isEmpty())
+        printFlatness("receive", receiveRows);
+    if (!sendRows.isEmpty())
+        printFlatness("send", sendRows);
+    return 0;
+}

@@ -1,0 +1,133 @@
+#include "link/ReplyMatcher.h"
+
+#include "link/UploadFrames.h"
+
+#include <algorithm>
+
+ReplyMatcher::ReplyMatcher(QList<QByteArray>& records) : m_records(records) {}
+
+int ReplyMatcher::keptElsewhere(int n, const QByteArray& content) const
+{
+    const auto found = m_kept.constFind(content);
+    if (found == m_kept.constEnd())
+        return -1;
+    for (int i : *found) {
+        if (i != n)
+            return i;
+    }
+    return -1;
+}
+
+void ReplyMatcher::keep(int n, const QByteArray& reply)
+{
+    m_records[n] = reply;
+    QList<int>& places = m_kept[UploadFrames::content(reply)];
+    places.insert(std::lower_bound(places.begin(), places.end(), n), n);
+}
+
+void ReplyMatcher::forget(int n)
+{
+    QByteArray& kept = m_records[n];
+    if (kept.isEmpty())
+        return;
+    if (auto found = m_kept.find(UploadFrames::content(kept)); found != m_kept.end()) {
+        found->removeOne(n);
+        if (found->isEmpty())
+            m_kept.erase(found);
+    }
+    kept.clear();
+}
+
+void ReplyMatcher::clearAll()
+{
+    for (QByteArray& r : m_records)
+        r.clear();
+    m_kept.clear();
+    m_badSummaries = 0;
+    clearPending();
+}
+
+void ReplyMatcher::clearPending()
+{
+    m_disputed = -1;
+    m_candidate.clear();
+    m_unconfirmed = -1;
+    m_unconfirmedContent.clear();
+    m_duplicateFor = -1;
+    m_duplicateOf = -1;
+    m_duplicateCount = 0;
+}
+
+ReplyMatcher::Decision ReplyMatcher::match(int n, const QByteArray& reply)
+{
+    const QByteArray content = UploadFrames::content(reply);
+    const int other = keptElsewhere(n, content);
+
+    if (holds(n)) {
+        // A record asked for again (step back, check question, walk back).
+        if (UploadFrames::content(m_records.at(n)) == content) {
+            if (m_disputed == n)
+                m_disputed = -1;
+            return {Verdict::Take};
+        }
+        // Another record's late reply: the answer to this request is still
+        // to come.
+        if (other >= 0)
+            return {Verdict::Wait};
+        // A different answer than the one kept: ask again, and take
+        // whichever comes twice in a row.
+        if (m_disputed == n && m_candidate == content) {
+            m_disputed = -1;
+            forget(n);
+            return {Verdict::Take};
+        }
+        m_disputed = n;
+        m_candidate = content;
+        return {Verdict::AskAgain};
+    }
+
+    if (other >= 0) {
+        if (m_duplicateFor == n && m_duplicateOf == other) {
+            ++m_duplicateCount;
+        } else {
+            m_duplicateFor = n;
+            m_duplicateOf = other;
+            m_duplicateCount = 1;
+        }
+        // The terminal gives the same answer again: the record kept at
+        // `other` may be the misplaced one. Ask for it again and come back
+        // from there.
+        if (m_duplicateCount == 2)
+            return {Verdict::AskForOther, other};
+        if (m_duplicateCount < 2)
+            return {Verdict::Wait};
+        // Asked again at both places and the same each time: the two
+        // records really are alike.
+        m_duplicateFor = -1;
+        m_duplicateCount = 0;
+        return {Verdict::Take};
+    }
+
+    if (n == 1 && !UploadFrames::plausibleSummary(reply)) {
+        // A transaction record or noise in the summary's place would show
+        // as agent and date and name the upload file.
+        if (++m_badSummaries >= BadSummariesAllowed)
+            return {Verdict::SummaryUnreadable};
+        return {Verdict::Wait};
+    }
+    if (n >= 2 && UploadFrames::namesNoAccount(reply)) {
+        // What the terminal answers for a record beyond its last. A request
+        // whose number was damaged on the line gets it too, and kept here it
+        // would lose this record's collections without a trace (it appears
+        // nowhere else). Asked again: the same answer twice in a row is taken.
+        if (m_unconfirmed == n && m_unconfirmedContent == content) {
+            m_unconfirmed = -1;
+            m_unconfirmedContent.clear();
+            return {Verdict::Take};
+        }
+        m_unconfirmed = n;
+        m_unconfirmedContent = content;
+        return {Verdict::AskAgain};
+    }
+    return {Verdict::Take};
+}

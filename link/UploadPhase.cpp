@@ -1,0 +1,11 @@
+#include "link/UploadPhase.h"
+
+bool UploadPhase::moveTo(Phase next)
+{
+    if (m_phase == next)
+        return false;
+    if (next == Phase::CheckQuestion)
+        m_beforeQuestion = m_phase;
+    m_phase = next;
+    return true;
+}
