@@ -6,7 +6,6 @@
 #include "base/Messenger.h"
 #include "base/PathUtil.h"
 #include "link/UploadSession.h"
-#include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
 #include <QDir>
@@ -41,53 +40,6 @@ QString safeNamePart(const QString& text)
         out += (c.unicode() < 128 && c.isLetterOrNumber()) ? c : QLatin1Char('_');
     return out;
 }
-
-// An empty last-transaction date in the dd/mm/20yy pattern.
-const QString emptyLastTxnDate = QStringLiteral("//20");
-// Position of the lone blank in an upload line; the check listing leaves it
-// out because its separators already set the fields apart.
-constexpr int BlankValue = 14;
-
-// The values of one RestoreData row in upload-line order, with the day key
-// and per-day sequence running over the rows in the order they are read.
-class LineValues
-{
-public:
-    QStringList next(const SharedRecordset& rs)
-    {
-        const QString dateTime = rs.text(QStringLiteral("DateTime"));
-        QString lastTxnDate = rs.text(QStringLiteral("LasttxnDate"));
-        if (lastTxnDate == emptyLastTxnDate)
-            lastTxnDate = QString(10, QLatin1Char(' '));
-        const QString dayKey = dateTime.left(5);
-        if (dayKey != m_dayKey) {
-            m_dayKey = dayKey;
-            m_sequence = 1;
-        } else {
-            ++m_sequence;
-        }
-        return {rs.text(QStringLiteral("Branchid")),
-                rs.text(QStringLiteral("categorycode")),
-                rs.text(QStringLiteral("SchemeCode")),
-                rs.text(QStringLiteral("AccountNo")),
-                rs.text(QStringLiteral("CustomerCode")),
-                rs.text(QStringLiteral("Accountname")),
-                rs.text(QStringLiteral("BalanceAmount")),
-                rs.text(QStringLiteral("agreedamount")),
-                lastTxnDate,
-                rs.text(QStringLiteral("AgentID")),
-                rs.text(QStringLiteral("Amtcollected")),
-                dateTime,
-                rs.text(QStringLiteral("transactionnumber")),
-                QStringLiteral("%1").arg(m_sequence, 4, 10, QLatin1Char('0')),
-                QStringLiteral(" "),
-                rs.text(QStringLiteral("BankSoftACNumber"))};
-    }
-
-private:
-    QString m_dayKey;
-    int m_sequence = 0;
-};
 
 bool save(const QString& path, const QStringList& lines, QString* error)
 {
@@ -175,47 +127,6 @@ bool agreesWithSummary(const UploadSummary& summary, int count, qint64 paise)
     if (!toPaise(summary.totalAmountText(), &shown))
         return false;
     return count == summary.TotalTransactions && paise == shown;
-}
-
-UploadLines uploadLines(SharedDatabase& db, const QString& bankAgentId)
-{
-    UploadLines out;
-    // Numeric order, as version 2.1's number-typed column sorted; rowid
-    // keeps equal numbers in the order they were received.
-    SharedRecordset& rs =
-        db.openSharedRecordset(QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? AND AmtCollected <> '' "
-                                              "ORDER BY CAST(TransactionNumber AS INTEGER), rowid"),
-                               {bankAgentId});
-    LineValues values;
-    for (; !rs.eof(); rs.moveNext()) {
-        out.lines << values.next(rs).join(QString());
-        qint64 paise = 0;
-        if (toPaise(rs.text(QStringLiteral("Amtcollected")), &paise))
-            out.paise += paise;
-        ++out.count;
-    }
-    db.closeSharedRecordset();
-    return out;
-}
-
-QStringList checkLines(SharedDatabase& db, const QString& bankAgentId)
-{
-    QStringList lines;
-    // Val(Accountname) ordered by the name's leading number: SQLite's
-    // CAST to REAL reads the longest numeric prefix after leading blanks
-    // and gives 0 when there is none, as Val did; rowid keeps the
-    // received order among equal numbers (names without one).
-    SharedRecordset& rs = db.openSharedRecordset(
-        QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? ORDER BY CAST(Accountname AS REAL), rowid"),
-        {bankAgentId});
-    LineValues values;
-    for (; !rs.eof(); rs.moveNext()) {
-        QStringList row = values.next(rs);
-        row.removeAt(BlankValue);
-        lines << row.join(QStringLiteral(" | "));
-    }
-    db.closeSharedRecordset();
-    return lines;
 }
 
 QString uploadFilePath(const QString& bankInfoPath, const QString& uploadName)
