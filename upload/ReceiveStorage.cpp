@@ -6,6 +6,7 @@
 #include <QSet>
 #include <QVariantList>
 #include <cmath>
+#include <optional>
 
 namespace ReceiveStorage {
 
@@ -26,6 +27,62 @@ QVariant paise(const QString& rupees)
     return ok ? QVariant(static_cast<qint64>(std::llround(value * 100.0))) : QVariant();
 }
 
+// Inserts rows into one table several at a time: one statement of
+// RowsAStatement rows, prepared once and run for every full group, and one
+// for the rows left over. A multi-row insert stores its rows in the order
+// listed, so the rowids follow the entries as one insert a row did; the
+// work per row (the driver's round of binding, running and resetting a
+// statement) is shared by the group.
+class RowInserter
+{
+public:
+    static constexpr int RowsAStatement = 32;
+
+    RowInserter(SharedDatabase& db, const QString& head, int columns, qsizetype rows)
+        : m_db(db), m_head(head), m_columns(columns)
+    {
+        if (rows >= RowsAStatement)
+            m_full.emplace(db, sql(RowsAStatement));
+        m_values.reserve(qsizetype(columns) * RowsAStatement);
+    }
+
+    // One row's values, in the columns' order.
+    void add(const QVariantList& row)
+    {
+        m_values.append(row);
+        if (m_values.size() == qsizetype(m_columns) * RowsAStatement) {
+            m_full->run(m_values);
+            m_values.clear();
+        }
+    }
+
+    // The rows left over, in one statement.
+    void finish()
+    {
+        const qsizetype left = m_values.size() / m_columns;
+        if (left > 0)
+            SharedDatabase::Batch(m_db, sql(int(left))).run(m_values);
+        m_values.clear();
+    }
+
+private:
+    QString sql(int rows) const
+    {
+        QString one = QStringLiteral("(?");
+        for (int c = 1; c < m_columns; ++c)
+            one += QStringLiteral(", ?");
+        one += QLatin1Char(')');
+        QStringList groups(rows, one);
+        return m_head + QStringLiteral(" VALUES ") + groups.join(QStringLiteral(", "));
+    }
+
+    SharedDatabase& m_db;
+    const QString m_head;
+    const int m_columns;
+    std::optional<SharedDatabase::Batch> m_full;
+    QVariantList m_values;
+};
+
 } // namespace
 
 void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QString& agentNumber,
@@ -35,11 +92,12 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
     const QDate receivedOn = now.date();
 
     db.execute(QStringLiteral("DELETE FROM RestoreData WHERE AgentID = ?"), {bankAgentId});
-    SharedDatabase::Batch rows(db, QStringLiteral("INSERT INTO RestoreData (SNo, AccountNo, Amtcollected, DateTime, "
-                                                  "TransactionNumber, BranchID, CategoryCode, SchemeCode, "
-                                                  "CustomerCode, AccountName, BalanceAmount, AgreedAmount, "
-                                                  "LastTxndate, AgentID, DatewiseTxn, BankSoftACNumber) "
-                                                  "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"));
+    RowInserter rows(db,
+                     QStringLiteral("INSERT INTO RestoreData (SNo, AccountNo, Amtcollected, DateTime, "
+                                    "TransactionNumber, BranchID, CategoryCode, SchemeCode, CustomerCode, "
+                                    "AccountName, BalanceAmount, AgreedAmount, LastTxndate, AgentID, DatewiseTxn, "
+                                    "BankSoftACNumber)"),
+                     16, entries.size());
     QVariantList values;
     for (qsizetype i = 0; i < entries.size(); ++i) {
         const RestoreStore::Entry& e = entries.at(i);
@@ -63,8 +121,9 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
                   text(e.agentId),
                   text(e.amount),
                   text(e.bankSoftAcNumber)};
-        rows.run(values);
+        rows.add(values);
     }
+    rows.finish();
 
     // The history keeps earlier days for the reports; a day received again
     // replaces that day instead of counting it twice.
@@ -84,10 +143,13 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
     for (const QString& day : days)
         db.execute(QStringLiteral("DELETE FROM CollectionHistory WHERE AgentID = ? AND CollectionDate = ?"),
                    {bankAgentId, day});
-    SharedDatabase::Batch history(db, QStringLiteral("INSERT INTO CollectionHistory (AgentID, AgentNo, "
-                                                     "CollectionDate, AccountNo, ClosingPaise, CollectedPaise, "
-                                                     "DateTime, TransactionNumber, ReceivedAt) "
-                                                     "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"));
+    qsizetype collections = 0;
+    for (const RestoreStore::Entry& e : entries)
+        collections += e.amount.isEmpty() ? 0 : 1;
+    RowInserter history(db,
+                        QStringLiteral("INSERT INTO CollectionHistory (AgentID, AgentNo, CollectionDate, AccountNo, "
+                                       "ClosingPaise, CollectedPaise, DateTime, TransactionNumber, ReceivedAt)"),
+                        9, collections);
     // The terminal's agent number beside the bank's identifier: the
     // reports find the agent by either.
     const QString agentNo = agentNumber.isNull() ? QStringLiteral("") : agentNumber;
@@ -97,8 +159,9 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
             continue;
         values = {bankAgentId,     agentNo,  dayOf.at(i),         e.accountNo, paise(e.balance),
                   paise(e.amount), e.dateTime, e.transactionNumber, receivedAt};
-        history.run(values);
+        history.add(values);
     }
+    history.finish();
 }
 
 } // namespace ReceiveStorage

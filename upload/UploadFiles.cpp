@@ -136,22 +136,40 @@ QString uploadFilePath(const QString& bankInfoPath, const QString& uploadName)
 
 QString backupLine(int lineNumber, int recordIndex, const QByteArray& reply)
 {
-    QString text;
-    text.reserve(reply.size());
+    // Built in one buffer: a receive writes one line a reply.
+    static const char hex[] = "0123456789ABCDEF";
+    QString line;
+    line.reserve(24 + reply.size() * 4);
+    line += QLatin1Char('[') + QString::number(lineNumber) + QStringLiteral("] ");
+    if (recordIndex >= 0 && recordIndex < 10)
+        line += QLatin1Char('0');
+    line += QString::number(recordIndex) + QStringLiteral(" ) ");
+    for (qsizetype i = 0; i < reply.size(); ++i) {
+        const auto b = static_cast<unsigned char>(reply.at(i));
+        if (i > 0)
+            line += QLatin1Char(' ');
+        line += QLatin1Char(hex[b >> 4]);
+        line += QLatin1Char(hex[b & 15]);
+    }
+    line += QStringLiteral("  ");
     for (char ch : reply) {
         const auto b = static_cast<unsigned char>(ch);
-        text += (b >= 0x20 && b < 0x7F) ? QLatin1Char(ch) : QLatin1Char('.');
+        line += (b >= 0x20 && b < 0x7F) ? QLatin1Char(ch) : QLatin1Char('.');
     }
-    return QLatin1Char('[') + QString::number(lineNumber) + QStringLiteral("] ") +
-           QStringLiteral("%1").arg(recordIndex, 2, 10, QLatin1Char('0')) + QStringLiteral(" ) ") +
-           QString::fromLatin1(reply.toHex(' ').toUpper()) + QStringLiteral("  ") + text;
+    return line;
 }
 
 QByteArray fileBytes(const QStringList& lines)
 {
-    QByteArray all;
+    qsizetype size = 0;
     for (const QString& line : lines)
-        all += line.toLatin1() + "\r\n";
+        size += line.size() + 2;
+    QByteArray all;
+    all.reserve(size);
+    for (const QString& line : lines) {
+        all += line.toLatin1();
+        all += "\r\n";
+    }
     return all;
 }
 
