@@ -259,6 +259,27 @@ QString decodeTransactionNumber(const QByteArray& twoBytes)
 
 QString formatFixed(const QString& value, int intDigits)
 {
+    // Whole numbers of up to 15 digits (every balance and agreed amount the
+    // bank sends) are padded as they stand: the same text as the reading
+    // through a double below gives them, without its cost.
+    if (!value.isEmpty() && value.size() <= 15) {
+        bool digits = true;
+        for (QChar c : value)
+            digits = digits && c >= QLatin1Char('0') && c <= QLatin1Char('9');
+        if (digits) {
+            qsizetype zeros = 0;
+            while (zeros < value.size() - 1 && value.at(zeros) == QLatin1Char('0'))
+                ++zeros;
+            const qsizetype whole = value.size() - zeros;
+            QString text;
+            text.reserve(qMax<qsizetype>(whole, intDigits) + 3);
+            if (whole < intDigits)
+                text.fill(QLatin1Char('0'), intDigits - whole);
+            text += QStringView(value).mid(zeros);
+            text += QStringLiteral(".00");
+            return text;
+        }
+    }
     bool ok = false;
     const double v = value.trimmed().toDouble(&ok);
     // "inf" and "nan" read as numbers but have no digits to pad.

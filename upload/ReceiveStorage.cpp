@@ -22,6 +22,27 @@ QVariant text(const QString& value)
 // The history keeps whole paise, so report totals add up exactly.
 QVariant paise(const QString& rupees)
 {
+    // "0000100.00" and the like, up to 13 whole digits, are read digit by
+    // digit: exactly what rounding their double to whole paise gives.
+    const qsizetype point = rupees.indexOf(QLatin1Char('.'));
+    const qsizetype whole = point < 0 ? rupees.size() : point;
+    const qsizetype decimals = point < 0 ? 0 : rupees.size() - point - 1;
+    if (whole >= 1 && whole <= 13 && decimals <= 2) {
+        qint64 value = 0;
+        bool digits = true;
+        for (qsizetype i = 0; i < rupees.size() && digits; ++i) {
+            if (i == point)
+                continue;
+            const QChar c = rupees.at(i);
+            digits = c >= QLatin1Char('0') && c <= QLatin1Char('9');
+            value = value * 10 + (c.unicode() - '0');
+        }
+        if (digits) {
+            for (qsizetype d = decimals; d < 2; ++d)
+                value *= 10;
+            return QVariant(value);
+        }
+    }
     bool ok = false;
     const double value = rupees.trimmed().toDouble(&ok);
     return ok ? QVariant(static_cast<qint64>(std::llround(value * 100.0))) : QVariant();

@@ -138,24 +138,27 @@ QString backupLine(int lineNumber, int recordIndex, const QByteArray& reply)
 {
     // Built in one buffer: a receive writes one line a reply.
     static const char hex[] = "0123456789ABCDEF";
-    QString line;
-    line.reserve(24 + reply.size() * 4);
-    line += QLatin1Char('[') + QString::number(lineNumber) + QStringLiteral("] ");
+    QByteArray bytes(reply.isEmpty() ? 0 : reply.size() * 3 - 1 + 2 + reply.size(), ' ');
+    char* out = bytes.data();
+    for (char ch : reply) {
+        const auto b = static_cast<unsigned char>(ch);
+        *out++ = hex[b >> 4];
+        *out++ = hex[b & 15];
+        ++out; // the blank between two bytes, and the first of the two after the last
+    }
+    if (!reply.isEmpty())
+        ++out; // the second blank
+    for (char ch : reply) {
+        const auto b = static_cast<unsigned char>(ch);
+        *out++ = (b >= 0x20 && b < 0x7F) ? ch : '.';
+    }
+    QString line = QLatin1Char('[') + QString::number(lineNumber) + QStringLiteral("] ");
     if (recordIndex >= 0 && recordIndex < 10)
         line += QLatin1Char('0');
     line += QString::number(recordIndex) + QStringLiteral(" ) ");
-    for (qsizetype i = 0; i < reply.size(); ++i) {
-        const auto b = static_cast<unsigned char>(reply.at(i));
-        if (i > 0)
-            line += QLatin1Char(' ');
-        line += QLatin1Char(hex[b >> 4]);
-        line += QLatin1Char(hex[b & 15]);
-    }
-    line += QStringLiteral("  ");
-    for (char ch : reply) {
-        const auto b = static_cast<unsigned char>(ch);
-        line += (b >= 0x20 && b < 0x7F) ? QLatin1Char(ch) : QLatin1Char('.');
-    }
+    if (reply.isEmpty())
+        line += QStringLiteral("  ");
+    line += QString::fromLatin1(bytes);
     return line;
 }
 

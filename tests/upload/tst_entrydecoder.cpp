@@ -60,6 +60,32 @@ private slots:
                  QStringLiteral("the amount is not packed decimal"));
     }
 
+    void formatFixed_data()
+    {
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<int>("digits");
+        QTest::addColumn<QString>("expected");
+        // Whole numbers take the short way; the rest go through a double.
+        QTest::newRow("zero") << "0" << 10 << "0000000000.00";
+        QTest::newRow("leading zeros") << "0001037" << 10 << "0000001037.00";
+        QTest::newRow("all zeros") << "0000" << 5 << "00000.00";
+        QTest::newRow("wider than the pattern") << "123456789012345" << 5 << "123456789012345.00";
+        QTest::newRow("sixteen digits") << "0000000000001037" << 5 << "01037.00";
+        QTest::newRow("decimals") << "12.5" << 5 << "00012.50";
+        QTest::newRow("blanks around") << " 85 " << 5 << "00085.00";
+        QTest::newRow("negative") << "-7" << 5 << "-00007.00";
+        QTest::newRow("not a number") << "12A" << 5 << "12A";
+        QTest::newRow("empty") << "" << 5 << "";
+    }
+
+    void formatFixed()
+    {
+        QFETCH(QString, value);
+        QFETCH(int, digits);
+        QFETCH(QString, expected);
+        QCOMPARE(EntryDecoder::formatFixed(value, digits), expected);
+    }
+
     void collectionDayTakesTheLatestYearEndingInTheDigit()
     {
         QCOMPARE(EntryDecoder::collectionDay(QStringLiteral("31/12/2006 18:00"), QDate(2027, 1, 2)),
