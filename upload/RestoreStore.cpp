@@ -48,39 +48,6 @@ void setAfterCommitHook(AfterCommitHook hook)
     afterCommitHook = std::move(hook);
 }
 
-void completeFromBankData(SharedDatabase& db, const QString& bankAgentId, QList<Entry>& entries)
-{
-    AgentAccounts::read(db, bankAgentId).complete(entries);
-}
-
-int downloadedAccounts(SharedDatabase& db, const QString& bankAgentId)
-{
-    return AgentAccounts::read(db, bankAgentId).count();
-}
-
-bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Entry>* entries, QString* error)
-{
-    if (!decodeRecords(ctx.link.Records, summary, entries, error))
-        return false;
-    completeFromBankData(ctx.db(), summary.BankAgentId, *entries);
-    return true;
-}
-
-void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgentId, const QString& agentNumber,
-               const QList<Entry>& entries)
-{
-    ReceiveStorage::storeRows(db, now, bankAgentId, agentNumber, entries);
-}
-
-void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QString& agentNumber,
-                      const QList<Entry>& entries)
-{
-    SharedDatabase& db = ctx.db();
-    SharedDatabase::Transaction transaction(db);
-    storeRows(db, ctx.clock().now(), bankAgentId, agentNumber, entries);
-    transaction.commit();
-}
-
 namespace {
 
 // The steps of one receive, with what the outcome collects on the way.
@@ -215,7 +182,7 @@ private:
         auto attempt = [&]() -> QString {
             QString why;
             SharedDatabase::Transaction transaction(db);
-            storeRows(db, m_receivedAt, m_summary.BankAgentId, m_facts.agent, entries);
+            ReceiveStorage::storeRows(db, m_receivedAt, m_summary.BankAgentId, m_facts.agent, entries);
 
             // The files are made from the rows just stored, before they are
             // committed: a file that cannot be written leaves the rows as
