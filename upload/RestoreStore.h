@@ -18,8 +18,8 @@ struct UploadSummary;
 // checked (ReceiveValidator, CollectionCheck), stored in one transaction
 // (ReceiveStorage) with the files staged beside them (StagedFiles) and the
 // audit event (ReceiveAudit), then the files renamed into place and the
-// reconciliation written. This file holds the order of those steps; each
-// step is a type of its own.
+// reconciliation written. RestoreStore.cpp holds the order of those steps;
+// each step is a type of its own.
 namespace RestoreStore {
 
 // Entry, ReceiveOutcome, MaxEntries and AccountOnlyCount are in
