@@ -9,7 +9,9 @@
 //  - the restore step once the last reply is in: decoding, storing and
 //    writing the three files (wall clock and processor time), and the
 //    decoding alone.
-// Options: --records N (one size only), --runs N (best of N, default 3).
+// Each figure is the best of the rounds; in a round every size runs once.
+// The machine's name, processors and load average are printed first.
+// Options: --records N (one size only), --runs N (rounds, default 3).
 
 #include "base/Clock.h"
 #include "base/Messenger.h"
@@ -272,11 +274,12 @@ int main(int argc, char* argv[])
     std::printf("best of %d runs each; restore = decoding, storing and writing the three files\n\n", runs);
     std::printf("%11s %7s %9s %12s %12s %12s %12s %9s\n", "collections", "records", "replies", "own us/reply",
                 "exchange ms", "restore ms", "restore cpu", "decode ms");
-    double firstPerReply = 0;
-    double lastPerReply = 0;
-    for (int n : sizes) {
-        Figures best;
-        for (int r = 0; r < runs; ++r) {
+    // The sizes take turns, round after round, so that a busy moment of the
+    // machine spoils one round of every size rather than every run of one.
+    QList<Figures> best(sizes.size());
+    for (int r = 0; r < runs; ++r) {
+        for (qsizetype i = 0; i < sizes.size(); ++i) {
+            const int n = sizes.at(i);
             Figures f;
             QString error;
             if (!runOnce(n, &f, &error) || !f.ok) {
@@ -284,22 +287,27 @@ int main(int argc, char* argv[])
                              qPrintable(error.isEmpty() ? QStringLiteral("the restore reported a problem") : error));
                 return 1;
             }
-            if (r == 0)
-                best = f;
-            best.exchangeNs = std::min(best.exchangeNs, f.exchangeNs);
-            best.exchangeCpuNs = std::min(best.exchangeCpuNs, f.exchangeCpuNs);
-            best.restoreNs = std::min(best.restoreNs, f.restoreNs);
-            best.restoreCpuNs = std::min(best.restoreCpuNs, f.restoreCpuNs);
-            best.decodeNs = std::min(best.decodeNs, f.decodeNs);
+            Figures& b = best[i];
+            if (r == 0) {
+                b = f;
+                continue;
+            }
+            b.exchangeNs = std::min(b.exchangeNs, f.exchangeNs);
+            b.exchangeCpuNs = std::min(b.exchangeCpuNs, f.exchangeCpuNs);
+            b.restoreNs = std::min(b.restoreNs, f.restoreNs);
+            b.restoreCpuNs = std::min(b.restoreCpuNs, f.restoreCpuNs);
+            b.decodeNs = std::min(b.decodeNs, f.decodeNs);
         }
-        const double perReply = best.exchangeCpuNs / 1e3 / std::max(1, best.replies);
+    }
+    double firstPerReply = 0;
+    double lastPerReply = 0;
+    for (const Figures& b : best) {
+        const double perReply = b.exchangeCpuNs / 1e3 / std::max(1, b.replies);
         if (firstPerReply == 0)
             firstPerReply = perReply;
         lastPerReply = perReply;
-        std::printf("%11d %7d %9d %12.1f %12.1f %12.1f %12.1f %9.1f\n", best.collections, best.records, best.replies,
-                    perReply, best.exchangeNs / 1e6, best.restoreNs / 1e6, best.restoreCpuNs / 1e6,
-                    best.decodeNs / 1e6);
-        std::fflush(stdout);
+        std::printf("%11d %7d %9d %12.1f %12.1f %12.1f %12.1f %9.1f\n", b.collections, b.records, b.replies, perReply,
+                    b.exchangeNs / 1e6, b.restoreNs / 1e6, b.restoreCpuNs / 1e6, b.decodeNs / 1e6);
     }
     if (sizes.size() > 1)
         std::printf("\nown work per reply, last size against the first: %.2f\n", lastPerReply / firstPerReply);
