@@ -1,6 +1,6 @@
 #pragma once
 
-#include "upload/RestoreStore.h"
+#include "upload/ReceiveTypes.h"
 
 #include <QList>
 #include <QString>
@@ -21,30 +21,7 @@ namespace CollectionCheck {
 // receive for good: the upload file's name is made from them.
 QStringList summaryProblems(const UploadSummary& summary);
 
-enum class LeftOutReason { UnknownAccount, EmptyAmount };
-
-// A decoded entry that the upload file would not hold.
-struct LeftOut
-{
-    QString accountNo;
-    QString amount; // as decoded; "" for an entry without an amount
-    LeftOutReason reason = LeftOutReason::EmptyAmount;
-};
-
-struct Result
-{
-    int entries = 0;           // every entry decoded, with or without an amount
-    int collections = 0;       // entries with an amount
-    qint64 collectedPaise = 0; // their total
-    int fileCount = 0;         // what the upload file would hold
-    qint64 filePaise = 0;
-    int summaryCount = 0; // the terminal's summary
-    qint64 summaryPaise = 0;
-    QList<LeftOut> leftOut;
-    QStringList problems; // plain words; empty when the receive agrees
-
-    bool agrees() const { return problems.isEmpty(); }
-};
+// LeftOutReason, LeftOut and Result are in upload/ReceiveTypes.h.
 
 // Compares the entries (completed from BankData for the header's agent)
 // with the summary. An entry goes into the upload file when it has an

@@ -1,5 +1,6 @@
 #include "upload/Reconciliation.h"
 
+#include "upload/CollectionCheck.h"
 #include "upload/UploadFiles.h"
 
 namespace Reconciliation {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "upload/CollectionCheck.h"
+#include "upload/ReceiveTypes.h"
 
 #include <QDateTime>
 #include <QString>

@@ -1,12 +1,11 @@
 #pragma once
 
-#include "link/SessionMessage.h"
+#include "upload/EntryDecoder.h"
+#include "upload/ReceiveTypes.h"
 
-#include <QByteArray>
 #include <QDateTime>
 #include <QList>
 #include <QString>
-#include <QStringList>
 #include <functional>
 
 class AppContext;
@@ -14,91 +13,26 @@ class Messenger;
 class SharedDatabase;
 struct UploadSummary;
 
-// Takes the received replies apart into one row per collected transaction,
-// completes each from the downloaded accounts, replaces the agent's
-// RestoreData rows (and the same days of the collection history) in one
-// transaction, and has the bank files written.
+// One receive from the replies to the files: the replies are decoded
+// (EntryDecoder), completed from the downloaded accounts (AgentAccounts),
+// checked (ReceiveValidator, CollectionCheck), stored in one transaction
+// (ReceiveStorage) with the files staged beside them (StagedFiles) and the
+// audit event (ReceiveAudit), then the files renamed into place and the
+// reconciliation written. RestoreStore.cpp holds the order of those steps;
+// each step is a type of its own.
 namespace RestoreStore {
 
-// One decoded collection, before it is stored.
-struct Entry
-{
-    QString accountNo, schemeCode, categoryCode;
-    QString amount;            // "0000000.00", or "" when nothing was collected
-    QString dateTime;          // "dd/mm/20y hh:mm" as decoded
-    QString transactionNumber; // "0000"
-    QString branchId, customerCode, accountName, balance, agreedAmount, lastTxnDate, agentId, bankSoftAcNumber;
-    bool inBankData = false; // the account was found among the agent's downloaded accounts
-};
-
-// What became of one receive, for the screen and the command line.
-struct ReceiveOutcome
-{
-    enum class Result {
-        Stored,                  // rows replaced, files written, totals agree
-        Refused,                 // a check failed: nothing replaced, no upload file
-        StoredWithoutBankFolder, // rows stored and check listing written; no bank folder, no upload file
-        Accepted,                // refused, then accepted by the clerk: stored as received
-        Failed,                  // nothing could be stored (decoding, database or disk)
-    };
-
-    Result result = Result::Failed;
-    // What to tell the clerk, in order (the last is the main one).
-    QList<SessionMessage> messages;
-    // The reconciliation, one line an element.
-    QStringList reconciliation;
-    QString reconciliationFile; // where it was written, or empty
-    QString backupFile;         // the dump of the replies, or empty when it could not be written
-    QString uploadFile;         // the upload file written, or empty
-    QStringList problems;       // what disagreed, in plain words
-    // A refused receive the clerk may still accept (processReceive with
-    // acceptMismatch); false when it cannot be stored at all (a summary
-    // that makes no file name, an unreadable record).
-    bool mayAccept = false;
-
-    bool succeeded() const { return result == Result::Stored; }
-};
-
-// The per-transaction lists hold 10,000 entries (index 0 to 9999).
-constexpr int MaxEntries = 10000;
-
-// Byte 133 of a transaction record: this count means "no entries here; the
-// next record's account is listed without an amount".
-constexpr int AccountOnlyCount = 20;
-
-// Why a collection entry's nine bytes cannot be decoded, or "" when they
-// can: the amount, day, hour, minute and year digit must be packed decimal
-// digits, the month nibble 1 to 12 and the transaction number below 32768.
-// The terminal sends nothing else; any other entry is a damaged record, and
-// its fields would not fit the rows' and the upload file's patterns.
-QString entryProblem(const QByteArray& nineBytes);
-
-// A collection entry's three packed-BCD amount bytes as "0000000.00".
-QString decodeAmount(const QByteArray& threeBytes);
-// Day, month/year-digit, hour and minute bytes as "dd/mm/20y hh:mm". The
-// month is the HIGH nibble of the second byte, the year digit the LOW one.
-QString decodeDateTime(const QByteArray& fourBytes);
-// Two bytes, high first, as "0000".
-QString decodeTransactionNumber(const QByteArray& twoBytes);
-
-// Number text in a fixed pattern of intDigits integer digits and two
-// decimals ("0000000000.00" is 10); text that is not a number, "inf" and
-// "nan" included, is kept as it is, and "" stays "".
-QString formatFixed(const QString& value, int intDigits);
-// MyDate ddmmyy as dd/mm/20yy (an empty date gives "//20").
-QString expandMyDate(const QString& ddmmyy);
-// "dd/mm/yyyy hh:mm" as the history's YYYY-MM-DD day.
-QString collectionDay(const QString& dateTime);
-
-// Decodes the replies 2 to TotalRecords + 1 into entries: keys, amount,
-// date and time, transaction number. No database: the account details are
-// left empty (the first entry's agent holds the header's, as version 2.1's
-// lists did). False with *error when a record index runs beyond the replies,
-// a record is too short for what it is read for, its number of entries or
-// an entry is not packed decimal (entryProblem), a key holds an apostrophe,
-// or the entries exceed MaxEntries.
-bool decodeRecords(const QList<QByteArray>& records, const UploadSummary& summary, QList<Entry>* entries,
-                   QString* error);
+// Entry, ReceiveOutcome, MaxEntries and AccountOnlyCount are in
+// upload/ReceiveTypes.h; the decoding in upload/EntryDecoder.h, named here
+// too for the callers that know it by these names.
+using EntryDecoder::collectionDay;
+using EntryDecoder::decodeAmount;
+using EntryDecoder::decodeDateTime;
+using EntryDecoder::decodeRecords;
+using EntryDecoder::decodeTransactionNumber;
+using EntryDecoder::entryProblem;
+using EntryDecoder::expandMyDate;
+using EntryDecoder::formatFixed;
 
 // Completes each entry from the agent's BankData row of its account, where
 // there is one (inBankData); an entry without one keeps what it holds.
@@ -121,7 +55,8 @@ bool decodeTransactions(AppContext& ctx, const UploadSummary& summary, QList<Ent
 void StoreRestoreData(AppContext& ctx, const QString& bankAgentId, const QString& agentNumber,
                       const QList<Entry>& entries);
 
-// The same rows, inside a transaction the caller holds. Throws StoreError.
+// The same rows, inside a transaction the caller holds
+// (ReceiveStorage::storeRows). Throws StoreError.
 void storeRows(SharedDatabase& db, const QDateTime& receivedAt, const QString& bankAgentId, const QString& agentNumber,
                const QList<Entry>& entries);
 

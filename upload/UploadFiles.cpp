@@ -6,7 +6,6 @@
 #include "base/Messenger.h"
 #include "base/PathUtil.h"
 #include "link/UploadSession.h"
-#include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
 #include <QDir>
@@ -41,53 +40,6 @@ QString safeNamePart(const QString& text)
         out += (c.unicode() < 128 && c.isLetterOrNumber()) ? c : QLatin1Char('_');
     return out;
 }
-
-// An empty last-transaction date in the dd/mm/20yy pattern.
-const QString emptyLastTxnDate = QStringLiteral("//20");
-// Position of the lone blank in an upload line; the check listing leaves it
-// out because its separators already set the fields apart.
-constexpr int BlankValue = 14;
-
-// The values of one RestoreData row in upload-line order, with the day key
-// and per-day sequence running over the rows in the order they are read.
-class LineValues
-{
-public:
-    QStringList next(const SharedRecordset& rs)
-    {
-        const QString dateTime = rs.text(QStringLiteral("DateTime"));
-        QString lastTxnDate = rs.text(QStringLiteral("LasttxnDate"));
-        if (lastTxnDate == emptyLastTxnDate)
-            lastTxnDate = QString(10, QLatin1Char(' '));
-        const QString dayKey = dateTime.left(5);
-        if (dayKey != m_dayKey) {
-            m_dayKey = dayKey;
-            m_sequence = 1;
-        } else {
-            ++m_sequence;
-        }
-        return {rs.text(QStringLiteral("Branchid")),
-                rs.text(QStringLiteral("categorycode")),
-                rs.text(QStringLiteral("SchemeCode")),
-                rs.text(QStringLiteral("AccountNo")),
-                rs.text(QStringLiteral("CustomerCode")),
-                rs.text(QStringLiteral("Accountname")),
-                rs.text(QStringLiteral("BalanceAmount")),
-                rs.text(QStringLiteral("agreedamount")),
-                lastTxnDate,
-                rs.text(QStringLiteral("AgentID")),
-                rs.text(QStringLiteral("Amtcollected")),
-                dateTime,
-                rs.text(QStringLiteral("transactionnumber")),
-                QStringLiteral("%1").arg(m_sequence, 4, 10, QLatin1Char('0')),
-                QStringLiteral(" "),
-                rs.text(QStringLiteral("BankSoftACNumber"))};
-    }
-
-private:
-    QString m_dayKey;
-    int m_sequence = 0;
-};
 
 bool save(const QString& path, const QStringList& lines, QString* error)
 {
@@ -177,47 +129,6 @@ bool agreesWithSummary(const UploadSummary& summary, int count, qint64 paise)
     return count == summary.TotalTransactions && paise == shown;
 }
 
-UploadLines uploadLines(SharedDatabase& db, const QString& bankAgentId)
-{
-    UploadLines out;
-    // Numeric order, as version 2.1's number-typed column sorted; rowid
-    // keeps equal numbers in the order they were received.
-    SharedRecordset& rs =
-        db.openSharedRecordset(QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? AND AmtCollected <> '' "
-                                              "ORDER BY CAST(TransactionNumber AS INTEGER), rowid"),
-                               {bankAgentId});
-    LineValues values;
-    for (; !rs.eof(); rs.moveNext()) {
-        out.lines << values.next(rs).join(QString());
-        qint64 paise = 0;
-        if (toPaise(rs.text(QStringLiteral("Amtcollected")), &paise))
-            out.paise += paise;
-        ++out.count;
-    }
-    db.closeSharedRecordset();
-    return out;
-}
-
-QStringList checkLines(SharedDatabase& db, const QString& bankAgentId)
-{
-    QStringList lines;
-    // Val(Accountname) ordered by the name's leading number: SQLite's
-    // CAST to REAL reads the longest numeric prefix after leading blanks
-    // and gives 0 when there is none, as Val did; rowid keeps the
-    // received order among equal numbers (names without one).
-    SharedRecordset& rs = db.openSharedRecordset(
-        QStringLiteral("SELECT * FROM RestoreData WHERE AgentID = ? ORDER BY CAST(Accountname AS REAL), rowid"),
-        {bankAgentId});
-    LineValues values;
-    for (; !rs.eof(); rs.moveNext()) {
-        QStringList row = values.next(rs);
-        row.removeAt(BlankValue);
-        lines << row.join(QStringLiteral(" | "));
-    }
-    db.closeSharedRecordset();
-    return lines;
-}
-
 QString uploadFilePath(const QString& bankInfoPath, const QString& uploadName)
 {
     return PathUtil::join(bankInfoPath, uploadName + QStringLiteral(".txt"));
@@ -225,22 +136,43 @@ QString uploadFilePath(const QString& bankInfoPath, const QString& uploadName)
 
 QString backupLine(int lineNumber, int recordIndex, const QByteArray& reply)
 {
-    QString text;
-    text.reserve(reply.size());
+    // Built in one buffer: a receive writes one line a reply.
+    static const char hex[] = "0123456789ABCDEF";
+    QByteArray bytes(reply.isEmpty() ? 0 : reply.size() * 3 - 1 + 2 + reply.size(), ' ');
+    char* out = bytes.data();
     for (char ch : reply) {
         const auto b = static_cast<unsigned char>(ch);
-        text += (b >= 0x20 && b < 0x7F) ? QLatin1Char(ch) : QLatin1Char('.');
+        *out++ = hex[b >> 4];
+        *out++ = hex[b & 15];
+        ++out; // the blank between two bytes, and the first of the two after the last
     }
-    return QLatin1Char('[') + QString::number(lineNumber) + QStringLiteral("] ") +
-           QStringLiteral("%1").arg(recordIndex, 2, 10, QLatin1Char('0')) + QStringLiteral(" ) ") +
-           QString::fromLatin1(reply.toHex(' ').toUpper()) + QStringLiteral("  ") + text;
+    if (!reply.isEmpty())
+        ++out; // the second blank
+    for (char ch : reply) {
+        const auto b = static_cast<unsigned char>(ch);
+        *out++ = (b >= 0x20 && b < 0x7F) ? ch : '.';
+    }
+    QString line = QLatin1Char('[') + QString::number(lineNumber) + QStringLiteral("] ");
+    if (recordIndex >= 0 && recordIndex < 10)
+        line += QLatin1Char('0');
+    line += QString::number(recordIndex) + QStringLiteral(" ) ");
+    if (reply.isEmpty())
+        line += QStringLiteral("  ");
+    line += QString::fromLatin1(bytes);
+    return line;
 }
 
 QByteArray fileBytes(const QStringList& lines)
 {
-    QByteArray all;
+    qsizetype size = 0;
     for (const QString& line : lines)
-        all += line.toLatin1() + "\r\n";
+        size += line.size() + 2;
+    QByteArray all;
+    all.reserve(size);
+    for (const QString& line : lines) {
+        all += line.toLatin1();
+        all += "\r\n";
+    }
     return all;
 }
 
