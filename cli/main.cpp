@@ -4,7 +4,7 @@
 #include "upload/StartupOutputs.h"
 #include "base/Clock.h"
 #include "base/Version.h"
-#include "cli/CliCommand.h"
+#include "cli/CliCommands.h"
 #include "cli/ConsoleMessenger.h"
 #include "link/LinkCodec.h"
 #include "store/SharedDatabase.h"

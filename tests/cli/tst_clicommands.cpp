@@ -1,4 +1,4 @@
-#include "cli/CliCommand.h"
+#include "cli/CliCommands.h"
 #include "cli/ConsoleMessenger.h"
 #include "store/AppSettings.h"
 #include "store/AuditTrail.h"
