@@ -9,7 +9,7 @@
 
 #include "bench/HistoryBuilder.h"
 #include "reports/ReportSnapshot.h"
-#include "store/DatabaseCopy.h"
+#include "store/DailyCopy.h"
 #include "store/SharedDatabase.h"
 
 #include <QCoreApplication>

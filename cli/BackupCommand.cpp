@@ -3,11 +3,11 @@
 #include "core/AppContext.h"
 #include "base/Clock.h"
 #include "cli/ConsoleMessenger.h"
-#include "store/DatabaseCopy.h"
+#include "store/DatabaseBackup.h"
+#include "store/DatabaseRestore.h"
 #include "store/SharedDatabase.h"
 
 #include <QDir>
-#include <QFileInfo>
 
 namespace {
 
@@ -15,15 +15,8 @@ int runBackup(CliRun& run)
 {
     if (!run.arguments.isEmpty())
         return cliUsageError(QStringLiteral("'backup' takes options only: backup [--output FILE]."));
-    const QString dataDir = run.ctx.dataDir;
-    QString target = DatabaseCopy::requestedPath(dataDir, run.ctx.clock().now());
-    const QString output = run.parser.value(QStringLiteral("output"));
-    if (!output.isEmpty()) {
-        const QFileInfo given(output);
-        // A folder (a USB stick) takes the copy under its usual name.
-        target = given.isDir() ? QDir(given.absoluteFilePath()).filePath(QFileInfo(target).fileName())
-                               : given.absoluteFilePath();
-    }
+    const QString target = DatabaseCopy::requestedTarget(run.ctx.dataDir, run.ctx.clock().now(),
+                                                         run.parser.value(QStringLiteral("output")));
     const DatabaseCopy::Outcome out = DatabaseCopy::makeCopy(run.ctx.db().filePath(), target);
     if (!out.ok) {
         run.messenger.critical(out.text, {}, out.detail);

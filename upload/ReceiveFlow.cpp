@@ -2,7 +2,7 @@
 
 #include "core/AppContext.h"
 #include "base/Clock.h"
-#include "store/DatabaseCopy.h"
+#include "store/DailyCopy.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 #include "upload/RestoreStore.h"

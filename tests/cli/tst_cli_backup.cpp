@@ -1,4 +1,4 @@
-#include "store/DatabaseCopy.h"
+#include "store/DatabaseRestore.h"
 #include "tests/store/StoreFaults.h"
 #include "tests/support/TestTiming.h"
 

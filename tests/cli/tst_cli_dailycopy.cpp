@@ -1,4 +1,4 @@
-#include "store/DatabaseCopy.h"
+#include "store/DailyCopy.h"
 #include "tests/support/CliReceiveFixture.h"
 
 #include <QCryptographicHash>
