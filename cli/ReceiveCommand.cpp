@@ -124,9 +124,17 @@ int run(CliRun& run)
                       .arg(by));
         }
         const int code = restored ? CliExit::Success : CliExit::Failure;
-        QTimer::singleShot(200, loop, [&transfer, code] {
-            const int signal = transfer.interrupts().caught();
-            transfer.finish(signal ? InterruptWatch::exitCode(signal) : code);
+        QTimer::singleShot(200, loop, [&transfer, &flow, loop, code] {
+            auto end = [&transfer, code] {
+                const int signal = transfer.interrupts().caught();
+                transfer.finish(signal ? InterruptWatch::exitCode(signal) : code);
+            };
+            // The day's copy, started after the receive was stored, is
+            // waited for: its outcome is part of what the command says.
+            if (flow.isCopying())
+                QObject::connect(&flow, &ReceiveFlow::dailyCopyEnded, loop, end);
+            else
+                end();
         });
     });
     QObject::connect(&flow, &ReceiveFlow::stopped, loop, [&] { transfer.finish(CliExit::Failure); });
