@@ -48,32 +48,34 @@ int runRestore(CliRun& run)
 
 CliCommand backupCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("backup");
-    c.synopsis = QStringLiteral("backup [--output FILE|FOLDER]\n"
-                                "             copies the database while it may be in use and checks the copy;\n"
-                                "             default: Backups/HandHeldData-YYYY-MM-DD-HHMMSS.db in the data folder");
-    c.addOptions = [](QCommandLineParser& p) {
-        p.addOption({QStringLiteral("output"),
-                     QStringLiteral("The copy to write (a new file), or a folder to write it in."),
-                     QStringLiteral("FILE")});
+    return CliCommand{
+        .name = QStringLiteral("backup"),
+        .synopsis =
+            QStringLiteral("backup [--output FILE|FOLDER]\n"
+                           "             copies the database while it may be in use and checks the copy;\n"
+                           "             default: Backups/HandHeldData-YYYY-MM-DD-HHMMSS.db in the data folder"),
+        .options =
+            {
+                {QStringLiteral("output"),
+                 QStringLiteral("The copy to write (a new file), or a folder to write it in."), QStringLiteral("FILE")},
+            },
+        .run = [](CliRun& r) { return runBackup(r); },
     };
-    c.run = [](CliRun& r) { return runBackup(r); };
-    return c;
 }
 
 CliCommand restoreCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("restore");
-    c.synopsis = QStringLiteral("restore FILE\n"
-                                "             puts a checked copy of this program's database in place of "
-                                "HandHeldData.db,\n"
-                                "             keeping the current file beside it; refused while the database is "
-                                "in use");
-    // The database in place may be the damaged one being replaced: it is
-    // not opened first.
-    c.opensDatabase = false;
-    c.run = [](CliRun& r) { return runRestore(r); };
-    return c;
+    return CliCommand{
+        .name = QStringLiteral("restore"),
+        .synopsis = QStringLiteral("restore FILE\n"
+                                   "             puts a checked copy of this program's database in place of "
+                                   "HandHeldData.db,\n"
+                                   "             keeping the current file beside it; refused while the database is "
+                                   "in use"),
+        .options = {},
+        .run = [](CliRun& r) { return runRestore(r); },
+        // The database in place may be the damaged one being replaced: it is
+        // not opened first.
+        .opensDatabase = false,
+    };
 }

@@ -33,7 +33,7 @@ struct CliCommand
 {
     QString name;
     QString synopsis; // shown by --help
-    std::function<void(QCommandLineParser&)> addOptions;
+    QList<QCommandLineOption> options; // its own, after the global ones
     std::function<int(CliRun&)> run;
     // Whether the database is opened (and owed files written) before run;
     // when not, ctx.db() is left closed.

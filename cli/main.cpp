@@ -168,8 +168,7 @@ int main(int argc, char* argv[])
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     StartupOptions::addTo(parser);
-    if (command->addOptions)
-        command->addOptions(parser);
+    parser.addOptions(command->options);
     if (!parser.parse(args))
         return cliUsageError(parser.errorText());
     const StartupOptions options = StartupOptions::from(parser);

@@ -44,7 +44,7 @@ class tst_CliInterruptStore : public QObject, protected CliReceiveFixture
                 receive = &c;
         }
         QCommandLineParser parser;
-        receive->addOptions(parser);
+        parser.addOptions(receive->options);
         if (!parser.parse({QStringLiteral("tonvy-cli"), QStringLiteral("receive")}))
             return -2;
         ConsoleMessenger messenger;
