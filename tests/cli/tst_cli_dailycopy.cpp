@@ -1,11 +1,10 @@
 #include "store/DailyCopy.h"
 #include "tests/support/CliReceiveFixture.h"
+#include "tests/support/DatabaseFile.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QtTest>
 
 // The copy of the database the first stored receive of the day leaves in
@@ -28,20 +27,9 @@ class tst_CliDailyCopy : public QObject, protected CliReceiveFixture
 
     static int collectionsIn(const QString& path)
     {
-        int n = -1;
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("copy"));
-            db.setDatabaseName(path);
-            db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
-            if (db.open()) {
-                QSqlQuery q(db);
-                if (q.exec(QStringLiteral("SELECT count(*) FROM RestoreData")) && q.next())
-                    n = q.value(0).toInt();
-            }
-            db.close();
-        }
-        QSqlDatabase::removeDatabase(QStringLiteral("copy"));
-        return n;
+        bool ok = false;
+        const int n = DatabaseFile::scalar(path, QStringLiteral("SELECT count(*) FROM RestoreData")).toInt(&ok);
+        return ok ? n : -1;
     }
 
 private slots:

@@ -6,6 +6,7 @@
 #include "store/Schema.h"
 #include "store/SharedDatabase.h"
 #include "tests/store/StoreFaults.h"
+#include "tests/support/DatabaseFile.h"
 #include "tests/support/RecordingMessenger.h"
 
 #include <QDir>
@@ -51,17 +52,8 @@ QStringList tst_DatabaseCopy::dailyFiles(const QString& dataDir)
 
 void tst_DatabaseCopy::sql(const QString& path, const QStringList& statements)
 {
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("sql"));
-        db.setDatabaseName(path);
-        QVERIFY(db.open());
-        QSqlQuery q(db);
-        for (const QString& s : statements)
-            QVERIFY2(q.exec(s), qPrintable(s));
-        q.finish();
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("sql"));
+    QString failed;
+    QVERIFY2(DatabaseFile::execute(path, statements, &failed), qPrintable(failed));
 }
 
 void tst_DatabaseCopy::dailyCopyOncePerDaySevenKept()
