@@ -88,6 +88,25 @@ private slots:
         QVERIFY(QFile::exists(other));
     }
 
+    void aPartLeftByACutOffCopyIsRemoved()
+    {
+        prepare();
+        // The program was killed while yesterday's copy was being written.
+        QVERIFY(QDir().mkpath(dailyFolder()));
+        const QString part =
+            DatabaseCopy::dailyPath(t->dir.path(), QDate::currentDate().addDays(-1)) + QStringLiteral(".part");
+        QFile f(part);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("SQLite format 3");
+        f.close();
+
+        const Result r = receive({});
+        QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
+        QVERIFY(!QFile::exists(part));
+        QCOMPARE(QDir(dailyFolder()).entryList({QStringLiteral("HandHeldData-*")}, QDir::Files),
+                 QStringList{QStringLiteral("HandHeldData-%1.db").arg(today())});
+    }
+
     void aCopyThatFailsDoesNotFailTheReceive()
     {
         prepare();
