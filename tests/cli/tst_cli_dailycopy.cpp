@@ -25,6 +25,12 @@ class tst_CliDailyCopy : public QObject, protected CliReceiveFixture
                                            : QByteArray();
     }
 
+    static bool writeFile(const QString& path, const QByteArray& bytes)
+    {
+        QFile f(path);
+        return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+    }
+
     static int collectionsIn(const QString& path)
     {
         bool ok = false;
@@ -72,10 +78,7 @@ private slots:
             older << QFileInfo(path).fileName();
         }
         const QString other = QDir(dailyFolder()).filePath(QStringLiteral("0011611uCheck.txt"));
-        QFile f(other);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("listing");
-        f.close();
+        QVERIFY(writeFile(other, "listing"));
 
         const Result r = receive({});
         QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
@@ -95,10 +98,7 @@ private slots:
         QVERIFY(QDir().mkpath(dailyFolder()));
         const QString part =
             DatabaseCopy::dailyPath(t->dir.path(), QDate::currentDate().addDays(-1)) + QStringLiteral(".part");
-        QFile f(part);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("SQLite format 3");
-        f.close();
+        QVERIFY(writeFile(part, "SQLite format 3"));
 
         const Result r = receive({});
         QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
