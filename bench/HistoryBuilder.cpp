@@ -2,6 +2,9 @@
 
 #include "store/SharedDatabase.h"
 
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
@@ -75,6 +78,28 @@ bool build(const QString& path)
     exec(q, "ANALYZE");
     std::printf("  %lld history rows\n", static_cast<long long>(rows));
     return true;
+}
+
+QString prepare(const QStringList& args, const QString& tempDir, const char* what)
+{
+    QString path = QDir(tempDir).filePath(SharedDatabase::fileName());
+    const int dbAt = static_cast<int>(args.indexOf(QStringLiteral("--db")));
+    if (dbAt > 0 && dbAt + 1 < args.size())
+        path = args[dbAt + 1];
+
+    std::printf("%s against %d agents x %d accounts x %lld days of history\n", what, agents, accountsPerAgent,
+                static_cast<long long>(firstDay.daysTo(lastDay) + 1));
+    if (!QFileInfo::exists(path)) {
+        QElapsedTimer fill;
+        fill.start();
+        if (!build(path))
+            return {};
+        std::printf("  database built in %.1f s\n", static_cast<double>(fill.nsecsElapsed()) / 1e9);
+    } else {
+        std::printf("  using %s\n", qPrintable(path));
+    }
+    std::printf("  database file: %.1f MB\n", static_cast<double>(QFileInfo(path).size()) / 1e6);
+    return path;
 }
 
 } // namespace HistoryBuilder

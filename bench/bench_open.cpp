@@ -70,24 +70,9 @@ int main(int argc, char* argv[])
     const QStringList args = app.arguments();
 
     QTemporaryDir dir;
-    QString path = QDir(dir.path()).filePath(SharedDatabase::fileName());
-    const int dbAt = static_cast<int>(args.indexOf(QStringLiteral("--db")));
-    if (dbAt > 0 && dbAt + 1 < args.size())
-        path = args[dbAt + 1];
-
-    std::printf("Start-up against %d agents x %d accounts x %lld days of history\n", HistoryBuilder::agents,
-                HistoryBuilder::accountsPerAgent,
-                static_cast<long long>(HistoryBuilder::firstDay.daysTo(HistoryBuilder::lastDay) + 1));
-    if (!QFileInfo::exists(path)) {
-        QElapsedTimer fill;
-        fill.start();
-        if (!HistoryBuilder::build(path))
-            return 1;
-        std::printf("  database built in %.1f s\n", static_cast<double>(fill.nsecsElapsed()) / 1e9);
-    } else {
-        std::printf("  using %s\n", qPrintable(path));
-    }
-    std::printf("  database file: %.1f MB\n", static_cast<double>(QFileInfo(path).size()) / 1e6);
+    const QString path = HistoryBuilder::prepare(args, dir.path(), "Start-up");
+    if (path.isEmpty())
+        return 1;
     // The first start reads the file from disk (or from the cache the build
     // left); the later ones from the cache.
     std::printf("start (open + damage check + passwords + settings), first: %.1f ms\n", startMs(path, 1));

@@ -26,11 +26,6 @@
 
 namespace {
 
-using HistoryBuilder::accountsPerAgent;
-using HistoryBuilder::agents;
-using HistoryBuilder::firstDay;
-using HistoryBuilder::lastDay;
-
 long peakRssKb()
 {
     rusage usage{};
@@ -128,23 +123,9 @@ int main(int argc, char* argv[])
         return measure(args[phaseAt + 1], args[phaseAt + 2], args[phaseAt + 3]);
 
     QTemporaryDir dir;
-    QString dbPath = QDir(dir.path()).filePath(SharedDatabase::fileName());
-    const int dbAt = static_cast<int>(args.indexOf(QStringLiteral("--db")));
-    if (dbAt > 0 && dbAt + 1 < args.size())
-        dbPath = args[dbAt + 1];
-
-    std::printf("Reports against %d agents x %d accounts x %lld days of history\n", agents, accountsPerAgent,
-                static_cast<long long>(firstDay.daysTo(lastDay) + 1));
-    if (!QFileInfo::exists(dbPath)) {
-        QElapsedTimer timer;
-        timer.start();
-        if (!HistoryBuilder::build(dbPath))
-            return 1;
-        std::printf("  database built in %.1f s (%lld MB)\n", timer.nsecsElapsed() / 1e9,
-                    static_cast<long long>(QFileInfo(dbPath).size() / (1024 * 1024)));
-    } else {
-        std::printf("  using %s\n", qPrintable(dbPath));
-    }
+    const QString dbPath = HistoryBuilder::prepare(args, dir.path(), "Reports");
+    if (dbPath.isEmpty())
+        return 1;
 
     struct Phase
     {

@@ -43,19 +43,20 @@ int run(CliRun& run)
 
 CliCommand auditCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("audit");
-    c.synopsis = QStringLiteral("audit [--from YYYY-MM-DD] [--to YYYY-MM-DD] --output FILE.csv\n"
-                                "             writes the audit trail (downloads, sends, receives, settings, "
-                                "passwords,\n"
-                                "             failed logins) of the days given as CSV");
-    c.addOptions = [](QCommandLineParser& p) {
-        p.addOption({QStringLiteral("from"), QStringLiteral("First day (YYYY-MM-DD); default: the first event."),
-                     QStringLiteral("YYYY-MM-DD")});
-        p.addOption({QStringLiteral("to"), QStringLiteral("Last day (YYYY-MM-DD); default: the last event."),
-                     QStringLiteral("YYYY-MM-DD")});
-        p.addOption({QStringLiteral("output"), QStringLiteral("The CSV file to write."), QStringLiteral("FILE")});
+    return CliCommand{
+        .name = QStringLiteral("audit"),
+        .synopsis = QStringLiteral("audit [--from YYYY-MM-DD] [--to YYYY-MM-DD] --output FILE.csv\n"
+                                   "             writes the audit trail (downloads, sends, receives, settings, "
+                                   "passwords,\n"
+                                   "             failed logins) of the days given as CSV"),
+        .options =
+            {
+                {QStringLiteral("from"), QStringLiteral("First day (YYYY-MM-DD); default: the first event."),
+                 QStringLiteral("YYYY-MM-DD")},
+                {QStringLiteral("to"), QStringLiteral("Last day (YYYY-MM-DD); default: the last event."),
+                 QStringLiteral("YYYY-MM-DD")},
+                {QStringLiteral("output"), QStringLiteral("The CSV file to write."), QStringLiteral("FILE")},
+            },
+        .run = [](CliRun& r) { return run(r); },
     };
-    c.run = [](CliRun& r) { return run(r); };
-    return c;
 }

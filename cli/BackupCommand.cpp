@@ -3,11 +3,11 @@
 #include "core/AppContext.h"
 #include "base/Clock.h"
 #include "cli/ConsoleMessenger.h"
-#include "store/DatabaseCopy.h"
+#include "store/DatabaseBackup.h"
+#include "store/DatabaseRestore.h"
 #include "store/SharedDatabase.h"
 
 #include <QDir>
-#include <QFileInfo>
 
 namespace {
 
@@ -15,15 +15,8 @@ int runBackup(CliRun& run)
 {
     if (!run.arguments.isEmpty())
         return cliUsageError(QStringLiteral("'backup' takes options only: backup [--output FILE]."));
-    const QString dataDir = run.ctx.dataDir;
-    QString target = DatabaseCopy::requestedPath(dataDir, run.ctx.clock().now());
-    const QString output = run.parser.value(QStringLiteral("output"));
-    if (!output.isEmpty()) {
-        const QFileInfo given(output);
-        // A folder (a USB stick) takes the copy under its usual name.
-        target = given.isDir() ? QDir(given.absoluteFilePath()).filePath(QFileInfo(target).fileName())
-                               : given.absoluteFilePath();
-    }
+    const QString target = DatabaseCopy::requestedTarget(run.ctx.dataDir, run.ctx.clock().now(),
+                                                         run.parser.value(QStringLiteral("output")));
     const DatabaseCopy::Outcome out = DatabaseCopy::makeCopy(run.ctx.db().filePath(), target);
     if (!out.ok) {
         run.messenger.critical(out.text, {}, out.detail);
@@ -55,32 +48,34 @@ int runRestore(CliRun& run)
 
 CliCommand backupCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("backup");
-    c.synopsis = QStringLiteral("backup [--output FILE|FOLDER]\n"
-                                "             copies the database while it may be in use and checks the copy;\n"
-                                "             default: Backups/HandHeldData-YYYY-MM-DD-HHMMSS.db in the data folder");
-    c.addOptions = [](QCommandLineParser& p) {
-        p.addOption({QStringLiteral("output"),
-                     QStringLiteral("The copy to write (a new file), or a folder to write it in."),
-                     QStringLiteral("FILE")});
+    return CliCommand{
+        .name = QStringLiteral("backup"),
+        .synopsis =
+            QStringLiteral("backup [--output FILE|FOLDER]\n"
+                           "             copies the database while it may be in use and checks the copy;\n"
+                           "             default: Backups/HandHeldData-YYYY-MM-DD-HHMMSS.db in the data folder"),
+        .options =
+            {
+                {QStringLiteral("output"),
+                 QStringLiteral("The copy to write (a new file), or a folder to write it in."), QStringLiteral("FILE")},
+            },
+        .run = [](CliRun& r) { return runBackup(r); },
     };
-    c.run = [](CliRun& r) { return runBackup(r); };
-    return c;
 }
 
 CliCommand restoreCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("restore");
-    c.synopsis = QStringLiteral("restore FILE\n"
-                                "             puts a checked copy of this program's database in place of "
-                                "HandHeldData.db,\n"
-                                "             keeping the current file beside it; refused while the database is "
-                                "in use");
-    // The database in place may be the damaged one being replaced: it is
-    // not opened first.
-    c.opensDatabase = false;
-    c.run = [](CliRun& r) { return runRestore(r); };
-    return c;
+    return CliCommand{
+        .name = QStringLiteral("restore"),
+        .synopsis = QStringLiteral("restore FILE\n"
+                                   "             puts a checked copy of this program's database in place of "
+                                   "HandHeldData.db,\n"
+                                   "             keeping the current file beside it; refused while the database is "
+                                   "in use"),
+        .options = {},
+        .run = [](CliRun& r) { return runRestore(r); },
+        // The database in place may be the damaged one being replaced: it is
+        // not opened first.
+        .opensDatabase = false,
+    };
 }

@@ -26,20 +26,19 @@ struct CliRun
     QStringList arguments; // positional arguments after the command word
 };
 
-// One command word of tonvy-cli ("settings", "send", ...).
+// One command word of tonvy-cli ("settings", "send", ...). A command knows
+// only this shape; the list of every command is cli/CliCommands.h, which
+// includes the commands (never the other way round).
 struct CliCommand
 {
     QString name;
     QString synopsis; // shown by --help
-    std::function<void(QCommandLineParser&)> addOptions;
+    QList<QCommandLineOption> options; // its own, after the global ones
     std::function<int(CliRun&)> run;
     // Whether the database is opened (and owed files written) before run;
     // when not, ctx.db() is left closed.
     bool opensDatabase = true;
 };
-
-// Every command, in the order --help lists them.
-QList<CliCommand> allCliCommands();
 
 // Prints a usage error to standard error and returns CliExit::Usage.
 int cliUsageError(const QString& text);

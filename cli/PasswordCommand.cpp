@@ -142,24 +142,27 @@ int set(CliRun& run)
 
 CliCommand passwordCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("password");
-    c.synopsis = QStringLiteral("password set --kind admin|user|setup|main [--old OLD --new NEW [--confirm NEW]]\n"
-                                "             without --old and --new the passwords are read from standard input,\n"
-                                "             one a line (old, new, confirmation), or asked for on a terminal");
-    c.addOptions = [](QCommandLineParser& p) {
-        p.addOption({QStringLiteral("kind"),
-                     QStringLiteral("Which password: admin, user (this program), setup, main (the terminal's)."),
-                     QStringLiteral("KIND")});
-        p.addOption({QStringLiteral("old"), QStringLiteral("The password now in use."), QStringLiteral("OLD")});
-        p.addOption({QStringLiteral("new"), QStringLiteral("The new password."), QStringLiteral("NEW")});
-        p.addOption({QStringLiteral("confirm"), QStringLiteral("The new password again."), QStringLiteral("NEW")});
+    return CliCommand{
+        .name = QStringLiteral("password"),
+        .synopsis = QStringLiteral("password set --kind admin|user|setup|main [--old OLD --new NEW [--confirm NEW]]\n"
+                                   "             without --old and --new the passwords are read from standard input,\n"
+                                   "             one a line (old, new, confirmation), or asked for on a terminal"),
+        .options =
+            {
+                {QStringLiteral("kind"),
+                 QStringLiteral("Which password: admin, user (this program), setup, main (the terminal's)."),
+                 QStringLiteral("KIND")},
+                {QStringLiteral("old"), QStringLiteral("The password now in use."), QStringLiteral("OLD")},
+                {QStringLiteral("new"), QStringLiteral("The new password."), QStringLiteral("NEW")},
+                {QStringLiteral("confirm"), QStringLiteral("The new password again."), QStringLiteral("NEW")},
+            },
+        .run =
+            [](CliRun& run) {
+                if (run.arguments != QStringList{QStringLiteral("set")})
+                    return cliUsageError(
+                        QStringLiteral("Use 'password set --kind KIND' (the passwords on standard input) or "
+                                       "'password set --kind KIND --old OLD --new NEW [--confirm NEW]'."));
+                return set(run);
+            },
     };
-    c.run = [](CliRun& run) {
-        if (run.arguments != QStringList{QStringLiteral("set")})
-            return cliUsageError(QStringLiteral("Use 'password set --kind KIND' (the passwords on standard input) or "
-                                                "'password set --kind KIND --old OLD --new NEW [--confirm NEW]'."));
-        return set(run);
-    };
-    return c;
 }

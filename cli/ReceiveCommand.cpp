@@ -130,9 +130,17 @@ int run(CliRun& run)
         // A file the receive could not write (said above) fails the command,
         // even with the collections stored.
         const int code = restored && !fileMissing ? CliExit::Success : CliExit::Failure;
-        QTimer::singleShot(200, loop, [&transfer, code] {
-            const int signal = transfer.interrupts().caught();
-            transfer.finish(signal ? InterruptWatch::exitCode(signal) : code);
+        QTimer::singleShot(200, loop, [&transfer, &flow, loop, code] {
+            auto end = [&transfer, code] {
+                const int signal = transfer.interrupts().caught();
+                transfer.finish(signal ? InterruptWatch::exitCode(signal) : code);
+            };
+            // The day's copy, started after the receive was stored, is
+            // waited for: its outcome is part of what the command says.
+            if (flow.isCopying())
+                QObject::connect(&flow, &ReceiveFlow::dailyCopyEnded, loop, end);
+            else
+                end();
         });
     });
     QObject::connect(&flow, &ReceiveFlow::stopped, loop, [&] { transfer.finish(CliExit::Failure); });
@@ -156,22 +164,23 @@ int run(CliRun& run)
 
 CliCommand receiveCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("receive");
-    c.synopsis = QStringLiteral(
-        "receive [--on-crc-failure retry|quit] [--give-up-after SECONDS] [--accept-mismatch]\n"
-        "             takes the day's collections off the terminal, stores them and writes the bank files,\n"
-        "             as the Receive button does");
-    c.addOptions = [](QCommandLineParser& p) {
-        p.addOption({QStringLiteral("on-crc-failure"),
-                     QStringLiteral("Answer to \"Error in CRC\" after 15 failures in a row: retry (OK) or quit "
-                                    "(Cancel, the default)."),
-                     QStringLiteral("retry|quit")});
-        TransferWait::addOption(p);
-        p.addOption({QStringLiteral("accept-mismatch"),
-                     QStringLiteral("Store and write a receive that disagrees with the terminal's summary, as it "
-                                    "came (written to the audit trail; the exit status stays 1).")});
+    return CliCommand{
+        .name = QStringLiteral("receive"),
+        .synopsis = QStringLiteral(
+            "receive [--on-crc-failure retry|quit] [--give-up-after SECONDS] [--accept-mismatch]\n"
+            "             takes the day's collections off the terminal, stores them and writes the bank files,\n"
+            "             as the Receive button does"),
+        .options =
+            {
+                {QStringLiteral("on-crc-failure"),
+                 QStringLiteral("Answer to \"Error in CRC\" after 15 failures in a row: retry (OK) or quit "
+                                "(Cancel, the default)."),
+                 QStringLiteral("retry|quit")},
+                TransferWait::option(),
+                {QStringLiteral("accept-mismatch"),
+                 QStringLiteral("Store and write a receive that disagrees with the terminal's summary, as it "
+                                "came (written to the audit trail; the exit status stays 1).")},
+            },
+        .run = [](CliRun& r) { return run(r); },
     };
-    c.run = [](CliRun& r) { return run(r); };
-    return c;
 }

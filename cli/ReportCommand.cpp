@@ -71,23 +71,23 @@ int run(CliRun& run)
 
 CliCommand reportCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("report");
-    c.synopsis = QStringLiteral(
-        "report daily|agent [--from YYYY-MM-DD] [--to YYYY-MM-DD] [--agent ID] [--account NO] --output FILE\n"
-        "             daily or agent collection summary as PDF or CSV (by FILE's extension);\n"
-        "             dates default to today, --agent and --account limit the daily report");
-    c.addOptions = [](QCommandLineParser& p) {
-        p.addOption({QStringLiteral("from"), QStringLiteral("First date, YYYY-MM-DD (default: today)."),
-                     QStringLiteral("YYYY-MM-DD")});
-        p.addOption({QStringLiteral("to"), QStringLiteral("Last date, YYYY-MM-DD (default: today)."),
-                     QStringLiteral("YYYY-MM-DD")});
-        p.addOption({QStringLiteral("agent"), QStringLiteral("Agent ID (daily report only)."), QStringLiteral("ID")});
-        p.addOption(
-            {QStringLiteral("account"), QStringLiteral("Account number (daily report only)."), QStringLiteral("NO")});
-        p.addOption(
-            {QStringLiteral("output"), QStringLiteral("The .pdf or .csv file to write."), QStringLiteral("FILE")});
+    return CliCommand{
+        .name = QStringLiteral("report"),
+        .synopsis = QStringLiteral(
+            "report daily|agent [--from YYYY-MM-DD] [--to YYYY-MM-DD] [--agent ID] [--account NO] --output FILE\n"
+            "             daily or agent collection summary as PDF or CSV (by FILE's extension);\n"
+            "             dates default to today, --agent and --account limit the daily report"),
+        .options =
+            {
+                {QStringLiteral("from"), QStringLiteral("First date, YYYY-MM-DD (default: today)."),
+                 QStringLiteral("YYYY-MM-DD")},
+                {QStringLiteral("to"), QStringLiteral("Last date, YYYY-MM-DD (default: today)."),
+                 QStringLiteral("YYYY-MM-DD")},
+                {QStringLiteral("agent"), QStringLiteral("Agent ID (daily report only)."), QStringLiteral("ID")},
+                {QStringLiteral("account"), QStringLiteral("Account number (daily report only)."),
+                 QStringLiteral("NO")},
+                {QStringLiteral("output"), QStringLiteral("The .pdf or .csv file to write."), QStringLiteral("FILE")},
+            },
+        .run = run,
     };
-    c.run = run;
-    return c;
 }

@@ -92,19 +92,19 @@ int run(CliRun& run)
 
 CliCommand sendCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("send");
-    c.synopsis =
-        QStringLiteral("send --agent N --date DDMM [--transactions N] [--give-up-after SECONDS]\n"
-                       "             sends the agent's download file to the terminal, as the Send button does");
-    c.addOptions = [](QCommandLineParser& p) {
-        p.addOption({QStringLiteral("agent"), QStringLiteral("Agent number (digits)."), QStringLiteral("N")});
-        p.addOption(
-            {QStringLiteral("date"), QStringLiteral("Date of the download file, ddmm."), QStringLiteral("DDMM")});
-        p.addOption({QStringLiteral("transactions"),
-                     QStringLiteral("Number of transactions (digits 0 to 7; default 1)."), QStringLiteral("N")});
-        TransferWait::addOption(p);
+    return CliCommand{
+        .name = QStringLiteral("send"),
+        .synopsis =
+            QStringLiteral("send --agent N --date DDMM [--transactions N] [--give-up-after SECONDS]\n"
+                           "             sends the agent's download file to the terminal, as the Send button does"),
+        .options =
+            {
+                {QStringLiteral("agent"), QStringLiteral("Agent number (digits)."), QStringLiteral("N")},
+                {QStringLiteral("date"), QStringLiteral("Date of the download file, ddmm."), QStringLiteral("DDMM")},
+                {QStringLiteral("transactions"), QStringLiteral("Number of transactions (digits 0 to 7; default 1)."),
+                 QStringLiteral("N")},
+                TransferWait::option(),
+            },
+        .run = [](CliRun& r) { return run(r); },
     };
-    c.run = [](CliRun& r) { return run(r); };
-    return c;
 }

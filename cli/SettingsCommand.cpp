@@ -97,29 +97,30 @@ int set(CliRun& run)
 
 CliCommand settingsCommand()
 {
-    CliCommand c;
-    c.name = QStringLiteral("settings");
-    c.synopsis =
-        QStringLiteral("settings show\n"
-                       "settings set [--bank-name T] [--branch-name T] [--comm-port 1..10] [--font-size small|big]\n"
-                       "             [--bank-info-path DIR] [--report-path DIR]");
-    c.addOptions = [](QCommandLineParser& p) {
-        p.addOption(
-            {QStringLiteral("bank-name"), QStringLiteral("Bank name, at most 48 characters."), QStringLiteral("T")});
-        p.addOption({QStringLiteral("branch-name"), QStringLiteral("Branch name, at most 22 characters."),
-                     QStringLiteral("T")});
-        p.addOption({QStringLiteral("comm-port"), QStringLiteral("Comm Port number, 1 to 10."), QStringLiteral("N")});
-        p.addOption(
-            {QStringLiteral("font-size"), QStringLiteral("Terminal font size: small or big."), QStringLiteral("SIZE")});
-        p.addOption({QStringLiteral("bank-info-path"),
-                     QStringLiteral("Folder of the bank's download and upload files."), QStringLiteral("DIR")});
-        p.addOption({QStringLiteral("report-path"), QStringLiteral("Report folder."), QStringLiteral("DIR")});
+    return CliCommand{
+        .name = QStringLiteral("settings"),
+        .synopsis = QStringLiteral(
+            "settings show\n"
+            "settings set [--bank-name T] [--branch-name T] [--comm-port 1..10] [--font-size small|big]\n"
+            "             [--bank-info-path DIR] [--report-path DIR]"),
+        .options =
+            {
+                {QStringLiteral("bank-name"), QStringLiteral("Bank name, at most 48 characters."), QStringLiteral("T")},
+                {QStringLiteral("branch-name"), QStringLiteral("Branch name, at most 22 characters."),
+                 QStringLiteral("T")},
+                {QStringLiteral("comm-port"), QStringLiteral("Comm Port number, 1 to 10."), QStringLiteral("N")},
+                {QStringLiteral("font-size"), QStringLiteral("Terminal font size: small or big."),
+                 QStringLiteral("SIZE")},
+                {QStringLiteral("bank-info-path"), QStringLiteral("Folder of the bank's download and upload files."),
+                 QStringLiteral("DIR")},
+                {QStringLiteral("report-path"), QStringLiteral("Report folder."), QStringLiteral("DIR")},
+            },
+        .run =
+            [](CliRun& run) {
+                const QString sub = run.arguments.value(0);
+                if (run.arguments.size() != 1 || (sub != QLatin1String("show") && sub != QLatin1String("set")))
+                    return cliUsageError(QStringLiteral("Use 'settings show' or 'settings set [options]'."));
+                return sub == QLatin1String("show") ? show(run) : set(run);
+            },
     };
-    c.run = [](CliRun& run) {
-        const QString sub = run.arguments.value(0);
-        if (run.arguments.size() != 1 || (sub != QLatin1String("show") && sub != QLatin1String("set")))
-            return cliUsageError(QStringLiteral("Use 'settings show' or 'settings set [options]'."));
-        return sub == QLatin1String("show") ? show(run) : set(run);
-    };
-    return c;
 }

@@ -5,11 +5,11 @@
 
 #include <QCommandLineParser>
 
-void TransferWait::addOption(QCommandLineParser& parser)
+QCommandLineOption TransferWait::option()
 {
-    parser.addOption({QStringLiteral("give-up-after"),
-                      QStringLiteral("Stop waiting for the terminal after this many seconds (exit status 3)."),
-                      QStringLiteral("SECONDS")});
+    return {QStringLiteral("give-up-after"),
+            QStringLiteral("Stop waiting for the terminal after this many seconds (exit status 3)."),
+            QStringLiteral("SECONDS")};
 }
 
 bool TransferWait::readOption(const QCommandLineParser& parser, int* seconds)

@@ -2,6 +2,7 @@
 
 #include "cli/Interruption.h"
 
+#include <QCommandLineOption>
 #include <QEventLoop>
 #include <QString>
 #include <QTimer>
@@ -14,7 +15,8 @@ class QCommandLineParser;
 class TransferWait
 {
 public:
-    static void addOption(QCommandLineParser& parser);
+    // --give-up-after SECONDS.
+    static QCommandLineOption option();
     // Reads --give-up-after (0 when not given). False for a bad value.
     static bool readOption(const QCommandLineParser& parser, int* seconds);
 

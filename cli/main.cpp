@@ -4,7 +4,7 @@
 #include "upload/StartupOutputs.h"
 #include "base/Clock.h"
 #include "base/Version.h"
-#include "cli/CliCommand.h"
+#include "cli/CliCommands.h"
 #include "cli/ConsoleMessenger.h"
 #include "link/LinkCodec.h"
 #include "store/SharedDatabase.h"
@@ -168,8 +168,7 @@ int main(int argc, char* argv[])
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
     StartupOptions::addTo(parser);
-    if (command->addOptions)
-        command->addOptions(parser);
+    parser.addOptions(command->options);
     if (!parser.parse(args))
         return cliUsageError(parser.errorText());
     const StartupOptions options = StartupOptions::from(parser);

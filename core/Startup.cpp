@@ -2,7 +2,7 @@
 
 #include "base/Messenger.h"
 #include "base/Version.h"
-#include "store/DatabaseCopy.h"
+#include "store/DatabaseRestore.h"
 #include "store/PasswordStore.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"

@@ -5,6 +5,7 @@
 #include "widgets/FocusReturn.h"
 #include "widgets/ScreenParts.h"
 #include "base/DurableFile.h"
+#include "reports/ReportGeometry.h"
 #include "reports/ReportRenderer.h"
 #include "store/StoreError.h"
 

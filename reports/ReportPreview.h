@@ -1,5 +1,6 @@
 #pragma once
 
+#include "reports/PageWriter.h"
 #include "reports/ReportPages.h"
 
 #include <QAbstractScrollArea>

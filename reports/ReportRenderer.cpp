@@ -1,11 +1,11 @@
 #include "reports/ReportRenderer.h"
 
 #include "base/DurableFile.h"
+#include "reports/PageWriter.h"
 #include "reports/ReportSnapshot.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
-#include <QLocale>
 #include <QPdfWriter>
 #include <QSaveFile>
 #include <QStringList>
@@ -37,8 +37,8 @@ QString dailyHeadLine()
 
 QString dailyLine(const QString& date, const DailyRow& row)
 {
-    return csvLine({date, row.agentId, row.accountNo, ReportRenderer::formatAmount(row.closingAmt),
-                    ReportRenderer::formatAmount(row.collectedAmt)});
+    return csvLine({date, row.agentId, row.accountNo, ReportFormat::formatAmount(row.closingAmt),
+                    ReportFormat::formatAmount(row.collectedAmt)});
 }
 
 // The CSV text, handed out in pieces as it is made.
@@ -67,31 +67,6 @@ void csvPieces(SharedDatabase& db, ReportKind kind, const ReportLimits& limits,
 
 } // namespace
 
-QString ReportRenderer::formatAmount(Paise amount)
-{
-    const quint64 magnitude = amount < 0 ? 0 - static_cast<quint64>(amount) : static_cast<quint64>(amount);
-    return QStringLiteral("%1%2.%3")
-        .arg(amount < 0 ? QStringLiteral("-") : QString())
-        .arg(magnitude / 100)
-        .arg(magnitude % 100, 2, 10, QLatin1Char('0'));
-}
-
-QString ReportRenderer::formatAmount(const std::optional<Paise>& amount)
-{
-    return amount ? formatAmount(*amount) : QString();
-}
-
-QString ReportRenderer::formatDate(const QString& stored)
-{
-    const QDate date = QDate::fromString(stored, Qt::ISODate);
-    return date.isValid() ? formatDate(date) : stored;
-}
-
-QString ReportRenderer::formatDate(const QDate& date)
-{
-    return QLocale::c().toString(date, QStringLiteral("dd/MMM/yyyy"));
-}
-
 QString ReportRenderer::cannotWrite(const QString& path, const QString& why)
 {
     return QStringLiteral("Cannot write the report file %1: %2").arg(path, why);
@@ -111,7 +86,7 @@ QString ReportRenderer::agentCsv(const AgentSummary& summary)
 {
     QString csv = csvLine({QStringLiteral("AgentID"), QStringLiteral("Collected Amount"), QStringLiteral("Date")});
     for (const AgentRow& row : summary.rows)
-        csv += csvLine({row.agentId, formatAmount(row.collectedAmt), row.date});
+        csv += csvLine({row.agentId, ReportFormat::formatAmount(row.collectedAmt), row.date});
     return csv;
 }
 
@@ -165,7 +140,7 @@ bool ReportRenderer::writePdf(SharedDatabase& db, ReportKind kind, const ReportL
     bool painted = false;
     try {
         QPdfWriter writer(&file);
-        writer.setTitle(title(kind));
+        writer.setTitle(ReportFormat::title(kind));
         writer.setCreator(QStringLiteral("Tonvy Hand-Held Interface Software"));
         writer.setResolution(300);
         PageWriter pages(db, kind, limits, header, &writer);

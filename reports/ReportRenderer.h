@@ -1,20 +1,19 @@
 #pragma once
 
 #include "reports/ReportData.h"
-#include "reports/ReportPages.h"
+#include "reports/ReportFormat.h"
 
 #include <QString>
 
-// The two printed collection summaries as PDF and their rows as CSV, and the
-// formats they share. Needs no widgets; painting text needs a
-// QGuiApplication (fonts), which may run on the offscreen platform.
+class SharedDatabase;
+
+// The two printed collection summaries written to a file: PDF (their pages,
+// painted by PageWriter) and their rows as CSV (the titles and formats are
+// ReportFormat's). Needs no widgets; painting text needs a QGuiApplication
+// (fonts), which may run on the offscreen platform.
 class ReportRenderer
 {
 public:
-    static QString dailyTitle() { return QStringLiteral("TONVY DAILY COLLECTION SUMMARY"); }
-    static QString agentTitle() { return QStringLiteral("TONVY AGENT COLLECTION SUMMARY"); }
-    static QString title(ReportKind kind) { return kind == ReportKind::Daily ? dailyTitle() : agentTitle(); }
-
     // One line of column heads, then one line per row; CRLF line ends,
     // dates as YYYY-MM-DD, amounts as 0.00, fields quoted only when needed.
     static QString dailyCsv(const DailySummary& summary);
@@ -31,13 +30,6 @@ public:
                          const QString& path, QString* error);
     static bool writeCsv(SharedDatabase& db, ReportKind kind, const ReportLimits& limits, const QString& path,
                          QString* error);
-
-    // Amount in paise as "0.00"; a missing amount is left blank.
-    static QString formatAmount(Paise amount);
-    static QString formatAmount(const std::optional<Paise>& amount);
-    // A stored YYYY-MM-DD day as dd/MMM/yyyy (English month); other text as it stands.
-    static QString formatDate(const QString& stored);
-    static QString formatDate(const QDate& date);
 
     // Where a write failed, in the words the screens and the command line show.
     static QString cannotWrite(const QString& path, const QString& why);

@@ -2,7 +2,7 @@
 
 #include "core/AppContext.h"
 #include "base/Clock.h"
-#include "store/DatabaseCopy.h"
+#include "upload/DailyCopyRunner.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 #include "upload/RestoreStore.h"
@@ -43,8 +43,9 @@ QString fileAdvice(const QString& text, bool stored)
 } // namespace
 
 ReceiveFlow::ReceiveFlow(AppContext& ctx, QObject* parent)
-    : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock())
+    : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock()), m_dailyCopy(new DailyCopyRunner(this))
 {
+    connect(m_dailyCopy, &DailyCopyRunner::finished, this, &ReceiveFlow::dailyCopyMade);
     connect(&m_session, &UploadSession::message, this, &ReceiveFlow::message);
     connect(&m_session, &UploadSession::crcQuestion, this, &ReceiveFlow::crcQuestion);
     connect(&m_session, &UploadSession::summaryDecoded, this, &ReceiveFlow::summaryDecoded);
@@ -95,6 +96,11 @@ void ReceiveFlow::stop()
 {
     m_restorePending = false;
     m_session.stop();
+}
+
+bool ReceiveFlow::isCopying() const
+{
+    return m_dailyCopy->isRunning();
 }
 
 bool ReceiveFlow::isBusy() const
@@ -176,17 +182,22 @@ void ReceiveFlow::keepDailyCopy()
     // The first receive of the day that stored collections leaves a checked
     // copy of the database, with its files already in place. A copy that
     // fails does not undo the receive: the clerk is told, and the next
-    // receive of the day tries again.
+    // receive of the day tries again. It is made on a thread of its own:
+    // on five years of history it takes seconds, and the screen stays
+    // usable meanwhile. While one is under way no other is started.
     const QString dbPath = m_ctx.db().filePath();
     const QString dataDir = m_ctx.dataDir.isEmpty() ? QFileInfo(dbPath).absolutePath() : m_ctx.dataDir;
-    DatabaseCopy::Outcome copy;
-    try {
-        copy = DatabaseCopy::makeDailyCopy(dbPath, dataDir, m_ctx.clock().now().date());
-    } catch (const std::exception& e) {
-        copy.text = QString::fromLocal8Bit(e.what());
-    }
-    if (copy.ok)
+    if (m_dailyCopy->start(dbPath, dataDir, m_ctx.clock().now().date()))
+        m_dailyCopyDir = dataDir;
+}
+
+void ReceiveFlow::dailyCopyMade(const DatabaseCopy::Outcome& copy)
+{
+    if (copy.ok) {
+        emit dailyCopyEnded(true);
         return;
+    }
+    const QString dataDir = m_dailyCopyDir;
     emit message(SessionMessage{
         QStringLiteral("The collections were stored, but the day's copy of the database could not be made."),
         SessionMessage::Icon::Critical,
@@ -194,4 +205,5 @@ void ReceiveFlow::keepDailyCopy()
             QStringLiteral(" The receive itself is complete. The next receive today tries the copy again; until then "
                            "make one with: tonvy-cli --data-dir %1 backup")
                 .arg(QDir::toNativeSeparators(dataDir))});
+    emit dailyCopyEnded(false);
 }

@@ -2,11 +2,13 @@
 
 #include "link/SessionMessage.h"
 #include "link/UploadSession.h"
+#include "store/CheckedCopy.h"
 #include "upload/RestoreStore.h"
 
 #include <QObject>
 
 class AppContext;
+class DailyCopyRunner;
 
 // What the receive screen's buttons do, without the window: the port, the
 // upload session and, once the exchange is complete, the one restore step
@@ -48,6 +50,10 @@ public:
     // The restore step ran for this receive and reported success.
     bool restored() const { return m_restored; }
 
+    // The day's copy of the database, started after a stored receive, is
+    // still being made (on a thread of its own; see dailyCopyEnded()).
+    bool isCopying() const;
+
     UploadSession& session() { return m_session; }
     const UploadSummary& summary() const { return m_session.summary(); }
 
@@ -71,14 +77,20 @@ signals:
     void stopped();
     // Cancel on the check-failure question: the screen closes.
     void closeRequested();
+    // The day's copy that a stored receive started has ended (a failure was
+    // said by message() first).
+    void dailyCopyEnded(bool ok);
 
 private:
     void restore();
     void runRestore(bool acceptMismatch);
     void keepDailyCopy();
+    void dailyCopyMade(const DatabaseCopy::Outcome& copy);
 
     AppContext& m_ctx;
     UploadSession m_session;
+    DailyCopyRunner* m_dailyCopy;
+    QString m_dailyCopyDir;
     bool m_restorePending = false;
     bool m_restoring = false;
     bool m_restored = false;

@@ -1,5 +1,6 @@
-#include "store/DatabaseCopy.h"
+#include "store/DatabaseRestore.h"
 #include "tests/store/StoreFaults.h"
+#include "tests/support/DatabaseFile.h"
 #include "tests/support/TestTiming.h"
 
 #include <QDir>
@@ -49,7 +50,6 @@ private:
     // Every row of every table, in order, as text: what a copy must hold.
     static QStringList rowsOf(const QString& path, const QStringList& skip = {});
     static void execute(const QString& path, const QStringList& statements);
-    static QString scalar(const QString& path, const QString& sql);
 
     QString m_cli;
     QTemporaryDir m_dir;
@@ -97,35 +97,8 @@ QString tst_CliBackup::freshDataDir(const QString& name)
 
 void tst_CliBackup::execute(const QString& path, const QStringList& statements)
 {
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("execute"));
-        db.setDatabaseName(path);
-        QVERIFY(db.open());
-        QSqlQuery q(db);
-        for (const QString& s : statements)
-            QVERIFY2(q.exec(s), qPrintable(s));
-        q.finish();
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("execute"));
-}
-
-QString tst_CliBackup::scalar(const QString& path, const QString& sql)
-{
-    QString value = "<none>";
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("scalar"));
-        db.setDatabaseName(path);
-        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
-        if (db.open()) {
-            QSqlQuery q(db);
-            if (q.exec(sql) && q.next())
-                value = q.value(0).toString();
-        }
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("scalar"));
-    return value;
+    QString failed;
+    QVERIFY2(DatabaseFile::execute(path, statements, &failed), qPrintable(failed));
 }
 
 QStringList tst_CliBackup::rowsOf(const QString& path, const QStringList& skip)
@@ -198,7 +171,7 @@ void tst_CliBackup::backupWhileAnotherConnectionReads()
     }
     QSqlDatabase::removeDatabase(QStringLiteral("reader"));
 
-    QCOMPARE(scalar(copy, "PRAGMA integrity_check"), QString("ok"));
+    QCOMPARE(DatabaseFile::scalar(copy, "PRAGMA integrity_check"), QString("ok"));
     QCOMPARE(rowsOf(copy), expected);
     QCOMPARE(DatabaseCopy::problemWith(copy), QString());
     const QFile::Permissions p = QFile::permissions(copy);
@@ -261,7 +234,7 @@ void tst_CliBackup::restoreOfAGoodBackup()
     // Later work, which the restore takes back.
     QCOMPARE(run(dir, {"settings", "set", "--bank-name", "NEW BANK"}).code, 0);
     execute(db, {"DELETE FROM CollectionHistory", "DELETE FROM BankData WHERE rowid % 2 = 0"});
-    QCOMPARE(scalar(db, "SELECT BankName FROM Path"), QString("NEW BANK"));
+    QCOMPARE(DatabaseFile::scalar(db, "SELECT BankName FROM Path"), QString("NEW BANK"));
     const QByteArray replaced = StoreFaults::hashOf(db);
 
     const Result r = run(dir, {"restore", copy});
@@ -269,11 +242,11 @@ void tst_CliBackup::restoreOfAGoodBackup()
     QVERIFY2(r.out.contains("was restored from " + copy), qPrintable(r.out));
 
     // The rows are back: everything the copy held, and the restore's event.
-    QCOMPARE(scalar(db, "SELECT BankName FROM Path"), QString("OLD BANK"));
-    QCOMPARE(scalar(db, "SELECT count(*) FROM CollectionHistory"), QString("2"));
+    QCOMPARE(DatabaseFile::scalar(db, "SELECT BankName FROM Path"), QString("OLD BANK"));
+    QCOMPARE(DatabaseFile::scalar(db, "SELECT count(*) FROM CollectionHistory"), QString("2"));
     QCOMPARE(rowsOf(db, {"AuditTrail"}), rowsOf(copy, {"AuditTrail"}));
     QCOMPARE(rowsOf(copy), backedUp);
-    QCOMPARE(scalar(db, "PRAGMA integrity_check"), QString("ok"));
+    QCOMPARE(DatabaseFile::scalar(db, "PRAGMA integrity_check"), QString("ok"));
 
     // The replaced file is kept beside it, exactly as it was.
     const QStringList kept = QDir(dir).entryList({"HandHeldData-before-restore-*.db"}, QDir::Files);

@@ -1,11 +1,10 @@
-#include "store/DatabaseCopy.h"
+#include "store/DailyCopy.h"
 #include "tests/support/CliReceiveFixture.h"
+#include "tests/support/DatabaseFile.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QtTest>
 
 // The copy of the database the first stored receive of the day leaves in
@@ -26,22 +25,17 @@ class tst_CliDailyCopy : public QObject, protected CliReceiveFixture
                                            : QByteArray();
     }
 
+    static bool writeFile(const QString& path, const QByteArray& bytes)
+    {
+        QFile f(path);
+        return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+    }
+
     static int collectionsIn(const QString& path)
     {
-        int n = -1;
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("copy"));
-            db.setDatabaseName(path);
-            db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
-            if (db.open()) {
-                QSqlQuery q(db);
-                if (q.exec(QStringLiteral("SELECT count(*) FROM RestoreData")) && q.next())
-                    n = q.value(0).toInt();
-            }
-            db.close();
-        }
-        QSqlDatabase::removeDatabase(QStringLiteral("copy"));
-        return n;
+        bool ok = false;
+        const int n = DatabaseFile::scalar(path, QStringLiteral("SELECT count(*) FROM RestoreData")).toInt(&ok);
+        return ok ? n : -1;
     }
 
 private slots:
@@ -84,10 +78,7 @@ private slots:
             older << QFileInfo(path).fileName();
         }
         const QString other = QDir(dailyFolder()).filePath(QStringLiteral("0011611uCheck.txt"));
-        QFile f(other);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("listing");
-        f.close();
+        QVERIFY(writeFile(other, "listing"));
 
         const Result r = receive({});
         QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
@@ -98,6 +89,22 @@ private slots:
         kept.sort();
         QCOMPARE(kept, expected);
         QVERIFY(QFile::exists(other));
+    }
+
+    void aPartLeftByACutOffCopyIsRemoved()
+    {
+        prepare();
+        // The program was killed while yesterday's copy was being written.
+        QVERIFY(QDir().mkpath(dailyFolder()));
+        const QString part =
+            DatabaseCopy::dailyPath(t->dir.path(), QDate::currentDate().addDays(-1)) + QStringLiteral(".part");
+        QVERIFY(writeFile(part, "SQLite format 3"));
+
+        const Result r = receive({});
+        QVERIFY2(r.exitCode == 0, qPrintable(r.out + r.err));
+        QVERIFY(!QFile::exists(part));
+        QCOMPARE(QDir(dailyFolder()).entryList({QStringLiteral("HandHeldData-*")}, QDir::Files),
+                 QStringList{QStringLiteral("HandHeldData-%1.db").arg(today())});
     }
 
     void aCopyThatFailsDoesNotFailTheReceive()

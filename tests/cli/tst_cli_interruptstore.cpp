@@ -1,4 +1,4 @@
-#include "cli/CliCommand.h"
+#include "cli/CliCommands.h"
 #include "cli/ConsoleMessenger.h"
 #include "store/AuditTrail.h"
 #include "tests/support/CliReceiveFixture.h"
@@ -44,7 +44,7 @@ class tst_CliInterruptStore : public QObject, protected CliReceiveFixture
                 receive = &c;
         }
         QCommandLineParser parser;
-        receive->addOptions(parser);
+        parser.addOptions(receive->options);
         if (!parser.parse({QStringLiteral("tonvy-cli"), QStringLiteral("receive")}))
             return -2;
         ConsoleMessenger messenger;

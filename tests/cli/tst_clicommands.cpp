@@ -1,4 +1,4 @@
-#include "cli/CliCommand.h"
+#include "cli/CliCommands.h"
 #include "cli/ConsoleMessenger.h"
 #include "store/AppSettings.h"
 #include "store/AuditTrail.h"
@@ -27,8 +27,7 @@ class tst_CliCommands : public QObject
         if (!command)
             return -1;
         QCommandLineParser parser;
-        if (command->addOptions)
-            command->addOptions(parser);
+        parser.addOptions(command->options);
         if (!parser.parse(QStringList{QStringLiteral("tonvy-cli")} + words))
             return -2;
         QStringList positional = parser.positionalArguments();

@@ -1,4 +1,6 @@
 #include "reports/ReportFonts.h"
+#include "reports/ReportGeometry.h"
+#include "reports/ReportPages.h"
 #include "reports/ReportRenderer.h"
 #include "tests/reports/HistoryRows.h"
 #include "tests/support/FailingSync.h"
@@ -130,16 +132,16 @@ void tst_ReportRender::formatAmount()
 {
     QFETCH(qint64, paise);
     QFETCH(QString, text);
-    QCOMPARE(ReportRenderer::formatAmount(Paise(paise)), text);
-    QCOMPARE(ReportRenderer::formatAmount(std::optional<Paise>()), QString());
+    QCOMPARE(ReportFormat::formatAmount(Paise(paise)), text);
+    QCOMPARE(ReportFormat::formatAmount(std::optional<Paise>()), QString());
 }
 
 void tst_ReportRender::formatDate()
 {
-    QCOMPARE(ReportRenderer::formatDate(QString("2007-11-16")), QString("16/Nov/2007"));
-    QCOMPARE(ReportRenderer::formatDate(QString("2008-01-05")), QString("05/Jan/2008"));
-    QCOMPARE(ReportRenderer::formatDate(QDate(2007, 12, 31)), QString("31/Dec/2007"));
-    QCOMPARE(ReportRenderer::formatDate(QString("not a date")), QString("not a date"));
+    QCOMPARE(ReportFormat::formatDate(QString("2007-11-16")), QString("16/Nov/2007"));
+    QCOMPARE(ReportFormat::formatDate(QString("2008-01-05")), QString("05/Jan/2008"));
+    QCOMPARE(ReportFormat::formatDate(QDate(2007, 12, 31)), QString("31/Dec/2007"));
+    QCOMPARE(ReportFormat::formatDate(QString("not a date")), QString("not a date"));
 }
 
 void tst_ReportRender::dailyDocumentText()
@@ -272,15 +274,15 @@ void tst_ReportRender::longReportRepeatsPageHeader()
     const QStringList lines = foldedLines(pages.join('\n'));
     for (int i = 0; i < 150; ++i)
         QVERIFY(lines.contains(QString("003 3%1 1000.00 %2.00").arg(i, 4, 10, QLatin1Char('0')).arg(i + 1)));
-    QVERIFY(lines.contains("Group Total : Rs. " + ReportRenderer::formatAmount(expected)));
-    QVERIFY(lines.contains("Grand Total : Rs. " + ReportRenderer::formatAmount(expected)));
+    QVERIFY(lines.contains("Group Total : Rs. " + ReportFormat::formatAmount(expected)));
+    QVERIFY(lines.contains("Grand Total : Rs. " + ReportFormat::formatAmount(expected)));
 }
 
 void tst_ReportRender::agentPdf()
 {
     TestContext t;
     addHistory(t.db, sampleRows());
-    QCOMPARE(ReportRenderer::title(ReportKind::Agent), QString("TONVY AGENT COLLECTION SUMMARY"));
+    QCOMPARE(ReportFormat::title(ReportKind::Agent), QString("TONVY AGENT COLLECTION SUMMARY"));
     const QString pdf = t.path("agent.pdf");
     QVERIFY(ReportRenderer::writePdf(t.db, ReportKind::Agent, range(QDate(2007, 11, 14), QDate(2007, 11, 15)), header,
                                      pdf, nullptr));
@@ -540,12 +542,12 @@ void tst_ReportRender::datesAcrossPagesEveryRowOnce()
     for (const HistoryRow& r : rows) {
         const QString line =
             QString("%1 %2 500.00 %3")
-                .arg(r.agentId, r.accountNo, ReportRenderer::formatAmount(*ReportData::toPaise(r.collectedAmt)));
+                .arg(r.agentId, r.accountNo, ReportFormat::formatAmount(*ReportData::toPaise(r.collectedAmt)));
         QCOMPARE(lines.count(line), 1);
     }
     // A date that runs on to the next page carries its heading there again.
     QVERIFY(lines.join('\n').contains("(continued)"));
-    QCOMPARE(lines.count("Grand Total : Rs. " + ReportRenderer::formatAmount(grand)), 1);
+    QCOMPARE(lines.count("Grand Total : Rs. " + ReportFormat::formatAmount(grand)), 1);
     QCOMPARE(static_cast<int>(lines.filter("Group Total : Rs.").size()), 5);
 }
 

@@ -1,9 +1,12 @@
 #include "core/Startup.h"
 #include "base/Clock.h"
-#include "store/DatabaseCopy.h"
+#include "store/DailyCopy.h"
+#include "store/DatabaseBackup.h"
+#include "store/DatabaseRestore.h"
 #include "store/Schema.h"
 #include "store/SharedDatabase.h"
 #include "tests/store/StoreFaults.h"
+#include "tests/support/DatabaseFile.h"
 #include "tests/support/RecordingMessenger.h"
 
 #include <QDir>
@@ -26,6 +29,7 @@ class tst_DatabaseCopy : public QObject
 private slots:
     void dailyCopyOncePerDaySevenKept();
     void failedDailyCopyLeavesOlderCopies();
+    void partsOfCutOffCopiesAreRemovedByTheNext();
     void copyIsCheckedAndOwnerOnly();
     void copyNeverReplacesAFile();
     void checkRefuses_data();
@@ -48,17 +52,8 @@ QStringList tst_DatabaseCopy::dailyFiles(const QString& dataDir)
 
 void tst_DatabaseCopy::sql(const QString& path, const QStringList& statements)
 {
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("sql"));
-        db.setDatabaseName(path);
-        QVERIFY(db.open());
-        QSqlQuery q(db);
-        for (const QString& s : statements)
-            QVERIFY2(q.exec(s), qPrintable(s));
-        q.finish();
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("sql"));
+    QString failed;
+    QVERIFY2(DatabaseFile::execute(path, statements, &failed), qPrintable(failed));
 }
 
 void tst_DatabaseCopy::dailyCopyOncePerDaySevenKept()
@@ -121,6 +116,45 @@ void tst_DatabaseCopy::failedDailyCopyLeavesOlderCopies()
     QCOMPARE(dailyFiles(dir.path()).size(), 7);
     QVERIFY(!QFile::exists(DatabaseCopy::dailyPath(dir.path(), first.addDays(7))));
     QVERIFY(!QFile::exists(DatabaseCopy::dailyPath(dir.path(), first.addDays(7)) + ".part"));
+}
+
+void tst_DatabaseCopy::partsOfCutOffCopiesAreRemovedByTheNext()
+{
+    QTemporaryDir dir;
+    const QString dbPath = dir.filePath("HandHeldData.db");
+    QVERIFY(StoreFaults::makeOurDatabase(dbPath));
+    const QDir daily(DatabaseCopy::dailyFolder(dir.path()));
+    QVERIFY(QDir().mkpath(daily.path()));
+    // What a copy cut off by the program's end leaves: half a file under the
+    // part's name (and a journal SQLite may have left beside it), of an
+    // earlier day and of today; and files that are none of the copies'.
+    const QDate today(2026, 11, 24);
+    const QString earlier = DatabaseCopy::dailyPath(dir.path(), today.addDays(-2)) + QStringLiteral(".part");
+    const QString todays = DatabaseCopy::dailyPath(dir.path(), today) + QStringLiteral(".part");
+    QVERIFY(StoreFaults::writeBytes(earlier, StoreFaults::hashOf(dbPath)));
+    QVERIFY(StoreFaults::writeBytes(earlier + QStringLiteral("-journal"), "journal"));
+    QVERIFY(StoreFaults::writeBytes(todays, "half"));
+    const QStringList strangers = {"notes.part", "HandHeldData-notes.db.part"};
+    for (const QString& name : strangers)
+        QVERIFY(StoreFaults::writeBytes(daily.filePath(name), "keep"));
+
+    bool made = false;
+    const DatabaseCopy::Outcome out = DatabaseCopy::makeDailyCopy(dbPath, dir.path(), today, &made);
+    QVERIFY2(out.ok, qPrintable(out.text));
+    QVERIFY(made);
+    QCOMPARE(DatabaseCopy::problemWith(out.path), QString());
+    QStringList expected = strangers;
+    expected << QFileInfo(out.path).fileName();
+    expected.sort();
+    QCOMPARE(dailyFiles(dir.path()), expected);
+
+    // On a day whose copy is made already, the next receive's copy still
+    // clears what a cut-off copy left.
+    QVERIFY(StoreFaults::writeBytes(earlier, "half"));
+    QVERIFY(DatabaseCopy::makeDailyCopy(dbPath, dir.path(), today, &made).ok);
+    QVERIFY(!made);
+    QVERIFY(!QFile::exists(earlier));
+    QCOMPARE(dailyFiles(dir.path()), expected);
 }
 
 void tst_DatabaseCopy::copyIsCheckedAndOwnerOnly()
