@@ -20,6 +20,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStringList>
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <unordered_map>
@@ -812,7 +813,12 @@ private:
                                    .arg(UploadFiles::rupees(m_facts.check.collectedPaise))
                                    .arg(outcome, m_out.problems.join(QLatin1Char(' '))));
         } catch (const StoreError& e) {
-            m_out.messages.insert(qMax<qsizetype>(0, m_out.messages.size() - 1), critical(e.message()));
+            // A file found damaged or gone refuses the event with the words
+            // the receive's own message already has: said once.
+            const bool said = std::any_of(m_out.messages.cbegin(), m_out.messages.cend(),
+                                          [&e](const SessionMessage& m) { return m.text.contains(e.message()); });
+            if (!said)
+                m_out.messages.insert(qMax<qsizetype>(0, m_out.messages.size() - 1), critical(e.message()));
         }
     }
 
