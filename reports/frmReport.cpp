@@ -9,6 +9,7 @@
 #include "base/Clock.h"
 #include "base/Messenger.h"
 #include "reports/AuditTrailModel.h"
+#include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
 #include <QDateEdit>
@@ -225,6 +226,14 @@ bool frmReport::limitsAccepted()
 {
     QString error;
     const ReportLimits l = limits();
+    try {
+        // A database deleted or replaced since the screen opened is said so,
+        // not read from the file SQLite still holds.
+        m_ctx.db().ensureInPlace();
+    } catch (const StoreError& e) {
+        m_ctx.messenger().critical(e.message());
+        return false;
+    }
     // An agent that names no stored agent, or several, is said so rather
     // than shown as an empty report.
     if (!ReportData::checkLimits(l, &error) || !ReportData::checkAgent(m_ctx.db(), l, &error)) {

@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QMessageBox>
 #include <QRandomGenerator>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QString>
 #include <QtTest>
 
@@ -30,17 +32,46 @@ inline bool shimLoaded()
     return qEnvironmentVariable("LD_PRELOAD").contains("tonvy_test_diskfull");
 }
 
-// The disk spoils the first page of a table while the program has the file
-// open; a changed file counter makes SQLite read the file again.
-inline bool damageTableWhileOpen(const QString& file, const QString& table)
+// The first page (1-based) of a table or index, from the file's own schema.
+inline int rootPageOf(const QString& path, const QString& name)
 {
-    const int page = StoreFaults::rootPage(file, table);
-    if (page < 2)
-        return false;
+    int page = 0;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("rootpageof"));
+        db.setDatabaseName(path);
+        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
+        if (db.open()) {
+            QSqlQuery q(db);
+            q.prepare(QStringLiteral("SELECT rootpage FROM sqlite_master WHERE name = ?"));
+            q.addBindValue(name);
+            if (q.exec() && q.next())
+                page = q.value(0).toInt();
+        }
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("rootpageof"));
+    return page;
+}
+
+// The disk spoils the first page of each named table or index while the
+// program has the file open; a changed file counter makes SQLite read the
+// file again.
+inline bool damageWhileOpen(const QString& file, const QStringList& names)
+{
     QByteArray bytes = StoreFaults::bytesOf(file);
-    StoreFaults::overwritePage(bytes, page);
+    for (const QString& name : names) {
+        const int page = rootPageOf(file, name);
+        if (page < 2)
+            return false;
+        StoreFaults::overwritePage(bytes, page);
+    }
     bytes[27] = static_cast<char>(bytes.at(27) + 1);
     return StoreFaults::writeBytes(file, bytes);
+}
+
+inline bool damageTableWhileOpen(const QString& file, const QString& table)
+{
+    return damageWhileOpen(file, {table});
 }
 
 // How a database file open in the program goes away under it.
