@@ -9,6 +9,7 @@
 #include "base/Clock.h"
 #include "base/Messenger.h"
 #include "reports/AuditTrailModel.h"
+#include "reports/SaveAdvice.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
@@ -313,7 +314,8 @@ void frmReport::cmdExport_Click()
         return;
     QString error;
     if (!ReportRenderer::writeCsv(m_ctx.db(), selectedKind(), limits(), path, &error)) {
-        m_ctx.messenger().critical(error);
+        m_ctx.messenger().critical(error.startsWith(ReportRenderer::cannotWrite(path, QString())) ? withSaveAdvice(error)
+                                                                                                  : error);
         return;
     }
     m_ctx.messenger().information(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(path)));
@@ -358,7 +360,7 @@ void frmReport::exportAuditTrail()
     if (path.isEmpty())
         return;
     if (!model.saveCsv(path, &error)) {
-        m_ctx.messenger().critical(error);
+        m_ctx.messenger().critical(withSaveAdvice(error));
         return;
     }
     m_ctx.messenger().information(QStringLiteral("Audit trail saved in %1").arg(QDir::toNativeSeparators(path)));

@@ -313,6 +313,7 @@ void tst_StoreFaultsReport::reportFilesOnAFullDisk()
     }
     QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
     checkSaid(t->messenger.last());
+    QVERIFY2(t->messenger.last().contains("Free some space on that disk"), qPrintable(t->messenger.last()));
 
     // The audit window's Save CSV, and the audit trail's Export CSV.
     auto* audit = control<QRadioButton>(m_form.get(), "OptAudit");
@@ -330,6 +331,7 @@ void tst_StoreFaultsReport::reportFilesOnAFullDisk()
     QCOMPARE(t->messenger.entries().size(), 1);
     QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
     checkSaid(t->messenger.last());
+    QVERIFY2(t->messenger.last().contains("Free some space on that disk"), qPrintable(t->messenger.last()));
     QVERIFY(window->isVisible());
     window->close();
     t->messenger.clear();
