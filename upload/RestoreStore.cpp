@@ -20,7 +20,6 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStringList>
-#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <unordered_map>
@@ -813,12 +812,7 @@ private:
                                    .arg(UploadFiles::rupees(m_facts.check.collectedPaise))
                                    .arg(outcome, m_out.problems.join(QLatin1Char(' '))));
         } catch (const StoreError& e) {
-            // A file found damaged or gone refuses the event with the words
-            // the receive's own message already has: said once.
-            const bool said = std::any_of(m_out.messages.cbegin(), m_out.messages.cend(),
-                                          [&e](const SessionMessage& m) { return m.text.contains(e.message()); });
-            if (!said)
-                m_out.messages.insert(qMax<qsizetype>(0, m_out.messages.size() - 1), critical(e.message()));
+            m_out.messages.insert(qMax<qsizetype>(0, m_out.messages.size() - 1), critical(e.message()));
         }
     }
 
