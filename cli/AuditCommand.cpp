@@ -32,7 +32,7 @@ int run(CliRun& run)
     const QList<AuditTrail::Event> events = AuditTrail::read(run.ctx.db(), from, to);
     QString error;
     if (!AuditTrail::writeCsv(events, output, &error)) {
-        run.messenger.critical(error);
+        run.messenger.critical(error, {}, cliOutputAdvice(error));
         return CliExit::Failure;
     }
     ConsoleMessenger::line(QStringLiteral("%1 events written to %2").arg(events.size()).arg(output));

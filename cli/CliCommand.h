@@ -48,3 +48,7 @@ int cliUsageError(const QString& text);
 // as it is. Empty when fine; otherwise the usage error: `shapeError` for a
 // value in another shape, or which day is not in the calendar and why.
 QString readDayOption(const QCommandLineParser& parser, const QString& name, QDate* day, const QString& shapeError);
+
+// What to do after an output file (--output) could not be written, given
+// the reason ("Cannot write ...: ..."): the line under the message.
+QString cliOutputAdvice(const QString& error);

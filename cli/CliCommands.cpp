@@ -38,3 +38,13 @@ QString readDayOption(const QCommandLineParser& parser, const QString& name, QDa
     *day = reading.date;
     return {};
 }
+
+QString cliOutputAdvice(const QString& error)
+{
+    if (error.contains(QLatin1String("the folder ")) && error.contains(QLatin1String("could not be synced")))
+        return QStringLiteral("The file is in place, but its folder could not be synced to the disk, so a power cut "
+                              "could still lose it. Check that disk, then run the command again.");
+    return QStringLiteral("Nothing was kept under that name; an earlier file of that name is as it was. Free some "
+                          "space on that disk, let this user write to that folder, or choose another place with "
+                          "--output; then run the command again.");
+}

@@ -39,11 +39,15 @@ int run(CliRun& run)
     bool ended = false;              // the exchange was complete and the restore step ran
     bool interruptedStoring = false; // a signal came while the restore step ran
 
+    bool fileMissing = false; // stored, but a file of the receive is not written
     flow.setAcceptMismatch(p.isSet(QStringLiteral("accept-mismatch")));
-    QObject::connect(&flow, &ReceiveFlow::outcomeReady, loop, [](const RestoreStore::ReceiveOutcome& outcome) {
-        for (const QString& line : outcome.reconciliation)
-            ConsoleMessenger::line(line);
-    });
+    QObject::connect(&flow, &ReceiveFlow::outcomeReady, loop,
+                     [&fileMissing](const RestoreStore::ReceiveOutcome& outcome) {
+                         for (const QString& line : outcome.reconciliation)
+                             ConsoleMessenger::line(line);
+                         for (const SessionMessage& m : outcome.messages)
+                             fileMissing = fileMissing || m.icon == SessionMessage::Icon::Critical;
+                     });
     QObject::connect(&flow, &ReceiveFlow::message, loop, [&run](const SessionMessage& m) {
         run.messenger.show(m.text, messengerIcon(m.icon), {}, m.detail);
     });
@@ -123,7 +127,9 @@ int run(CliRun& run)
                                  "first")
                       .arg(by));
         }
-        const int code = restored ? CliExit::Success : CliExit::Failure;
+        // A file the receive could not write (said above) fails the command,
+        // even with the collections stored.
+        const int code = restored && !fileMissing ? CliExit::Success : CliExit::Failure;
         QTimer::singleShot(200, loop, [&transfer, code] {
             const int signal = transfer.interrupts().caught();
             transfer.finish(signal ? InterruptWatch::exitCode(signal) : code);

@@ -59,7 +59,8 @@ int run(CliRun& run)
                              ? ReportRenderer::writePdf(run.ctx.db(), kind, limits, header, output, &error)
                              : ReportRenderer::writeCsv(run.ctx.db(), kind, limits, output, &error);
     if (!written) {
-        run.messenger.critical(error);
+        run.messenger.critical(error, {},
+                               error.startsWith(QLatin1String("Cannot write")) ? cliOutputAdvice(error) : QString());
         return CliExit::Failure;
     }
     run.messenger.information(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(output)));

@@ -1,6 +1,6 @@
 #include "download/DownloadFields.h"
 
-#include "download/DownloadFile.h"
+#include "download/DownloadRecord.h"
 
 #include <QDir>
 #include <QRegularExpression>

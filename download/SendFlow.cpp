@@ -197,7 +197,11 @@ SendFlow::Result SendFlow::cmdSend(const QString& agentText, const QString& date
     const QString folder = m_ctx.dataPath(QStringLiteral("DownLoadData"));
     if (!QFileInfo(folder).isDir() && !QDir().mkpath(folder))
         return stop(QStringLiteral("The folder %1 cannot be created.").arg(QDir::toNativeSeparators(folder)),
-                    Messenger::Icon::Critical);
+                    Messenger::Icon::Critical,
+                    QStringLiteral("The data folder %1 is read-only, or its disk is full. Nothing was stored or "
+                                   "sent. Let this user write to the data folder (ask IT) or free some space on its "
+                                   "disk, then send again.")
+                        .arg(QDir::toNativeSeparators(QFileInfo(folder).absolutePath())));
 
     m_job = DownloadJob();
     m_job.transactions = transactText.trimmed();

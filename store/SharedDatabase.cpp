@@ -166,8 +166,17 @@ bool SharedDatabase::open(const QString& filePath, QString* error)
     // other of this program's two front ends committing) is waited for;
     // after that the clerk is told to close it.
     db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(StoreProblem::busyTimeoutMs));
-    if (!db.open())
+    if (!db.open()) {
+        // A file that is not there yet and cannot be made: the folder is
+        // read-only (or full), which restoring a backup would not mend.
+        if (!info.exists())
+            return fail(QStringLiteral("it does not exist yet and cannot be created (%1): the folder %2 is read-only "
+                                       "for this user, or its disk is full. Let this user write to that folder (ask "
+                                       "IT) or free some space on its disk, or choose another data folder; then start "
+                                       "the program again.")
+                            .arg(db.lastError().databaseText().trimmed(), info.absolutePath()));
         return failSql(db.lastError());
+    }
 
     // SQLite opens lazily: touch the file so that a damaged or foreign file
     // is reported here and not at the first screen.

@@ -92,8 +92,9 @@ QString message(StoreError::Kind kind, const QString& filePath, const QString& d
                               "Free some space on that disk and try again.")
             .arg(filePath, why);
     case StoreError::Kind::ReadOnly:
-        return QStringLiteral("The database file %1 cannot be written to%2. Nothing was changed. Let this user write "
-                              "the file and its folder, then try again.")
+        return QStringLiteral("The database file %1 cannot be written to%2: the file or its folder is read-only for "
+                              "this user. Nothing was changed. Let this user write the file and its folder, then try "
+                              "again.")
             .arg(filePath, why);
     case StoreError::Kind::Other:
         break;

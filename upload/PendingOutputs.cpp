@@ -1,8 +1,8 @@
 #include "upload/PendingOutputs.h"
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "base/PathUtil.h"
+#include "core/AppContext.h"
 #include "store/AuditTrail.h"
 #include "store/SharedDatabase.h"
 #include "upload/UploadFiles.h"
@@ -164,6 +164,7 @@ Completion complete(AppContext& ctx, const QString& bankAgentId)
     Completion result;
     for (const Receive& r : pending(db, bankAgentId)) {
         QStringList written;
+        QList<qint64> done; // the marks of the files written
         QStringList problems;
         for (const Output& o : r.outputs) {
             QString path;
@@ -173,7 +174,7 @@ Completion complete(AppContext& ctx, const QString& bankAgentId)
                 problems << problem;
                 continue;
             }
-            db.execute(QStringLiteral("DELETE FROM PendingOutputs WHERE Id = ?"), {o.id});
+            done << o.id;
             ++result.written;
             if (o.kind == Kind::UploadFile)
                 written << QStringLiteral("upload file %1 (%2 lines, SHA-256 %3)")
@@ -187,9 +188,16 @@ Completion complete(AppContext& ctx, const QString& bankAgentId)
                                     path, AuditTrail::sha256(bytes));
         }
         if (!written.isEmpty()) {
-            // Recorded where the audit trail can take it; the files are in
-            // place either way.
-            AuditTrail::tryRecord(db, ctx.clock().now(), AuditTrail::Action::Receive, auditDetails(r, written));
+            // The marks of the files written go in one step with the event
+            // that names them: a program stopped after a file is in place but
+            // before its mark goes writes it again at the next start (the same
+            // bytes) and names it then. Removed one by one before the event,
+            // a kill in between left files the audit trail never named.
+            SharedDatabase::Transaction transaction(db);
+            for (const qint64 id : done)
+                db.execute(QStringLiteral("DELETE FROM PendingOutputs WHERE Id = ?"), {id});
+            AuditTrail::record(db, ctx.clock().now(), AuditTrail::Action::Receive, auditDetails(r, written));
+            transaction.commit();
         }
         result.problems << problems;
     }

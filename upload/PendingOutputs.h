@@ -65,11 +65,12 @@ struct Completion
 };
 
 // Writes every owed file (only the agent's when bankAgentId is given) from
-// the stored rows, each through a temporary copy renamed into place, removes
-// the marks of what was written and records one audit event a receive. A
-// file that cannot be written keeps its mark, and problems names the agent,
-// the day and what to do. Throws StoreError when the marks or rows cannot
-// be read.
+// the stored rows, each through a temporary copy renamed into place, then
+// removes the marks of what was written together with one audit event a
+// receive, in one transaction. A file that cannot be written keeps its mark,
+// and problems names the agent, the day and what to do. Throws StoreError
+// when the marks or rows cannot be read, or the marks and the event cannot
+// be written (the marks stay and the files are written again next time).
 Completion complete(AppContext& ctx, const QString& bankAgentId = {});
 
 } // namespace PendingOutputs

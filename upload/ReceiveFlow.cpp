@@ -14,6 +14,35 @@
 #include <algorithm>
 #include <exception>
 
+namespace {
+
+// The line under the message of a file the receive could not write: what
+// to do, by what the system said and by whether the collections were
+// stored (their owed files are then written at the next start).
+QString fileAdvice(const QString& text, bool stored)
+{
+    if (!text.startsWith(QLatin1String("Cannot write ")))
+        return {};
+    QString fix;
+    if (text.contains(QLatin1String("No space left")))
+        fix = QStringLiteral("Free some space on that disk");
+    else if (text.contains(QLatin1String("Permission denied")) || text.contains(QLatin1String("Read-only file system")))
+        fix = QStringLiteral("That folder is read-only: let this user write to it (ask IT)");
+    else if (text.contains(QLatin1String("could not be synced")))
+        fix = QStringLiteral("The disk did not keep it: check that disk (a stick pulled out, a share gone)");
+    else
+        fix = QStringLiteral("Free some space on that disk, or let this user write to that folder (ask IT)");
+    if (!stored)
+        return fix + QStringLiteral(", then receive again.");
+    if (text.startsWith(QLatin1String("Cannot write the backup file ")))
+        return fix + QStringLiteral(". The collections are stored and the bank's files written; only this copy of "
+                                    "the terminal's replies is missing.");
+    return fix + QStringLiteral(". The collections are stored; then start the program again or run any tonvy-cli "
+                                "command: the files still owed are written from the stored collections.");
+}
+
+} // namespace
+
 ReceiveFlow::ReceiveFlow(AppContext& ctx, QObject* parent)
     : QObject(parent), m_ctx(ctx), m_session(ctx.port(), ctx.clock())
 {
@@ -126,8 +155,15 @@ void ReceiveFlow::runRestore(bool acceptMismatch)
         const QString text = outcome.messages.at(i).text;
         const bool repeated = std::any_of(outcome.messages.cbegin() + i + 1, outcome.messages.cend(),
                                           [&text](const SessionMessage& later) { return later.text.contains(text); });
-        if (repeated && !text.isEmpty())
+        if (repeated && !text.isEmpty() && outcome.messages.at(i).icon == SessionMessage::Icon::Critical)
             outcome.messages.removeAt(i);
+    }
+    using Result = RestoreStore::ReceiveOutcome::Result;
+    const bool stored = outcome.result == Result::Stored || outcome.result == Result::Accepted ||
+                        outcome.result == Result::StoredWithoutBankFolder;
+    for (SessionMessage& m : outcome.messages) {
+        if (m.icon == SessionMessage::Icon::Critical && m.detail.isEmpty())
+            m.detail = fileAdvice(m.text, stored);
     }
     m_outcome = outcome;
     emit outcomeReady(m_outcome);
@@ -138,9 +174,7 @@ void ReceiveFlow::runRestore(bool acceptMismatch)
     if (!self)
         return;
 
-    using Result = RestoreStore::ReceiveOutcome::Result;
-    const Result result = m_outcome.result;
-    if (result == Result::Stored || result == Result::Accepted || result == Result::StoredWithoutBankFolder) {
+    if (stored) {
         // After the event loop has had its turn, so that the exchange's last
         // frame leaves for the terminal before the copy takes its time.
         QTimer::singleShot(0, this, &ReceiveFlow::keepDailyCopy);

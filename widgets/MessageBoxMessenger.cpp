@@ -1,7 +1,7 @@
 #include "widgets/MessageBoxMessenger.h"
 
 #include "widgets/FocusReturn.h"
-#include "widgets/OpenBoxes.h"
+#include "widgets/BoxLook.h"
 
 #include <QApplication>
 #include <QMessageBox>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Messenger.h"
+#include "widgets/BoxLook.h"
 
 class QWidget;
 
@@ -9,7 +10,7 @@ class QWidget;
 class MessageBoxMessenger : public Messenger
 {
 public:
-    static QString defaultTitle() { return QStringLiteral("Tonvy Hand-Held Interface Software"); }
+    static QString defaultTitle() { return defaultBoxTitle(); }
 
     void show(const QString& text, Icon icon, const QString& title = {}, const QString& detail = {}) override;
     bool askOkCancel(const QString& text, Icon icon, const QString& title = {}) override;

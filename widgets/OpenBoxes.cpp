@@ -1,23 +1,10 @@
 #include "widgets/OpenBoxes.h"
 
 #include "widgets/FocusReturn.h"
-#include "widgets/MessageBoxMessenger.h"
+#include "widgets/BoxLook.h"
 
 #include <QEvent>
 #include <QWidget>
-
-QMessageBox::Icon boxIcon(Messenger::Icon icon)
-{
-    switch (icon) {
-    case Messenger::Icon::Information:
-        return QMessageBox::Information;
-    case Messenger::Icon::Critical:
-        return QMessageBox::Critical;
-    case Messenger::Icon::None:
-        break;
-    }
-    return QMessageBox::NoIcon;
-}
 
 namespace {
 
@@ -67,7 +54,7 @@ QMessageBox* OpenBoxes::make(const QString& text, QMessageBox::Icon icon, const 
         open->raise();
         return nullptr;
     }
-    auto* box = new QMessageBox(icon, MessageBoxMessenger::defaultTitle(), text, QMessageBox::Ok, m_screen);
+    auto* box = new QMessageBox(icon, defaultBoxTitle(), text, QMessageBox::Ok, m_screen);
     box->setObjectName(QStringLiteral("MessageBox"));
     box->setInformativeText(detail);
     box->setAttribute(Qt::WA_DeleteOnClose);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Messenger.h"
+#include "widgets/BoxLook.h"
 
 #include <QHash>
 #include <QMessageBox>
@@ -8,9 +9,6 @@
 #include <QString>
 
 class QWidget;
-
-// The icon of a box for the icon a message carries.
-QMessageBox::Icon boxIcon(Messenger::Icon icon);
 
 // The message boxes of a screen whose transfer goes on while they are open:
 // each is opened with open(), never exec(), so no nested event loop runs

@@ -99,19 +99,26 @@ protected:
         if (!p.waitForStarted())
             return r;
         bool sent = false;
+        // With no text to wait for, the signal goes once the program has
+        // asked the terminal for something: by then it has its handlers
+        // (a signal any earlier would find a program still starting).
+        bool asked = false;
+        const QMetaObject::Connection seen =
+            QObject::connect(terminal.get(), &UploadTerminal::requestReceived, [&asked] { asked = true; });
         QElapsedTimer clock;
         clock.start();
         while (p.state() != QProcess::NotRunning && clock.elapsed() < scaledMs(30000)) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
             p.waitForFinished(5);
             r.out += QString::fromLocal8Bit(p.readAllStandardOutput());
-            const bool due = trigger.isEmpty() ? clock.elapsed() > scaledMs(1500) : r.out.contains(trigger);
+            const bool due = trigger.isEmpty() ? asked : r.out.contains(trigger);
             if (!sent && due) {
                 terminal->faults().mute = true;
                 ::kill(static_cast<pid_t>(p.processId()), signal);
                 sent = true;
             }
         }
+        QObject::disconnect(seen);
         QCoreApplication::processEvents();
         terminal->faults().mute = false;
         r.exitCode = p.exitCode();

@@ -3,11 +3,18 @@
 //    TONVY_TEST_DISK_FULL_MATCH (default "HandHeldData.db", which includes
 //    the journal) fail with ENOSPC once TONVY_TEST_DISK_FULL_AFTER bytes of
 //    growth have been allowed. Writes inside a file's present size still
-//    succeed, as on a real full disk;
+//    succeed, as on a real full disk. With TONVY_TEST_DISK_FULL_FROM_FILE=N
+//    the first N-1 files that match (in the order they first grow; a file
+//    is told by its inode, so a temporary copy and the name it is renamed
+//    to are one file) grow freely and the disk fills up from the Nth on:
+//    "the check listing, and everything after it". A file made after
+//    another was removed may get its inode and count as that one (the
+//    journals of successive transactions often do);
 //  - it cannot keep what it is given: fsync and fdatasync of a file or
 //    folder whose path contains TONVY_TEST_SYNC_FAIL_MATCH fail with EIO
 //    (a match ending in "$" must end the path: "/data/exports$" is that
-//    folder alone, not the files in it).
+//    folder alone, not the files in it);
+//  - its folders are read-only: see readonlyfolder.cpp.
 // Without those variables it does nothing.
 #include <cerrno>
 #include <cstdio>
@@ -22,11 +29,34 @@ namespace {
 
 long long grown = 0;
 
+// The inodes of the matching files seen growing, in that order.
+constexpr int MaxFiles = 256;
+ino_t seen[MaxFiles];
+int seenCount = 0;
+
+// Whether the file is one of those the budget counts: the Nth matching
+// file to grow, or a later one.
+bool counted(ino_t inode)
+{
+    const char* fromText = std::getenv("TONVY_TEST_DISK_FULL_FROM_FILE");
+    const long long from = fromText ? std::atoll(fromText) : 1;
+    if (from <= 1)
+        return true;
+    for (int i = 0; i < seenCount; ++i) {
+        if (seen[i] == inode)
+            return i + 1 >= from;
+    }
+    if (seenCount < MaxFiles)
+        seen[seenCount++] = inode;
+    return seenCount >= from;
+}
+
 bool refused(int fd, off_t offset, size_t count)
 {
     const char* budgetText = std::getenv("TONVY_TEST_DISK_FULL_AFTER");
     if (!budgetText) {
         grown = 0;
+        seenCount = 0;
         return false;
     }
     if (offset < 0)
@@ -48,6 +78,8 @@ bool refused(int fd, off_t offset, size_t count)
     if (end <= st.st_size)
         return false;
     const long long growth = end - st.st_size;
+    if (!counted(st.st_ino))
+        return false;
     if (grown + growth > std::atoll(budgetText))
         return true;
     grown += growth;
