@@ -314,8 +314,8 @@ void frmReport::cmdExport_Click()
         return;
     QString error;
     if (!ReportRenderer::writeCsv(m_ctx.db(), selectedKind(), limits(), path, &error)) {
-        m_ctx.messenger().critical(error.startsWith(ReportRenderer::cannotWrite(path, QString())) ? withSaveAdvice(error)
-                                                                                                  : error);
+        m_ctx.messenger().critical(
+            error.startsWith(ReportRenderer::cannotWrite(path, QString())) ? withSaveAdvice(error) : error);
         return;
     }
     m_ctx.messenger().information(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(path)));

@@ -76,10 +76,10 @@ inline bool damageTableWhileOpen(const QString& file, const QString& table)
 
 // How a database file open in the program goes away under it.
 enum class Away {
-    Deleted,               // removed (a clean-up, an antivirus)
-    Renamed,               // moved aside under another name
+    Deleted,                // removed (a clean-up, an antivirus)
+    Renamed,                // moved aside under another name
     OverwrittenWithGarbage, // the same file written over with random bytes
-    ReplacedByAnotherFile, // another program's file put in its place
+    ReplacedByAnotherFile,  // another program's file put in its place
 };
 
 inline void addAwayRows()
@@ -125,9 +125,8 @@ inline bool makeGoAway(Away away, const QString& file)
 // (or no longer) the one the program opened.
 inline bool saysTheFileWentAway(const QString& message, const QString& file)
 {
-    return message.contains(file) &&
-           (message.contains(QLatin1String("is no longer there")) ||
-            message.contains(QLatin1String("is not a database of this program")));
+    return message.contains(file) && (message.contains(QLatin1String("is no longer there")) ||
+                                      message.contains(QLatin1String("is not a database of this program")));
 }
 
 // Message boxes now on screen with this text.

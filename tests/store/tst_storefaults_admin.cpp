@@ -90,8 +90,7 @@ bool saysWhatToDo(Fault fault, const QString& message, const QString& file)
 {
     switch (fault) {
     case Fault::Locked:
-        return message.contains(file) && message.contains("in use by another program") &&
-               message.contains("try again");
+        return message.contains(file) && message.contains("in use by another program") && message.contains("try again");
     case Fault::DiskFull:
         return message.contains(file) && message.contains("no space left on the disk") &&
                message.contains("Free some space");

@@ -46,7 +46,7 @@ void addReadFaultRows()
 // Puts the fault in place; a lock lasts as long as holder.
 bool apply(ReadFault fault, const QString& file, std::unique_ptr<StoreFaults::LockHolder>& holder,
            const QStringList& damaged = {QStringLiteral("CollectionHistory"), QStringLiteral("CollectionHistoryDay"),
-                                           QStringLiteral("CollectionHistoryByDate")})
+                                         QStringLiteral("CollectionHistoryByDate")})
 {
     switch (fault) {
     case ReadFault::Locked:
@@ -71,8 +71,7 @@ bool saysWhatToDo(ReadFault fault, const QString& message, const QString& file)
 {
     switch (fault) {
     case ReadFault::Locked:
-        return message.contains(file) && message.contains("in use by another program") &&
-               message.contains("try again");
+        return message.contains(file) && message.contains("in use by another program") && message.contains("try again");
     case ReadFault::DamagedPage:
         return message.contains(file) && message.contains("is damaged") &&
                message.contains("Restore the backup copy of HandHeldData.db");
