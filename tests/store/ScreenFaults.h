@@ -80,6 +80,7 @@ enum class Away {
     Renamed,                // moved aside under another name
     OverwrittenWithGarbage, // the same file written over with random bytes
     ReplacedByAnotherFile,  // another program's file put in its place
+    Truncated,              // the same file cut to half its length
 };
 
 inline void addAwayRows()
@@ -88,6 +89,7 @@ inline void addAwayRows()
     QTest::newRow("renamed") << int(Away::Renamed);
     QTest::newRow("overwritten with random bytes") << int(Away::OverwrittenWithGarbage);
     QTest::newRow("replaced by another program's file") << int(Away::ReplacedByAnotherFile);
+    QTest::newRow("truncated") << int(Away::Truncated);
 }
 
 // Where the file went (renamed), else empty.
@@ -117,16 +119,37 @@ inline bool makeGoAway(Away away, const QString& file)
         return StoreFaults::make(StoreFaults::Fault::OtherProgramsFile, other) && QFile::remove(file) &&
                QFile::rename(other, file);
     }
+    case Away::Truncated: {
+        const QByteArray bytes = StoreFaults::bytesOf(file);
+        return StoreFaults::writeBytes(file, bytes.left(bytes.size() / 2));
+    }
     }
     return false;
 }
 
-// The words the clerk must read when the file went away: the file is not
-// (or no longer) the one the program opened.
-inline bool saysTheFileWentAway(const QString& message, const QString& file)
+// The words the clerk must read when the file went away as `away` says:
+// a file no longer the one opened is said to be no longer there; one
+// written over in place is read as what it now is, not a database or a
+// damaged one, and the advice to restore the backup copy goes with both.
+inline bool saysTheFileWentAway(Away away, const QString& message, const QString& file)
 {
-    return message.contains(file) && (message.contains(QLatin1String("is no longer there")) ||
-                                      message.contains(QLatin1String("is not a database of this program")));
+    if (!message.contains(file))
+        return false;
+    switch (away) {
+    case Away::Deleted:
+    case Away::Renamed:
+    case Away::ReplacedByAnotherFile:
+        return message.contains(QLatin1String("is no longer there")) &&
+               message.contains(QLatin1String("restore its backup copy"));
+    case Away::OverwrittenWithGarbage:
+        return message.contains(QLatin1String("is not a database of this program")) &&
+               message.contains(QLatin1String("restore the backup copy"));
+    case Away::Truncated:
+        return (message.contains(QLatin1String("is damaged")) ||
+                message.contains(QLatin1String("is not a database of this program"))) &&
+               message.contains(QLatin1String("estore the backup copy"));
+    }
+    return false;
 }
 
 // Message boxes now on screen with this text.

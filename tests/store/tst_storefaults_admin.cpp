@@ -30,6 +30,7 @@ enum class Fault {
     Renamed,
     Overwritten, // written over with random bytes
     Replaced,    // another program's file put in its place
+    Truncated,   // the same file cut to half its length
 };
 
 void addFaultRows(bool withDiskFull)
@@ -43,6 +44,7 @@ void addFaultRows(bool withDiskFull)
     QTest::newRow("renamed") << int(Fault::Renamed);
     QTest::newRow("overwritten with random bytes") << int(Fault::Overwritten);
     QTest::newRow("replaced by another program's file") << int(Fault::Replaced);
+    QTest::newRow("truncated") << int(Fault::Truncated);
 }
 
 // A fault in place: a lock or a full disk lasts as long as this object or
@@ -69,6 +71,8 @@ public:
             return ScreenFaults::makeGoAway(Away::OverwrittenWithGarbage, file);
         case Fault::Replaced:
             return ScreenFaults::makeGoAway(Away::ReplacedByAnotherFile, file);
+        case Fault::Truncated:
+            return ScreenFaults::makeGoAway(Away::Truncated, file);
         }
         return false;
     }
@@ -97,9 +101,18 @@ bool saysWhatToDo(Fault fault, const QString& message, const QString& file)
     case Fault::Damaged:
         return message.contains(file) && message.contains("is damaged") &&
                message.contains("Restore the backup copy of HandHeldData.db");
-    default:
-        return ScreenFaults::saysTheFileWentAway(message, file);
+    case Fault::Deleted:
+        return ScreenFaults::saysTheFileWentAway(Away::Deleted, message, file);
+    case Fault::Renamed:
+        return ScreenFaults::saysTheFileWentAway(Away::Renamed, message, file);
+    case Fault::Overwritten:
+        return ScreenFaults::saysTheFileWentAway(Away::OverwrittenWithGarbage, message, file);
+    case Fault::Replaced:
+        return ScreenFaults::saysTheFileWentAway(Away::ReplacedByAnotherFile, message, file);
+    case Fault::Truncated:
+        return ScreenFaults::saysTheFileWentAway(Away::Truncated, message, file);
     }
+    return false;
 }
 
 void press(QWidget* window, const char* button)
@@ -201,6 +214,7 @@ void tst_StoreFaultsAdmin::configurationSaveAfterTheDatabaseWentAway_data()
     QTest::newRow("renamed") << int(Fault::Renamed);
     QTest::newRow("overwritten with random bytes") << int(Fault::Overwritten);
     QTest::newRow("replaced by another program's file") << int(Fault::Replaced);
+    QTest::newRow("truncated") << int(Fault::Truncated);
 }
 
 void tst_StoreFaultsAdmin::configurationSaveAfterTheDatabaseWentAway()

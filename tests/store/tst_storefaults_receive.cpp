@@ -225,7 +225,7 @@ void tst_StoreFaultsReceive::receiveAfterTheDatabaseWentAway()
     const QByteArray there = StoreFaults::bytesOf(file);
     receiveByKeyboard();
     const QString shown = m_messages.last();
-    QVERIFY2(ScreenFaults::saysTheFileWentAway(shown, file), qPrintable(shown));
+    QVERIFY2(ScreenFaults::saysTheFileWentAway(Away(away), shown, file), qPrintable(shown));
     checkOneCriticalBox({file});
     // Whatever is at the path now was not written to.
     QCOMPARE(StoreFaults::bytesOf(file), there);

@@ -30,6 +30,7 @@ enum class ReadFault {
     Renamed,
     Overwritten, // written over with random bytes
     Replaced,    // another program's file put in its place
+    Truncated,   // the same file cut to half its length
 };
 
 void addReadFaultRows()
@@ -41,6 +42,7 @@ void addReadFaultRows()
     QTest::newRow("renamed") << int(ReadFault::Renamed);
     QTest::newRow("overwritten with random bytes") << int(ReadFault::Overwritten);
     QTest::newRow("replaced by another program's file") << int(ReadFault::Replaced);
+    QTest::newRow("truncated") << int(ReadFault::Truncated);
 }
 
 // Puts the fault in place; a lock lasts as long as holder.
@@ -62,6 +64,8 @@ bool apply(ReadFault fault, const QString& file, std::unique_ptr<StoreFaults::Lo
         return ScreenFaults::makeGoAway(Away::OverwrittenWithGarbage, file);
     case ReadFault::Replaced:
         return ScreenFaults::makeGoAway(Away::ReplacedByAnotherFile, file);
+    case ReadFault::Truncated:
+        return ScreenFaults::makeGoAway(Away::Truncated, file);
     }
     return false;
 }
@@ -75,9 +79,18 @@ bool saysWhatToDo(ReadFault fault, const QString& message, const QString& file)
     case ReadFault::DamagedPage:
         return message.contains(file) && message.contains("is damaged") &&
                message.contains("Restore the backup copy of HandHeldData.db");
-    default:
-        return ScreenFaults::saysTheFileWentAway(message, file);
+    case ReadFault::Deleted:
+        return ScreenFaults::saysTheFileWentAway(Away::Deleted, message, file);
+    case ReadFault::Renamed:
+        return ScreenFaults::saysTheFileWentAway(Away::Renamed, message, file);
+    case ReadFault::Overwritten:
+        return ScreenFaults::saysTheFileWentAway(Away::OverwrittenWithGarbage, message, file);
+    case ReadFault::Replaced:
+        return ScreenFaults::saysTheFileWentAway(Away::ReplacedByAnotherFile, message, file);
+    case ReadFault::Truncated:
+        return ScreenFaults::saysTheFileWentAway(Away::Truncated, message, file);
     }
+    return false;
 }
 
 void press(QWidget* window, const char* button)
