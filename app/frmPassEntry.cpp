@@ -65,16 +65,34 @@ frmPassEntry::frmPassEntry(AppContext& ctx, QWidget* parent) : QWidget(parent, Q
 void frmPassEntry::Form_Load()
 {
     m_ctx.LoginPassed = false;
+    readPassword();
+}
+
+bool frmPassEntry::readPassword()
+{
     try {
         const PasswordStore::Row row = PasswordStore::load(m_ctx.db());
         m_expected = row.found ? row.admin : StoredPassword();
+        m_readFailed = false;
+        return true;
     } catch (const StoreError& e) {
+        m_readFailed = true;
         m_ctx.messenger().critical(e.message());
+        return false;
     }
 }
 
 void frmPassEntry::checkPassword()
 {
+    // A password that could not be read is read again (another program may
+    // have let go of the file); until it is, nothing typed opens the screens,
+    // and the clerk is told again what is wrong, not that the password was.
+    if (m_readFailed && !readPassword()) {
+        m_ctx.LoginPassed = false;
+        m_password->clear();
+        m_password->setFocus();
+        return;
+    }
     // The stored password is lower case and the typed one is compared as it
     // stands, so a typed capital letter is always refused (kept on purpose).
     if (!m_expected.matches(m_password->text())) {

@@ -24,7 +24,12 @@ signals:
     void loginSucceeded();
 
 private:
+    // Reads the admin password; false after telling the clerk why it could
+    // not be read.
+    bool readPassword();
+
     AppContext& m_ctx;
     QLineEdit* m_password = nullptr;
     StoredPassword m_expected; // ExpectedPassword
+    bool m_readFailed = false; // nothing typed may pass until it is read
 };

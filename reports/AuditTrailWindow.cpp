@@ -6,6 +6,7 @@
 #include "widgets/ScreenParts.h"
 #include "base/Messenger.h"
 #include "reports/AuditTrailModel.h"
+#include "reports/SaveAdvice.h"
 
 #include <QDir>
 #include <QFileDialog>
@@ -81,7 +82,7 @@ void AuditTrailWindow::cmdSaveCsv_Click()
         return;
     QString error;
     if (!m_model->saveCsv(path, &error)) {
-        m_ctx.messenger().critical(error);
+        m_ctx.messenger().critical(withSaveAdvice(error));
         return;
     }
     m_ctx.messenger().information(QStringLiteral("Audit trail saved in %1").arg(QDir::toNativeSeparators(path)));

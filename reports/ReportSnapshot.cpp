@@ -40,6 +40,9 @@ ReportSnapshot::ReportSnapshot(SharedDatabase& live, const ReportLimits& limits)
     : m_dir(QDir(QDir::tempPath()).filePath(QStringLiteral("tonvy-report-XXXXXX"))), m_livePath(live.filePath()),
       m_from(dayKey(limits.from)), m_to(dayKey(limits.to))
 {
+    // Attached by its name: a file gone since the program opened it would
+    // be made anew, empty, in the data folder.
+    live.ensureInPlace();
     const QString folder = QDir::toNativeSeparators(QDir::tempPath());
     if (!m_dir.isValid())
         throw StoreError(QStringLiteral("Cannot make the report's working copy of the collections in %1 (%2). Nothing "

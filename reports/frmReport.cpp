@@ -9,6 +9,8 @@
 #include "base/Clock.h"
 #include "base/Messenger.h"
 #include "reports/AuditTrailModel.h"
+#include "reports/SaveAdvice.h"
+#include "store/SharedDatabase.h"
 #include "store/StoreError.h"
 
 #include <QDateEdit>
@@ -225,6 +227,14 @@ bool frmReport::limitsAccepted()
 {
     QString error;
     const ReportLimits l = limits();
+    try {
+        // A database deleted or replaced since the screen opened is said so,
+        // not read from the file SQLite still holds.
+        m_ctx.db().ensureInPlace();
+    } catch (const StoreError& e) {
+        m_ctx.messenger().critical(e.message());
+        return false;
+    }
     // An agent that names no stored agent, or several, is said so rather
     // than shown as an empty report.
     if (!ReportData::checkLimits(l, &error) || !ReportData::checkAgent(m_ctx.db(), l, &error)) {
@@ -304,7 +314,8 @@ void frmReport::cmdExport_Click()
         return;
     QString error;
     if (!ReportRenderer::writeCsv(m_ctx.db(), selectedKind(), limits(), path, &error)) {
-        m_ctx.messenger().critical(error);
+        m_ctx.messenger().critical(
+            error.startsWith(ReportRenderer::cannotWrite(path, QString())) ? withSaveAdvice(error) : error);
         return;
     }
     m_ctx.messenger().information(QStringLiteral("Report saved in %1").arg(QDir::toNativeSeparators(path)));
@@ -349,7 +360,7 @@ void frmReport::exportAuditTrail()
     if (path.isEmpty())
         return;
     if (!model.saveCsv(path, &error)) {
-        m_ctx.messenger().critical(error);
+        m_ctx.messenger().critical(withSaveAdvice(error));
         return;
     }
     m_ctx.messenger().information(QStringLiteral("Audit trail saved in %1").arg(QDir::toNativeSeparators(path)));

@@ -11,6 +11,9 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStringList>
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 namespace {
 
@@ -230,8 +233,34 @@ bool SharedDatabase::open(const QString& filePath, QString* error)
         return fail(why);
     }
 
+    StoreProblem::allowWrites(db);
     m_path = filePath;
+    m_device = m_inode = 0;
+#ifdef Q_OS_UNIX
+    struct stat st;
+    if (::stat(QFile::encodeName(filePath).constData(), &st) == 0) {
+        m_device = static_cast<quint64>(st.st_dev);
+        m_inode = static_cast<quint64>(st.st_ino);
+    }
+#endif
     return true;
+}
+
+void SharedDatabase::ensureInPlace() const
+{
+    if (m_path.isEmpty() || (m_device == 0 && m_inode == 0))
+        return;
+#ifdef Q_OS_UNIX
+    struct stat st;
+    if (::stat(QFile::encodeName(m_path).constData(), &st) != 0 || static_cast<quint64>(st.st_dev) != m_device ||
+        static_cast<quint64>(st.st_ino) != m_inode)
+        throw StoreError(StoreProblem::goneMessage(m_path), StoreError::Kind::Damaged);
+#endif
+}
+
+QString SharedDatabase::writesRefused() const
+{
+    return StoreProblem::writesRefused(connection());
 }
 
 QString SharedDatabase::notOurs(QSqlDatabase& db, QString* error)
@@ -258,6 +287,7 @@ QSqlDatabase SharedDatabase::connection() const
 
 SharedRecordset& SharedDatabase::openSharedRecordset(const QString& sql, const QVariantList& values)
 {
+    ensureInPlace();
     m_recordset.open(connection(), sql, values);
     return m_recordset;
 }
@@ -269,6 +299,9 @@ void SharedDatabase::closeSharedRecordset()
 
 void SharedDatabase::execute(const QString& sql, const QVariantList& values)
 {
+    ensureInPlace();
+    if (const QString refused = writesRefused(); !refused.isEmpty())
+        throw StoreError(refused, StoreError::Kind::Damaged);
     QSqlQuery query(connection());
     if (!query.prepare(sql))
         throw StoreProblem::error(connection(), query.lastError());
@@ -298,6 +331,9 @@ void SharedDatabase::Batch::run(const QVariantList& values)
 
 SharedDatabase::Transaction::Transaction(SharedDatabase& db) : m_db(db)
 {
+    m_db.ensureInPlace();
+    if (const QString refused = m_db.writesRefused(); !refused.isEmpty())
+        throw StoreError(refused, StoreError::Kind::Damaged);
     if (!m_db.connection().transaction())
         throw StoreProblem::error(m_db.connection(), m_db.connection().lastError());
 }

@@ -45,6 +45,16 @@ public:
     QString filePath() const { return m_path; }
     QSqlDatabase connection() const;
 
+    // Throws StoreError (StoreProblem::goneMessage) when the file at
+    // filePath() is no longer the one opened: deleted, moved away or
+    // replaced while the program ran. SQLite would go on reading the file it
+    // holds, which nobody will see again. Checked before every shared result
+    // set, statement and transaction.
+    void ensureInPlace() const;
+    // A statement found the file damaged or not this program's: every
+    // further write is refused with that message (empty while writes go on).
+    QString writesRefused() const;
+
     SharedRecordset& openSharedRecordset(const QString& sql, const QVariantList& values = {});
     void closeSharedRecordset();
     SharedRecordset& sharedRecordset() { return m_recordset; }
@@ -93,4 +103,7 @@ private:
     SharedRecordset m_recordset;
     const Clock* m_clock = nullptr;
     bool m_restoreAdvised = false;
+    // Which file was opened (device and inode), for ensureInPlace().
+    quint64 m_device = 0;
+    quint64 m_inode = 0;
 };

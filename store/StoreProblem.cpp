@@ -2,6 +2,7 @@
 
 #include <QFileInfo>
 #include <QSqlDatabase>
+#include <QSqlDriver>
 #include <QSqlError>
 
 namespace StoreProblem {
@@ -16,7 +17,14 @@ enum SqliteCode {
     Corrupt = 11,
     Full = 13,
     NotADb = 26,
+    // SQLITE_READONLY_DBMOVED: a write to a file that was deleted or moved
+    // while it was open.
+    ReadOnlyDbMoved = ReadOnlyCode | (4 << 8),
 };
+
+// The property of a connection's driver that holds the message a damaged
+// file's writes are refused with.
+const char* const refusedProperty = "tonvyWritesRefused";
 
 QString detailOf(const QSqlError& error)
 {
@@ -98,8 +106,35 @@ QString message(StoreError::Kind kind, const QString& filePath, const QString& d
 
 StoreError error(const QSqlDatabase& db, const QSqlError& sqlError)
 {
+    if (sqlError.nativeErrorCode().toInt() == ReadOnlyDbMoved)
+        return StoreError(goneMessage(db.databaseName()), StoreError::Kind::Damaged);
     const StoreError::Kind kind = kindOf(sqlError);
-    return StoreError(message(kind, db.databaseName(), detailOf(sqlError)), kind);
+    const StoreError failure(message(kind, db.databaseName(), detailOf(sqlError)), kind);
+    // Nothing more is written into a file found damaged or foreign, as
+    // nothing is at the start: a later write could spread the damage.
+    if ((kind == StoreError::Kind::Damaged || kind == StoreError::Kind::NotOurs) && db.driver() &&
+        db.driver()->property(refusedProperty).toString().isEmpty())
+        db.driver()->setProperty(refusedProperty, failure.message());
+    return failure;
+}
+
+QString goneMessage(const QString& filePath)
+{
+    return QStringLiteral("The database file %1 is no longer there: it was deleted, moved or replaced by another "
+                          "file while the program was running. Nothing was written into it. Close the program, put "
+                          "%2 back into its folder (or restore its backup copy) and start the program again.")
+        .arg(filePath, QFileInfo(filePath).fileName());
+}
+
+QString writesRefused(const QSqlDatabase& db)
+{
+    return db.driver() ? db.driver()->property(refusedProperty).toString() : QString();
+}
+
+void allowWrites(const QSqlDatabase& db)
+{
+    if (db.driver())
+        db.driver()->setProperty(refusedProperty, QVariant());
 }
 
 StoreError misuse(const QString& what)

@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QTimer>
+#include <algorithm>
 #include <exception>
 
 namespace {
@@ -153,6 +154,15 @@ void ReceiveFlow::runRestore(bool acceptMismatch)
     if (!error.isEmpty()) {
         outcome = {};
         outcome.messages.append(SessionMessage{error, SessionMessage::Icon::Critical});
+    }
+    // A file found damaged or gone refuses the receive's audit event with
+    // the words its last message already has: said once.
+    for (qsizetype i = outcome.messages.size() - 2; i >= 0; --i) {
+        const QString text = outcome.messages.at(i).text;
+        const bool repeated = std::any_of(outcome.messages.cbegin() + i + 1, outcome.messages.cend(),
+                                          [&text](const SessionMessage& later) { return later.text.contains(text); });
+        if (repeated && !text.isEmpty() && outcome.messages.at(i).icon == SessionMessage::Icon::Critical)
+            outcome.messages.removeAt(i);
     }
     using Result = RestoreStore::ReceiveOutcome::Result;
     const bool stored = outcome.result == Result::Stored || outcome.result == Result::Accepted ||

@@ -6,7 +6,7 @@
 #include "download/SendFlow.h"
 #include "download/frmsend.h"
 #include "store/PasswordStore.h"
-#include "tests/store/StoreFaults.h"
+#include "tests/store/ScreenFaults.h"
 #include "tests/support/FakeChannel.h"
 #include "tests/support/MessageRecorder.h"
 #include "tests/support/TestContext.h"
@@ -182,23 +182,8 @@ void tst_StoreFaultsScreens::passwordSaveOnAPageDamagedAfterTheStart()
     QVERIFY(w.isVisible());
 }
 
-namespace {
-
-// Arms the disk-full shim (preloaded into this test) for as long as it
-// lives: the database's files may grow by budget bytes, then no more.
-class FullDisk
-{
-public:
-    explicit FullDisk(int budget) { qputenv("TONVY_TEST_DISK_FULL_AFTER", QByteArray::number(budget)); }
-    ~FullDisk() { qunsetenv("TONVY_TEST_DISK_FULL_AFTER"); }
-};
-
-bool shimLoaded()
-{
-    return qEnvironmentVariable("LD_PRELOAD").contains("tonvy_test_diskfull");
-}
-
-} // namespace
+using ScreenFaults::FullDisk;
+using ScreenFaults::shimLoaded;
 
 void tst_StoreFaultsScreens::configurationSaveOnAFullDisk()
 {
