@@ -7,6 +7,7 @@
 #include "base/DurableFile.h"
 #include "reports/ReportGeometry.h"
 #include "reports/ReportRenderer.h"
+#include "reports/SaveAdvice.h"
 #include "store/StoreError.h"
 
 #include <QCloseEvent>
@@ -258,7 +259,8 @@ void ReportPreview::cmdSavePdf_Click()
         return;
     auto file = std::make_unique<QSaveFile>(path);
     if (!file->open(QIODevice::WriteOnly)) {
-        endJob(ReportRenderer::cannotWrite(QDir::toNativeSeparators(path), file->errorString()), true);
+        endJob(withSaveAdvice(ReportRenderer::cannotWrite(QDir::toNativeSeparators(path), file->errorString())),
+               true);
         return;
     }
     auto writer = std::make_unique<QPdfWriter>(file.get());
@@ -325,8 +327,8 @@ void ReportPreview::jobStep()
         if (m_file) {
             QString why;
             if (!painted || !DurableFile::commit(*m_file, &why)) {
-                endJob(ReportRenderer::cannotWrite(QDir::toNativeSeparators(m_jobTarget),
-                                                   painted ? why : m_file->errorString()),
+                endJob(withSaveAdvice(ReportRenderer::cannotWrite(QDir::toNativeSeparators(m_jobTarget),
+                                                                  painted ? why : m_file->errorString())),
                        true);
                 return;
             }

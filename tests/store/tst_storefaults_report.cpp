@@ -314,7 +314,9 @@ void tst_StoreFaultsReport::reportFilesOnAFullDisk()
         press(preview, "cmdSavePdf");
         QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), scaledMs(30000));
     }
-    checkSaid(control<QLabel>(preview, "lblStatus")->text());
+    const QString status = control<QLabel>(preview, "lblStatus")->text();
+    checkSaid(status);
+    QVERIFY2(status.contains("Free some space on that disk"), qPrintable(status));
     QVERIFY(t->messenger.entries().isEmpty());
     preview->close();
 
