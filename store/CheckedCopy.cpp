@@ -4,6 +4,7 @@
 #include "store/CopyParts.h"
 #include "store/Schema.h"
 #include "store/SharedDatabase.h"
+#include "store/SteppedCopy.h"
 #include "store/StoreError.h"
 #include "store/StoreProblem.h"
 
@@ -12,27 +13,54 @@
 #include <QFileInfo>
 #include <QSqlQuery>
 #include <QStringList>
+#include <sqlite3.h>
 
 namespace DatabaseCopy {
 
 namespace {
 
-// Why VACUUM INTO failed, and what to do, by what SQLite said.
-void explainCopyFailure(const QSqlError& error, const QString& dbPath, const QString& target, QString* why,
+// Why the stepped copy failed, and what to do, by SQLite's result code.
+StoreError::Kind kindOf(const StepFailure& failure)
+{
+    switch (failure.code) {
+    case SQLITE_FULL:
+        return StoreError::Kind::DiskFull;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return StoreError::Kind::InUse;
+    case SQLITE_READONLY:
+    case SQLITE_CANTOPEN:
+    case SQLITE_PERM:
+        return StoreError::Kind::ReadOnly;
+    case SQLITE_CORRUPT:
+        return StoreError::Kind::Damaged;
+    case SQLITE_NOTADB:
+        return StoreError::Kind::NotOurs;
+    default:
+        return StoreError::Kind::Other;
+    }
+}
+
+void explainCopyFailure(const StepFailure& failure, const QString& dbPath, const QString& target, QString* why,
                         QString* advice)
 {
-    const QString words = sqliteWords(error);
+    const QString& words = failure.words;
     const QString folder = native(QFileInfo(target).absolutePath());
-    switch (StoreProblem::kindOf(error)) {
+    switch (kindOf(failure)) {
     case StoreError::Kind::DiskFull:
         *why = QStringLiteral("there is no space left on the disk of %1 (%2)").arg(folder, words);
         *advice = QStringLiteral("Free some space on that disk, or copy to another disk (tonvy-cli backup --output "
                                  "FILE), and try again.");
         return;
     case StoreError::Kind::InUse:
-        *why = QStringLiteral("another program held the database file for longer than %1 seconds (%2)")
-                   .arg(StoreProblem::busyTimeoutMs / 1000)
-                   .arg(words);
+        if (failure.unsettled)
+            *why = QStringLiteral("other programs kept writing to the database file while it was copied (the copy "
+                                  "started again %1 times)")
+                       .arg(failure.restarts);
+        else
+            *why = QStringLiteral("another program held the database file for longer than %1 seconds (%2)")
+                       .arg(StoreProblem::busyTimeoutMs / 1000)
+                       .arg(words);
         *advice = QStringLiteral("Close the other program, or wait for it to finish, and try again.");
         return;
     case StoreError::Kind::Damaged:
@@ -171,27 +199,18 @@ Outcome makeCopy(const QString& dbPath, const QString& target)
                     QStringLiteral("Let this user write the folder %1, or copy elsewhere (tonvy-cli backup --output "
                                    "FILE).")
                         .arg(native(folder)));
-    auto discard = [&] { QFile::remove(part); };
-    {
-        Connection source(dbPath, false);
-        if (!source.isOpen()) {
-            discard();
-            QString advice;
-            explainCopyFailure(source.openError(), dbPath, target, &why, &advice);
-            return fail(why, advice);
-        }
-        QSqlQuery q(source.db());
-        // A consistent copy of one moment, taken under a read lock: readers
-        // go on, a writer waits until the copy is made.
-        const bool copied = q.prepare(QStringLiteral("VACUUM INTO ?")) && (q.addBindValue(part), q.exec());
-        if (!copied) {
-            const QSqlError error = q.lastError();
-            q.finish();
-            discard();
-            QString advice;
-            explainCopyFailure(error, dbPath, target, &why, &advice);
-            return fail(why, advice);
-        }
+    auto discard = [&] {
+        QFile::remove(part);
+        QFile::remove(part + QStringLiteral("-journal"));
+    };
+    // A consistent copy of one moment, taken a few pages at a time: between
+    // two steps a writer commits, and the copy starts again after it.
+    StepFailure stepFailure;
+    if (!copyInSteps(dbPath, part, &stepFailure)) {
+        discard();
+        QString advice;
+        explainCopyFailure(stepFailure, dbPath, target, &why, &advice);
+        return fail(why, advice);
     }
     if (!syncFile(part)) {
         discard();
@@ -211,7 +230,13 @@ Outcome makeCopy(const QString& dbPath, const QString& target)
         return fail(QStringLiteral("the checked copy could not be given its name"),
                     QStringLiteral("Let this user rename files in %1 and try again.").arg(native(folder)));
     }
-    DurableFile::syncFolderOf(target);
+    QString syncError;
+    if (!DurableFile::syncFolderOf(target, &syncError)) {
+        // The name may not survive a power cut: the copy is not told as made.
+        QFile::remove(target);
+        return fail(QStringLiteral("the checked copy's name could not be written to the disk: %1").arg(syncError),
+                    QStringLiteral("Check that disk (a USB stick pulled out, a network folder gone) and try again."));
+    }
     out.ok = true;
     out.path = target;
     out.text =

@@ -23,9 +23,10 @@ struct Outcome
 };
 
 // Copies the database file at dbPath to target, which must not exist yet,
-// through SQLite (VACUUM INTO: a consistent copy even while other
-// connections read or write), syncs it, checks it (problemWith) and only
-// then gives it its name. Nothing is left under target when that fails.
+// through SQLite's online backup a few pages at a time (SteppedCopy.h: a
+// consistent copy, during which other connections go on reading and
+// writing), syncs it, checks it (problemWith) and only then gives it its
+// name, and syncs its folder. Nothing is left under target when that fails.
 // Uses a connection of its own: may run on any thread.
 Outcome makeCopy(const QString& dbPath, const QString& target);
 

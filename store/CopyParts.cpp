@@ -1,5 +1,6 @@
 #include "store/CopyParts.h"
 
+#include "base/DurableFile.h"
 #include "base/PathUtil.h"
 #include "store/StoreProblem.h"
 
@@ -10,11 +11,6 @@
 #include <QLocale>
 #include <QRegularExpression>
 
-#ifdef Q_OS_UNIX
-#include <cerrno>
-#include <fcntl.h>
-#include <unistd.h>
-#endif
 
 namespace DatabaseCopy {
 
@@ -51,29 +47,17 @@ QString sqliteWords(const QSqlError& error)
     return db.isEmpty() ? error.text().trimmed() : db;
 }
 
-#ifdef Q_OS_UNIX
-bool syncFile(const QString& path)
+bool syncFile(const QString& path, QString* why)
 {
-    const QByteArray name = QFile::encodeName(path);
-    int fd = -1;
-    do {
-        fd = ::open(name.constData(), O_RDONLY | O_CLOEXEC);
-    } while (fd < 0 && errno == EINTR);
-    if (fd < 0)
+    // Through DurableFile, whose sync the tests can make fail.
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (why)
+            *why = file.errorString();
         return false;
-    int rc = 0;
-    do {
-        rc = ::fsync(fd);
-    } while (rc != 0 && errno == EINTR);
-    ::close(fd);
-    return rc == 0;
+    }
+    return DurableFile::syncFile(file, why);
 }
-#else
-bool syncFile(const QString&)
-{
-    return true;
-}
-#endif
 
 bool createPrivate(const QString& path, QString* why)
 {

@@ -20,8 +20,9 @@ QString megabytes(qint64 bytes);
 // SQLite's own words for an error, else Qt's.
 QString sqliteWords(const QSqlError& error);
 
-// Flushes the file at path to the disk. False when that fails.
-bool syncFile(const QString& path);
+// Flushes the file at path to the disk (through DurableFile's sync). False
+// with *why when that fails.
+bool syncFile(const QString& path, QString* why = nullptr);
 // An empty file readable by its owner only, before anything is written into
 // it: a copy holds what the database holds, passwords included.
 bool createPrivate(const QString& path, QString* why);

@@ -59,8 +59,9 @@ bool copyBytes(const QString& from, const QString& to, QString* why)
         return false;
     }
     out.close();
-    if (!syncFile(to)) {
-        *why = QStringLiteral("%1 cannot be written to the disk").arg(native(to));
+    QString syncError;
+    if (!syncFile(to, &syncError)) {
+        *why = QStringLiteral("%1 cannot be written to the disk (%2)").arg(native(to), syncError);
         return false;
     }
     return true;
@@ -222,7 +223,9 @@ Outcome restore(const QString& dataDir, const QString& backupGiven, const Clock&
     if (!copyBytes(backup, staged, &why)) {
         unstage();
         return refuse(QStringLiteral("it could not be copied into the data folder: %1").arg(why),
-                      QStringLiteral("Free some space on the disk of %1 (the copy needs %2) and try again.")
+                      QStringLiteral("Free some space on the disk of %1 (the copy needs %2), or, if the folder is "
+                                     "read-only for this user, let this user write it (or run the restore as a "
+                                     "user who may), and try again.")
                           .arg(native(dataDir), megabytes(QFileInfo(backup).size())));
     }
     const QString backupHash = AuditTrail::sha256File(backup);
@@ -280,10 +283,24 @@ Outcome restore(const QString& dataDir, const QString& backupGiven, const Clock&
         return refuse(QStringLiteral("the copy could not be renamed to %1").arg(native(dbPath)),
                       QStringLiteral("Let this user rename files in %1 and try again.").arg(native(dataDir)));
     }
-    DurableFile::syncFolderOf(dbPath);
     if (lock) {
         QSqlQuery(lock->db()).exec(QStringLiteral("ROLLBACK"));
         lock.reset();
+    }
+    // The swap is done only once the folder's new entries are on the disk;
+    // after a power cut the old names could come back.
+    QString syncError;
+    if (!DurableFile::syncFolderOf(dbPath, &syncError)) {
+        out.ok = false;
+        out.text = QStringLiteral("The database %1 was restored from %2, but the change could not be written to the "
+                                  "disk: %3.")
+                       .arg(native(dbPath), native(backup), syncError);
+        out.detail = current ? QStringLiteral("Check the disk of %1 and run the restore again: the file it replaced "
+                                              "is kept as %2; after a power cut it may be back in place.")
+                                   .arg(native(dataDir), native(aside))
+                             : QStringLiteral("Check the disk of %1 and run the restore again.").arg(native(dataDir));
+        out.path = aside;
+        return out;
     }
 
     out.ok = true;

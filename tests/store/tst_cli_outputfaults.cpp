@@ -259,6 +259,12 @@ void tst_CliOutputFaults::readOnlyDataFolder_data()
     QTest::newRow("backup into the data folder") << QStringList{"backup"} << 1 << "cannot be created";
     QTest::newRow("backup elsewhere") << QStringList{"backup", "--output", writable + QStringLiteral("/copy.db")} << 0
                                       << "and the copy checked";
+    // A sound copy outside the data folder: the restore cannot put it in
+    // place, and says the folder may be read-only, not only full.
+    const QString copy = QDir(m_dir.path()).filePath(QStringLiteral("to-restore.db"));
+    if (!QFile::exists(copy))
+        QFile::copy(m_db, copy);
+    QTest::newRow("restore") << QStringList{"restore", copy} << 1 << "if the folder is read-only for this user";
 }
 
 void tst_CliOutputFaults::readOnlyDataFolder()
