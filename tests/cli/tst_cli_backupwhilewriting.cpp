@@ -1,6 +1,7 @@
 #include "store/SharedDatabase.h"
 #include "store/SteppedCopy.h"
 #include "tests/reports/YearOfHistory.h"
+#include "tests/support/DatabaseFile.h"
 #include "tests/support/TestTiming.h"
 
 #include <QDir>
@@ -54,46 +55,21 @@ void tst_CliBackupWhileWriting::initTestCase()
 
 bool tst_CliBackupWhileWriting::commitMarker(int n, QString* why)
 {
-    bool ok = false;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("writer"));
-        db.setDatabaseName(m_db);
-        db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=0"));
-        if (db.open()) {
-            QSqlQuery q(db);
-            q.prepare(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, "
-                                     "ClosingPaise, CollectedPaise) VALUES ('AG0000000000009', '2026-11-24', ?, 0, "
-                                     "100)"));
-            q.addBindValue(QStringLiteral("%1").arg(n, 15, 10, QLatin1Char('0')));
-            ok = q.exec();
-            if (!ok)
-                *why = q.lastError().text();
-        } else {
-            *why = db.lastError().text();
-        }
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("writer"));
-    return ok;
+    return DatabaseFile::executeWithoutWaiting(
+        m_db,
+        QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo, ClosingPaise, "
+                       "CollectedPaise) VALUES ('AG0000000000009', '2026-11-24', ?, 0, 100)"),
+        {QStringLiteral("%1").arg(n, 15, 10, QLatin1Char('0'))}, why);
 }
 
 int tst_CliBackupWhileWriting::markersIn(const QString& path)
 {
-    int n = -1;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("count"));
-        db.setDatabaseName(path);
-        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
-        QSqlQuery q(db);
-        if (db.open() &&
-            q.exec(QStringLiteral("SELECT COUNT(*) FROM CollectionHistory WHERE AgentID = 'AG0000000000009'")) &&
-            q.next())
-            n = q.value(0).toInt();
-        q.finish();
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("count"));
-    return n;
+    // -1 when the file cannot be read, so that no count passes by accident.
+    bool ok = false;
+    const int n = DatabaseFile::scalar(path, QStringLiteral("SELECT COUNT(*) FROM CollectionHistory WHERE AgentID = "
+                                                            "'AG0000000000009'"))
+                      .toInt(&ok);
+    return ok ? n : -1;
 }
 
 void tst_CliBackupWhileWriting::writerCommitsWhileTheCopyIsUnderWay()

@@ -199,15 +199,7 @@ private slots:
             QVERIFY2(m_completed.files.value(name) == m_new.files.value(name), qPrintable(name));
     }
 
-    void killedAtEveryWritePoint_data()
-    {
-        QTest::addColumn<int>("at");
-        QTest::addColumn<QString>("expected");
-        for (const QString& line : m_points) {
-            const QString name = WritePoints::pointName(line);
-            QTest::newRow(qPrintable(name)) << line.section(QLatin1Char(' '), 0, 0).toInt() << name;
-        }
-    }
+    void killedAtEveryWritePoint_data() { WritePoints::addPointRows(m_points); }
 
     void killedAtEveryWritePoint()
     {
@@ -298,15 +290,7 @@ private slots:
     // The start that writes the owed files, killed in its turn at each of
     // its writes, then started again: still the new rows, and the three
     // files byte for byte, whichever of them the first start had written.
-    void startKilledAtEveryWritePoint_data()
-    {
-        QTest::addColumn<int>("at");
-        QTest::addColumn<QString>("expected");
-        for (const QString& line : m_startPoints) {
-            const QString name = WritePoints::pointName(line);
-            QTest::newRow(qPrintable(name)) << line.section(QLatin1Char(' '), 0, 0).toInt() << name;
-        }
-    }
+    void startKilledAtEveryWritePoint_data() { WritePoints::addPointRows(m_startPoints); }
 
     void startKilledAtEveryWritePoint()
     {

@@ -137,15 +137,7 @@ private slots:
         QCOMPARE(WritePoints::files(m_data), m_files);
     }
 
-    void killedAtEveryWritePoint_data()
-    {
-        QTest::addColumn<int>("at");
-        QTest::addColumn<QString>("expected");
-        for (const QString& line : m_points) {
-            const QString name = WritePoints::pointName(line);
-            QTest::newRow(qPrintable(name)) << line.section(QLatin1Char(' '), 0, 0).toInt() << name;
-        }
-    }
+    void killedAtEveryWritePoint_data() { WritePoints::addPointRows(m_points); }
 
     void killedAtEveryWritePoint()
     {

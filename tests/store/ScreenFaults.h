@@ -1,6 +1,8 @@
 #pragma once
 
 #include "tests/store/StoreFaults.h"
+#include "tests/support/Controls.h"
+#include "widgets/ColourButton.h"
 
 #include <QApplication>
 #include <QFile>
@@ -169,6 +171,52 @@ inline bool noApplicationModalBox()
 {
     QWidget* modal = QApplication::activeModalWidget();
     return !modal || modal->windowModality() != Qt::ApplicationModal || !qobject_cast<QMessageBox*>(modal);
+}
+
+// What happens to the database while a screen is open.
+enum class Fault {
+    Locked,   // another process writes (or, for a read, holds it whole)
+    DiskFull, // the disk of the database is full
+    Damaged,  // the first pages of the table the screen uses (and its indexes) go bad
+    Deleted,
+    Renamed,
+    Overwritten, // written over with random bytes
+    Replaced,    // another program's file put in its place
+    Truncated,   // the same file cut to half its length
+};
+
+// The message names the file and says what to do about this fault.
+inline bool saysWhatToDo(Fault fault, const QString& message, const QString& file)
+{
+    switch (fault) {
+    case Fault::Locked:
+        return message.contains(file) && message.contains("in use by another program") && message.contains("try again");
+    case Fault::DiskFull:
+        return message.contains(file) && message.contains("no space left on the disk") &&
+               message.contains("Free some space");
+    case Fault::Damaged:
+        return message.contains(file) && message.contains("is damaged") &&
+               message.contains("Restore the backup copy of HandHeldData.db");
+    case Fault::Deleted:
+        return saysTheFileWentAway(Away::Deleted, message, file);
+    case Fault::Renamed:
+        return saysTheFileWentAway(Away::Renamed, message, file);
+    case Fault::Overwritten:
+        return saysTheFileWentAway(Away::OverwrittenWithGarbage, message, file);
+    case Fault::Replaced:
+        return saysTheFileWentAway(Away::ReplacedByAnotherFile, message, file);
+    case Fault::Truncated:
+        return saysTheFileWentAway(Away::Truncated, message, file);
+    }
+    return false;
+}
+
+// A colour button pressed as the clerk does: focus, then the space bar.
+inline void press(QWidget* window, const char* button)
+{
+    auto* b = control<ColourButton>(window, button);
+    b->setFocus();
+    QTest::keyClick(b, Qt::Key_Space);
 }
 
 } // namespace ScreenFaults

@@ -70,25 +70,7 @@ QProcessEnvironment tst_CliReceiveFaults::faultyEnvironment(const QMap<QString, 
 // terminal.
 tst_CliReceiveFaults::Result tst_CliReceiveFaults::receiveWith(const QProcessEnvironment& env)
 {
-    QProcess p;
-    p.setProcessEnvironment(env);
-    p.start(m_cli, {QStringLiteral("--data-dir"), t->dir.path(), QStringLiteral("--port"), pty->devicePath(),
-                    QStringLiteral("receive")});
-    Result r;
-    if (!p.waitForStarted())
-        return r;
-    QElapsedTimer clock;
-    clock.start();
-    while (p.state() != QProcess::NotRunning && clock.elapsed() < scaledMs(30000)) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        p.waitForFinished(5);
-    }
-    QCoreApplication::processEvents();
-    r.exitCode = p.exitCode();
-    r.status = p.exitStatus();
-    r.out = QString::fromLocal8Bit(p.readAllStandardOutput());
-    r.err = QString::fromLocal8Bit(p.readAllStandardError());
-    return r;
+    return receive({}, env);
 }
 
 // Another command, on a healthy disk.

@@ -5,6 +5,7 @@
 #include "store/DatabaseRestore.h"
 #include "store/SteppedCopy.h"
 #include "tests/store/StoreFaults.h"
+#include "tests/support/DatabaseFile.h"
 #include "tests/support/FailingSync.h"
 
 #include <QDir>
@@ -84,44 +85,21 @@ void tst_CopySteps::makeBigDatabase()
 
 bool tst_CopySteps::commitOneRow(int n, QString* why)
 {
-    bool ok = false;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("writer"));
-        db.setDatabaseName(m_db);
-        db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=0"));
-        if (db.open()) {
-            QSqlQuery q(db);
-            q.prepare(QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo) "
-                                     "VALUES ('MID', '2026-11-24', ?)"));
-            q.addBindValue(QStringLiteral("%1").arg(n, 15, 10, QLatin1Char('0')));
-            ok = q.exec();
-            if (!ok)
-                *why = q.lastError().text();
-        } else {
-            *why = db.lastError().text();
-        }
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("writer"));
-    return ok;
+    return DatabaseFile::executeWithoutWaiting(
+        m_db,
+        QStringLiteral("INSERT INTO CollectionHistory (AgentID, CollectionDate, AccountNo) VALUES ('MID', "
+                       "'2026-11-24', ?)"),
+        {QStringLiteral("%1").arg(n, 15, 10, QLatin1Char('0'))}, why);
 }
 
 int tst_CopySteps::rowsWritten(const QString& path)
 {
-    int n = -1;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("count"));
-        db.setDatabaseName(path);
-        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_READONLY"));
-        QSqlQuery q(db);
-        if (db.open() && q.exec(QStringLiteral("SELECT COUNT(*) FROM CollectionHistory WHERE AgentID = 'MID'")) &&
-            q.next())
-            n = q.value(0).toInt();
-        q.finish();
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("count"));
-    return n;
+    // -1 when the file cannot be read, so that no count passes by accident.
+    bool ok = false;
+    const int n =
+        DatabaseFile::scalar(path, QStringLiteral("SELECT COUNT(*) FROM CollectionHistory WHERE AgentID = 'MID'"))
+            .toInt(&ok);
+    return ok ? n : -1;
 }
 
 void tst_CopySteps::writerCommitsWhileTheCopyIsUnderWay()
@@ -223,8 +201,7 @@ void tst_CopySteps::failedSyncOfTheDailyCopy()
         QVERIFY(!out.ok);
         QVERIFY(!made);
         QVERIFY2(out.text.contains(QLatin1String("could not be written to the disk")), qPrintable(out.text));
-        QVERIFY2(out.text.contains(DatabaseCopy::native(DatabaseCopy::dailyPath(m_data, today))),
-                 qPrintable(out.text));
+        QVERIFY2(out.text.contains(DatabaseCopy::native(DatabaseCopy::dailyPath(m_data, today))), qPrintable(out.text));
         // Only yesterday's copy, whole.
         QCOMPARE(QDir(DatabaseCopy::dailyFolder(m_data)).entryList(QDir::Files),
                  QStringList{QFileInfo(DatabaseCopy::dailyPath(m_data, today.addDays(-1))).fileName()});

@@ -18,20 +18,11 @@
 #include <memory>
 
 using ScreenFaults::Away;
+using ScreenFaults::Fault;
+using ScreenFaults::press;
+using ScreenFaults::saysWhatToDo;
 
 namespace {
-
-// What happens to the database while a screen of the administration is open.
-enum class Fault {
-    Locked,   // another process writes (or, for a read, holds it whole)
-    DiskFull, // the disk of the database is full
-    Damaged,  // the first page of the table the screen uses goes bad
-    Deleted,
-    Renamed,
-    Overwritten, // written over with random bytes
-    Replaced,    // another program's file put in its place
-    Truncated,   // the same file cut to half its length
-};
 
 void addFaultRows(bool withDiskFull)
 {
@@ -89,38 +80,6 @@ private:
     std::unique_ptr<StoreFaults::LockHolder> m_holder;
     std::unique_ptr<ScreenFaults::FullDisk> m_full;
 };
-
-bool saysWhatToDo(Fault fault, const QString& message, const QString& file)
-{
-    switch (fault) {
-    case Fault::Locked:
-        return message.contains(file) && message.contains("in use by another program") && message.contains("try again");
-    case Fault::DiskFull:
-        return message.contains(file) && message.contains("no space left on the disk") &&
-               message.contains("Free some space");
-    case Fault::Damaged:
-        return message.contains(file) && message.contains("is damaged") &&
-               message.contains("Restore the backup copy of HandHeldData.db");
-    case Fault::Deleted:
-        return ScreenFaults::saysTheFileWentAway(Away::Deleted, message, file);
-    case Fault::Renamed:
-        return ScreenFaults::saysTheFileWentAway(Away::Renamed, message, file);
-    case Fault::Overwritten:
-        return ScreenFaults::saysTheFileWentAway(Away::OverwrittenWithGarbage, message, file);
-    case Fault::Replaced:
-        return ScreenFaults::saysTheFileWentAway(Away::ReplacedByAnotherFile, message, file);
-    case Fault::Truncated:
-        return ScreenFaults::saysTheFileWentAway(Away::Truncated, message, file);
-    }
-    return false;
-}
-
-void press(QWidget* window, const char* button)
-{
-    auto* b = control<ColourButton>(window, button);
-    b->setFocus();
-    QTest::keyClick(b, Qt::Key_Space);
-}
 
 QString storedField(SharedDatabase& db, const QString& name)
 {

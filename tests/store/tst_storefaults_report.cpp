@@ -19,25 +19,18 @@
 #include <memory>
 
 using ScreenFaults::Away;
+using ScreenFaults::press;
+using ScreenFaults::saysWhatToDo;
+// The report only reads: every fault but a full disk.
+using ReadFault = ScreenFaults::Fault;
 
 namespace {
-
-// What happens to the database while the report screen is open.
-enum class ReadFault {
-    Locked,      // another process holds it, reading included
-    DamagedPage, // the first pages of the table read and of its indexes go bad
-    Deleted,
-    Renamed,
-    Overwritten, // written over with random bytes
-    Replaced,    // another program's file put in its place
-    Truncated,   // the same file cut to half its length
-};
 
 void addReadFaultRows()
 {
     QTest::addColumn<int>("fault");
     QTest::newRow("locked by another process") << int(ReadFault::Locked);
-    QTest::newRow("page damaged") << int(ReadFault::DamagedPage);
+    QTest::newRow("page damaged") << int(ReadFault::Damaged);
     QTest::newRow("deleted") << int(ReadFault::Deleted);
     QTest::newRow("renamed") << int(ReadFault::Renamed);
     QTest::newRow("overwritten with random bytes") << int(ReadFault::Overwritten);
@@ -54,7 +47,7 @@ bool apply(ReadFault fault, const QString& file, std::unique_ptr<StoreFaults::Lo
     case ReadFault::Locked:
         holder = std::make_unique<StoreFaults::LockHolder>();
         return holder->start(file, "exclusive");
-    case ReadFault::DamagedPage:
+    case ReadFault::Damaged:
         return ScreenFaults::damageWhileOpen(file, damaged);
     case ReadFault::Deleted:
         return ScreenFaults::makeGoAway(Away::Deleted, file);
@@ -66,38 +59,10 @@ bool apply(ReadFault fault, const QString& file, std::unique_ptr<StoreFaults::Lo
         return ScreenFaults::makeGoAway(Away::ReplacedByAnotherFile, file);
     case ReadFault::Truncated:
         return ScreenFaults::makeGoAway(Away::Truncated, file);
+    case ReadFault::DiskFull:
+        break; // a report writes nothing into the database
     }
     return false;
-}
-
-// The message names the file and says what to do about this fault.
-bool saysWhatToDo(ReadFault fault, const QString& message, const QString& file)
-{
-    switch (fault) {
-    case ReadFault::Locked:
-        return message.contains(file) && message.contains("in use by another program") && message.contains("try again");
-    case ReadFault::DamagedPage:
-        return message.contains(file) && message.contains("is damaged") &&
-               message.contains("Restore the backup copy of HandHeldData.db");
-    case ReadFault::Deleted:
-        return ScreenFaults::saysTheFileWentAway(Away::Deleted, message, file);
-    case ReadFault::Renamed:
-        return ScreenFaults::saysTheFileWentAway(Away::Renamed, message, file);
-    case ReadFault::Overwritten:
-        return ScreenFaults::saysTheFileWentAway(Away::OverwrittenWithGarbage, message, file);
-    case ReadFault::Replaced:
-        return ScreenFaults::saysTheFileWentAway(Away::ReplacedByAnotherFile, message, file);
-    case ReadFault::Truncated:
-        return ScreenFaults::saysTheFileWentAway(Away::Truncated, message, file);
-    }
-    return false;
-}
-
-void press(QWidget* window, const char* button)
-{
-    auto* b = control<ColourButton>(window, button);
-    b->setFocus();
-    QTest::keyClick(b, Qt::Key_Space);
 }
 
 } // namespace

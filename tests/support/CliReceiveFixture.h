@@ -129,9 +129,11 @@ protected:
     }
 
     // Runs the command while this process keeps answering on the pty.
-    Result receive(const QStringList& options)
+    Result receive(const QStringList& options,
+                   const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment())
     {
         QProcess p;
+        p.setProcessEnvironment(env);
         p.start(m_cli, QStringList{QStringLiteral("--data-dir"), t->dir.path(), QStringLiteral("--port"),
                                    pty->devicePath(), QStringLiteral("receive")} +
                            options);

@@ -6,6 +6,7 @@
 #include <QSqlQuery>
 #include <QString>
 #include <QStringList>
+#include <QVariantList>
 
 // A database file read or changed as an outside program would: through a
 // connection of the test's own, apart from the program's, closed at once.
@@ -40,6 +41,36 @@ inline bool execute(const QString& path, const QStringList& statements, QString*
                 *failed = s + QStringLiteral(": ") + q.lastError().text();
         }
         q.finish();
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(name);
+    return ok;
+}
+
+// Runs one statement with its values bound, as another program that does
+// not wait for locks (connect options "QSQLITE_BUSY_TIMEOUT=0"): a lock held
+// anywhere fails it at once, named in *failed.
+inline bool executeWithoutWaiting(const QString& path, const QString& sql, const QVariantList& values,
+                                  QString* failed = nullptr)
+{
+    const QString name = detail::connectionName();
+    bool ok = false;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+        db.setDatabaseName(path);
+        db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=0"));
+        if (db.open()) {
+            QSqlQuery q(db);
+            ok = q.prepare(sql);
+            for (const QVariant& value : values)
+                q.addBindValue(value);
+            ok = ok && q.exec();
+            if (!ok && failed)
+                *failed = q.lastError().text();
+            q.finish();
+        } else if (failed) {
+            *failed = db.lastError().text();
+        }
         db.close();
     }
     QSqlDatabase::removeDatabase(name);

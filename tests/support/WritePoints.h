@@ -73,6 +73,19 @@ inline QString pointName(const QString& line)
     return name;
 }
 
+// The rows of a kill test: one per point of a counted run, with the point's
+// number ("at") and its name ("expected", compared with where the process
+// was held, so that a run whose writes changed order fails).
+inline void addPointRows(const QStringList& points)
+{
+    QTest::addColumn<int>("at");
+    QTest::addColumn<QString>("expected");
+    for (const QString& line : points) {
+        const QString name = pointName(line);
+        QTest::newRow(qPrintable(name)) << line.section(QLatin1Char(' '), 0, 0).toInt() << name;
+    }
+}
+
 // Runs `process` (started by the caller) until it is held at its point (the
 // notice file has the point's line), then kills it with SIGKILL; `turn` runs
 // meanwhile (the simulated terminal answering). The line, or empty when the
