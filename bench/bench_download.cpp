@@ -5,6 +5,7 @@
 // time the line itself needs for the bytes exchanged).
 
 #include "base/Clock.h"
+#include "bench/SampleDownload.h"
 #include "link/DownloadSession.h"
 #include "link/LinkPort.h"
 #include "link/SerialLink.h"
@@ -92,24 +93,7 @@ Result runDownload(int accounts, int baud)
     QObject::connect(&session, &DownloadSession::message,
                      [](const SessionMessage& m) { std::printf("  message: %s\n", qPrintable(m.text)); });
     session.Form_Load();
-    DownloadJob job;
-    job.agentDateKey = QStringLiteral("0051611");
-    job.fileName = QStringLiteral("Bank/0051611d.txt");
-    job.branchId = QStringLiteral("BR0001         ");
-    job.agentId = QStringLiteral("AG0005         ");
-    job.recordCount = accounts;
-    job.transactions = QStringLiteral("5");
-    job.downloadPassword = QStringLiteral("1111");
-    job.setupPassword = QStringLiteral("2222");
-    job.bankName = QStringLiteral("TONVY BANK");
-    job.branchName = QStringLiteral("MAIN ROAD");
-    job.fontSize = QStringLiteral("0");
-    for (int i = 1; i <= accounts; ++i)
-        job.accounts.append({QStringLiteral("1"), QStringLiteral("SB001"),
-                             QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
-                             QStringLiteral("ACCOUNT HOLDER %1").arg(i, 4, 10, QLatin1Char('0')),
-                             QStringLiteral("%1").arg(i * 37, 8, 10, QLatin1Char('0')), QStringLiteral("00050"),
-                             QStringLiteral("010203"), QStringLiteral("150607")});
+    const DownloadJob job = sampleDownloadJob(accounts);
 
     QEventLoop loop;
     QObject::connect(&session, &DownloadSession::completed, &loop, [&] {

@@ -17,6 +17,7 @@
 // the machine than the wall-clock turnaround).
 
 #include "base/Clock.h"
+#include "bench/SampleDownload.h"
 #include "link/DownloadFrames.h"
 #include "link/DownloadSession.h"
 #include "link/LinkPort.h"
@@ -244,7 +245,8 @@ bool minimalLoop(const QString& slavePath, const QList<QByteArray>& frames, qsiz
 }
 
 // Runs `slave` on this thread while the terminal runs on the master end.
-Timing measure(const std::function<void(int master, Timing*)>& terminal, const std::function<bool(const QString&)>& slave)
+Timing measure(const std::function<void(int master, Timing*)>& terminal,
+               const std::function<bool(const QString&)>& slave)
 {
     Timing timing;
     PtyPair pty;
@@ -289,29 +291,6 @@ bool runUploadSession(const QString& device)
     return done;
 }
 
-DownloadJob sampleJob(int accounts)
-{
-    DownloadJob job;
-    job.agentDateKey = QStringLiteral("0051611");
-    job.fileName = QStringLiteral("Bank/0051611d.txt");
-    job.branchId = QStringLiteral("BR0001         ");
-    job.agentId = QStringLiteral("AG0005         ");
-    job.recordCount = accounts;
-    job.transactions = QStringLiteral("5");
-    job.downloadPassword = QStringLiteral("1111");
-    job.setupPassword = QStringLiteral("2222");
-    job.bankName = QStringLiteral("TONVY BANK");
-    job.branchName = QStringLiteral("MAIN ROAD");
-    job.fontSize = QStringLiteral("0");
-    for (int i = 1; i <= accounts; ++i)
-        job.accounts.append({QStringLiteral("1"), QStringLiteral("SB001"),
-                             QStringLiteral("%1").arg(i, 15, 10, QLatin1Char('0')),
-                             QStringLiteral("ACCOUNT HOLDER %1").arg(i, 4, 10, QLatin1Char('0')),
-                             QStringLiteral("%1").arg(i * 37, 8, 10, QLatin1Char('0')), QStringLiteral("00050"),
-                             QStringLiteral("010203"), QStringLiteral("150607")});
-    return job;
-}
-
 bool runDownloadSession(const QString& device, const DownloadJob& job)
 {
     FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(9, 0))};
@@ -346,7 +325,7 @@ int Rounds = 5;
 struct Row
 {
     int records = 0;
-    double program = 0;    // median turnaround, best round
+    double program = 0; // median turnaround, best round
     double minimal = 0;
     double programCpu = 0; // the PC side's processor time per reply, best round
     double minimalCpu = 0;
@@ -362,9 +341,9 @@ struct Row
 
 void printRow(const char* side, const Row& row, const char* note)
 {
-    std::printf("%-8s %5d  %8.1f  %8.1f  %6.2fx  %7.1f  %8.1f  %8.1f%s\n", side, row.records, row.program,
-                row.minimal, row.minimal > 0 ? row.program / row.minimal : 0, row.program - row.minimal,
-                row.programCpu, row.minimalCpu, note);
+    std::printf("%-8s %5d  %8.1f  %8.1f  %6.2fx  %7.1f  %8.1f  %8.1f%s\n", side, row.records, row.program, row.minimal,
+                row.minimal > 0 ? row.program / row.minimal : 0, row.program - row.minimal, row.programCpu,
+                row.minimalCpu, note);
     std::fflush(stdout);
 }
 
@@ -430,7 +409,8 @@ int main(int argc, char* argv[])
                 return minimalLoop(device, requests, UploadFrames::ReplySize);
             });
             if (!program.ok || !minimal.ok) {
-                std::fprintf(stderr, "the receive of %d records did not complete (program %d, %zu replies; loop %d, %zu)\n",
+                std::fprintf(stderr,
+                             "the receive of %d records did not complete (program %d, %zu replies; loop %d, %zu)\n",
                              records, program.ok, program.turnUs.size(), minimal.ok, minimal.turnUs.size());
                 return 1;
             }
@@ -444,7 +424,7 @@ int main(int argc, char* argv[])
     for (int records : send ? sizes : QList<int>()) {
         // The frame array holds 2499 accounts at most.
         const int accounts = std::min(records, DownloadSession::FrameCapacity - 1);
-        const DownloadJob job = sampleJob(accounts);
+        const DownloadJob job = sampleDownloadJob(accounts);
         QList<QByteArray> frames;
         try {
             LinkCodec codec;
@@ -466,7 +446,8 @@ int main(int argc, char* argv[])
                 return minimalLoop(device, frames, DownloadFrames::AnswerSize);
             });
             if (!program.ok || !minimal.ok) {
-                std::fprintf(stderr, "the send of %d accounts did not complete (program %d, %zu replies; loop %d, %zu)\n",
+                std::fprintf(stderr,
+                             "the send of %d accounts did not complete (program %d, %zu replies; loop %d, %zu)\n",
                              accounts, program.ok, program.turnUs.size(), minimal.ok, minimal.turnUs.size());
                 return 1;
             }
