@@ -1,14 +1,14 @@
 #include "admin/frmConfigure.h"
 
 #include "admin/Configuration.h"
-#include "core/AppContext.h"
-#include "widgets/ColourButton.h"
-#include "widgets/KeyHook.h"
-#include "widgets/ScreenParts.h"
 #include "base/Messenger.h"
+#include "core/AppContext.h"
 #include "download/EntryLimits.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
+#include "widgets/ColourButton.h"
+#include "widgets/KeyHook.h"
+#include "widgets/ScreenParts.h"
 
 #include <QComboBox>
 #include <QFrame>

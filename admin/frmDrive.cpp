@@ -1,12 +1,12 @@
 #include "admin/frmDrive.h"
 
 #include "admin/FocusInHook.h"
+#include "base/Messenger.h"
 #include "core/AppContext.h"
+#include "store/StoreError.h"
 #include "widgets/ColourButton.h"
 #include "widgets/OptionButton.h"
 #include "widgets/ScreenParts.h"
-#include "base/Messenger.h"
-#include "store/StoreError.h"
 
 #include <QComboBox>
 #include <QDir>

@@ -1,13 +1,13 @@
 #include "admin/frmPassword.h"
 
 #include "admin/FocusInHook.h"
+#include "base/Messenger.h"
 #include "core/AppContext.h"
+#include "store/StoreError.h"
 #include "widgets/ColourButton.h"
 #include "widgets/KeyHook.h"
 #include "widgets/OptionButton.h"
 #include "widgets/ScreenParts.h"
-#include "base/Messenger.h"
-#include "store/StoreError.h"
 
 #include <QFrame>
 #include <QGridLayout>

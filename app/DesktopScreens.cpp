@@ -1,13 +1,13 @@
 #include "app/DesktopScreens.h"
 
 #include "admin/AdminScreens.h"
-#include "core/AppContext.h"
-#include "widgets/ScreenRegistry.h"
-#include "upload/StartupOutputs.h"
 #include "app/frmMain.h"
+#include "core/AppContext.h"
 #include "download/frmsend.h"
 #include "reports/frmReport.h"
+#include "upload/StartupOutputs.h"
 #include "upload/frmReceive.h"
+#include "widgets/ScreenRegistry.h"
 
 void registerDesktopScreens(ScreenRegistry& registry)
 {

@@ -1,12 +1,12 @@
 #include "app/frmMain.h"
 
-#include "core/AppContext.h"
-#include "widgets/ColourButton.h"
-#include "widgets/ScreenParts.h"
 #include "app/frmPassEntry.h"
 #include "base/Messenger.h"
 #include "base/Version.h"
+#include "core/AppContext.h"
 #include "store/StoreError.h"
+#include "widgets/ColourButton.h"
+#include "widgets/ScreenParts.h"
 
 #include <QApplication>
 #include <QCloseEvent>

@@ -1,13 +1,13 @@
 #include "app/frmPassEntry.h"
 
+#include "base/Clock.h"
+#include "base/Messenger.h"
 #include "core/AppContext.h"
+#include "store/AuditTrail.h"
+#include "store/StoreError.h"
 #include "widgets/ColourButton.h"
 #include "widgets/KeyHook.h"
 #include "widgets/ScreenParts.h"
-#include "base/Clock.h"
-#include "base/Messenger.h"
-#include "store/AuditTrail.h"
-#include "store/StoreError.h"
 
 #include <QFrame>
 #include <QGridLayout>

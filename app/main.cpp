@@ -1,14 +1,14 @@
-#include "core/AppContext.h"
 #include "app/DesktopScreens.h"
-#include "widgets/MessageBoxMessenger.h"
-#include "widgets/ScreenRegistry.h"
-#include "core/Startup.h"
-#include "core/StartupOptions.h"
 #include "app/frmMain.h"
 #include "base/Clock.h"
+#include "core/AppContext.h"
+#include "core/Startup.h"
+#include "core/StartupOptions.h"
 #include "desktop/ProgramIcon.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
+#include "widgets/MessageBoxMessenger.h"
+#include "widgets/ScreenRegistry.h"
 
 #include <QApplication>
 #include <QCommandLineParser>

@@ -27,10 +27,10 @@
 // with them, for a quicker run. --clean turns the faults off, which shows
 // that the run's own idea of the truth agrees with a clean exchange.
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "base/Messenger.h"
 #include "bench/LineRelay.h"
+#include "core/AppContext.h"
 #include "link/DownloadSession.h"
 #include "link/LinkPort.h"
 #include "link/UploadFrames.h"

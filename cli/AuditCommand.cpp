@@ -1,7 +1,7 @@
 #include "cli/AuditCommand.h"
 
-#include "core/AppContext.h"
 #include "cli/ConsoleMessenger.h"
+#include "core/AppContext.h"
 #include "store/AuditTrail.h"
 
 #include <QDate>

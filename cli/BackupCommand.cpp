@@ -1,8 +1,8 @@
 #include "cli/BackupCommand.h"
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "cli/ConsoleMessenger.h"
+#include "core/AppContext.h"
 #include "store/DatabaseBackup.h"
 #include "store/DatabaseRestore.h"
 #include "store/SharedDatabase.h"

@@ -32,7 +32,7 @@ struct CliRun
 struct CliCommand
 {
     QString name;
-    QString synopsis; // shown by --help
+    QString synopsis;                  // shown by --help
     QList<QCommandLineOption> options; // its own, after the global ones
     std::function<int(CliRun&)> run;
     // Whether the database is opened (and owed files written) before run;

@@ -1,8 +1,8 @@
 #include "cli/PasswordCommand.h"
 
 #include "admin/PasswordChange.h"
-#include "core/AppContext.h"
 #include "cli/ConsoleMessenger.h"
+#include "core/AppContext.h"
 
 #include <QTextStream>
 #include <cstdio>

@@ -1,9 +1,9 @@
 #include "cli/ReceiveCommand.h"
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "cli/ConsoleMessenger.h"
 #include "cli/TransferWait.h"
+#include "core/AppContext.h"
 #include "store/AuditTrail.h"
 #include "upload/ReceiveFlow.h"
 

@@ -1,8 +1,8 @@
 #include "cli/ReportCommand.h"
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "cli/ConsoleMessenger.h"
+#include "core/AppContext.h"
 #include "reports/ReportRenderer.h"
 
 #include <QDir>

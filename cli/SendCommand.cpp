@@ -1,9 +1,9 @@
 #include "cli/SendCommand.h"
 
-#include "core/AppContext.h"
 #include "base/DayText.h"
 #include "cli/ConsoleMessenger.h"
 #include "cli/TransferWait.h"
+#include "core/AppContext.h"
 #include "download/SendFlow.h"
 
 namespace {

@@ -1,8 +1,8 @@
 #include "cli/SettingsCommand.h"
 
 #include "admin/FolderSelection.h"
-#include "core/AppContext.h"
 #include "cli/ConsoleMessenger.h"
+#include "core/AppContext.h"
 #include "download/EntryLimits.h"
 #include "store/SettingsStore.h"
 #include "store/SharedDatabase.h"

@@ -1,14 +1,14 @@
-#include "core/AppContext.h"
-#include "core/Startup.h"
-#include "core/StartupOptions.h"
-#include "upload/StartupOutputs.h"
 #include "base/Clock.h"
 #include "base/Version.h"
 #include "cli/CliCommands.h"
 #include "cli/ConsoleMessenger.h"
+#include "core/AppContext.h"
+#include "core/Startup.h"
+#include "core/StartupOptions.h"
 #include "link/LinkCodec.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
+#include "upload/StartupOutputs.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -1,7 +1,7 @@
 #include "download/SendFlow.h"
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
+#include "core/AppContext.h"
 #include "download/EntryLimits.h"
 #include "store/AuditTrail.h"
 #include "store/PasswordStore.h"

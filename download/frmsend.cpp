@@ -1,13 +1,13 @@
 #include "download/frmsend.h"
 
 #include "core/AppContext.h"
+#include "download/EntryLimits.h"
+#include "download/SendFlow.h"
 #include "widgets/ColourButton.h"
 #include "widgets/FocusReturn.h"
 #include "widgets/KeyHook.h"
 #include "widgets/MessageBoxMessenger.h"
 #include "widgets/ScreenParts.h"
-#include "download/EntryLimits.h"
-#include "download/SendFlow.h"
 
 #include <QCloseEvent>
 #include <QFrame>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "widgets/OpenBoxes.h"
 #include "base/Messenger.h"
+#include "widgets/OpenBoxes.h"
 
 #include <QHash>
 #include <QPointer>

@@ -9,7 +9,7 @@ Answer read(const QByteArray& buffer)
     Answer answer;
     answer.notInDownloadMode = buffer.contains("CLOS") || buffer.contains("BACK");
     if (answer.notInDownloadMode)
-        return answer; // nothing more is read from it
+        return answer;                           // nothing more is read from it
     const qsizetype at = buffer.indexOf("AACK"); // 0-based
     answer.acknowledged = at >= 0;
     if (at >= 2) {

@@ -28,8 +28,7 @@ bool DownloadPhase::busy() const
 
 bool DownloadPhase::readsAnswers() const
 {
-    return m_phase == Phase::AwaitingHeaderAck || m_phase == Phase::SendingRecords ||
-           m_phase == Phase::AwaitingEndAck;
+    return m_phase == Phase::AwaitingHeaderAck || m_phase == Phase::SendingRecords || m_phase == Phase::AwaitingEndAck;
 }
 
 bool DownloadPhase::responseTimeoutRuns() const

@@ -17,11 +17,11 @@ struct LinkState;
 // The PC side of sending one agent's accounts to the terminal: header frame,
 // one record frame per account, the end frame, acknowledgements, resends and
 // time-outs. The terminal's answers are read by DownloadAnswers; what the
-// session does with them is decided by its phase (DownloadPhase). It works on the port's program-wide link state, shows nothing
-// and never waits for anyone: what the user must be told is emitted as a
-// message, and the screen or the command line decides how to show it.
-// Handlers carry version 2.1's names so that screens, the CLI and tests can
-// drive each one.
+// session does with them is decided by its phase (DownloadPhase). It works on
+// the port's program-wide link state, shows nothing and never waits for
+// anyone: what the user must be told is emitted as a message, and the screen
+// or the command line decides how to show it. Handlers carry version 2.1's
+// names so that screens, the CLI and tests can drive each one.
 class DownloadSession : public QObject
 {
     Q_OBJECT

@@ -33,13 +33,13 @@ struct LinkState
 {
     static constexpr int RecordsSize = 2501; // Records(0 To 2500)
 
-    LinkCodec codec;          // RecHi, RecLo, HexValue, CRCSum, CrcOk
+    LinkCodec codec; // RecHi, RecLo, HexValue, CRCSum, CrcOk
 
-    QString RecordNo;         // record requested / send counter, decimal text
-    QByteArray RxBuffer;      // bytes received since the last evaluation
-    QByteArray TxFrame;       // frame last built and sent
+    QString RecordNo;    // record requested / send counter, decimal text
+    QByteArray RxBuffer; // bytes received since the last evaluation
+    QByteArray TxFrame;  // frame last built and sent
     QList<QByteArray> Records = QList<QByteArray>(RecordsSize);
-    int TimeoutCount = 0;     // response time-outs in a row (the send side's retry count)
-    int CrcErrorCount = 0;    // consecutive replies that failed the check
+    int TimeoutCount = 0;  // response time-outs in a row (the send side's retry count)
+    int CrcErrorCount = 0; // consecutive replies that failed the check
     TransferCompletion completion;
 };

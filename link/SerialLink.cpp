@@ -167,8 +167,8 @@ QByteArray SerialLink::readAll()
     // only a full buffer (the port's notifications then paused) goes through
     // readAll(), which starts them again.
     const qint64 available = m_port.bytesAvailable();
-    const QByteArray bytes = available > 0 && available < m_port.readBufferSize() ? m_port.read(available)
-                                                                                   : m_port.readAll();
+    const QByteArray bytes =
+        available > 0 && available < m_port.readBufferSize() ? m_port.read(available) : m_port.readAll();
     if (m_trace)
         m_trace->chunk("IN ", bytes);
     return bytes;

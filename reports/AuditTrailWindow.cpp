@@ -1,12 +1,12 @@
 #include "reports/AuditTrailWindow.h"
 
+#include "base/Messenger.h"
 #include "core/AppContext.h"
+#include "reports/AuditTrailModel.h"
+#include "reports/SaveAdvice.h"
 #include "widgets/FocusReturn.h"
 #include "widgets/KeyHook.h"
 #include "widgets/ScreenParts.h"
-#include "base/Messenger.h"
-#include "reports/AuditTrailModel.h"
-#include "reports/SaveAdvice.h"
 
 #include <QDir>
 #include <QFileDialog>

@@ -12,9 +12,18 @@ enum class ReportKind { Daily, Agent };
 // titles, amounts and dates, exactly as the reports carry them.
 namespace ReportFormat {
 
-inline QString dailyTitle() { return QStringLiteral("TONVY DAILY COLLECTION SUMMARY"); }
-inline QString agentTitle() { return QStringLiteral("TONVY AGENT COLLECTION SUMMARY"); }
-inline QString title(ReportKind kind) { return kind == ReportKind::Daily ? dailyTitle() : agentTitle(); }
+inline QString dailyTitle()
+{
+    return QStringLiteral("TONVY DAILY COLLECTION SUMMARY");
+}
+inline QString agentTitle()
+{
+    return QStringLiteral("TONVY AGENT COLLECTION SUMMARY");
+}
+inline QString title(ReportKind kind)
+{
+    return kind == ReportKind::Daily ? dailyTitle() : agentTitle();
+}
 
 // Amount in paise as "0.00"; a missing amount is left blank.
 QString formatAmount(Paise amount);

@@ -73,8 +73,8 @@ ReportGeometry computeGeometry()
     // whole sizes, and a fraction would be rounded away from what was measured.
     for (g.headerSize = 10; g.headerSize > 5; g.headerSize -= 1) {
         const qreal s = g.headerSize;
-        const qreal bank =
-            ReportFonts::width(ReportCaptions::bank, s, false) + ReportGeometry::bankNameChars * ReportFonts::widestChar(s, true);
+        const qreal bank = ReportFonts::width(ReportCaptions::bank, s, false) +
+                           ReportGeometry::bankNameChars * ReportFonts::widestChar(s, true);
         const qreal branch = ReportFonts::width(ReportCaptions::branch, s, false) +
                              ReportGeometry::branchNameChars * ReportFonts::widestChar(s, true);
         const qreal date = ReportFonts::width(ReportCaptions::date, s, false) + widestDate(s, true);
@@ -95,13 +95,14 @@ ReportGeometry computeGeometry()
     for (g.bodySize = 10; g.bodySize > 5; g.bodySize -= 1) {
         const qreal s = g.bodySize;
         auto head = [s](const QString& text) { return ReportFonts::width(text, s, true); };
-        const qreal agent = qMax(ReportGeometry::agentIdChars * ReportFonts::widestChar(s, false), head(ReportCaptions::dailyHeads[0]));
+        const qreal agent =
+            qMax(ReportGeometry::agentIdChars * ReportFonts::widestChar(s, false), head(ReportCaptions::dailyHeads[0]));
         g.dailyW[0] = agent;
-        g.dailyW[1] = qMax(ReportGeometry::accountNoChars * ReportFonts::widestDigit(s, false), head(ReportCaptions::dailyHeads[1]));
+        g.dailyW[1] = qMax(ReportGeometry::accountNoChars * ReportFonts::widestDigit(s, false),
+                           head(ReportCaptions::dailyHeads[1]));
         g.dailyW[2] = qMax(amountWidth(10, s), head(ReportCaptions::dailyHeads[2]));
-        g.dailyW[3] =
-            qMax(qMax(amountWidth(15, s), ReportFonts::width(ReportFormat::formatAmount(Paise(0)), s, true)),
-                 head(ReportCaptions::dailyHeads[3]));
+        g.dailyW[3] = qMax(qMax(amountWidth(15, s), ReportFonts::width(ReportFormat::formatAmount(Paise(0)), s, true)),
+                           head(ReportCaptions::dailyHeads[3]));
         g.agentW[0] = agent;
         g.agentW[1] = qMax(amountWidth(15, s), head(ReportCaptions::agentHeads[1]));
         g.agentW[2] = qMax(widestDate(s, false), head(ReportCaptions::agentHeads[2]));

@@ -268,8 +268,7 @@ void ReportPages::paintPage(PageCanvas& canvas, int index, DailyRowSource* sourc
             if (m_kind == ReportKind::Daily) {
                 const QString& date = m_groups.at(item.group).date;
                 const QList<DailyRow> rows =
-                    source ? source->rows(date, item.offset, item.count)
-                           : m_query->rows(date, item.offset, item.count);
+                    source ? source->rows(date, item.offset, item.count) : m_query->rows(date, item.offset, item.count);
                 body.use();
                 for (const DailyRow& row : rows) {
                     const qreal by = y + ascent;

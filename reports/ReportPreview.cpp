@@ -1,14 +1,14 @@
 #include "reports/ReportPreview.h"
 
-#include "core/AppContext.h"
-#include "widgets/ColourButton.h"
-#include "widgets/FocusReturn.h"
-#include "widgets/ScreenParts.h"
 #include "base/DurableFile.h"
+#include "core/AppContext.h"
 #include "reports/ReportGeometry.h"
 #include "reports/ReportRenderer.h"
 #include "reports/SaveAdvice.h"
 #include "store/StoreError.h"
+#include "widgets/ColourButton.h"
+#include "widgets/FocusReturn.h"
+#include "widgets/ScreenParts.h"
 
 #include <QCloseEvent>
 #include <QDir>
@@ -259,8 +259,7 @@ void ReportPreview::cmdSavePdf_Click()
         return;
     auto file = std::make_unique<QSaveFile>(path);
     if (!file->open(QIODevice::WriteOnly)) {
-        endJob(withSaveAdvice(ReportRenderer::cannotWrite(QDir::toNativeSeparators(path), file->errorString())),
-               true);
+        endJob(withSaveAdvice(ReportRenderer::cannotWrite(QDir::toNativeSeparators(path), file->errorString())), true);
         return;
     }
     auto writer = std::make_unique<QPdfWriter>(file.get());

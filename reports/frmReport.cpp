@@ -1,17 +1,17 @@
 #include "reports/frmReport.h"
 
+#include "base/Clock.h"
+#include "base/Messenger.h"
 #include "core/AppContext.h"
+#include "reports/AuditTrailModel.h"
+#include "reports/SaveAdvice.h"
+#include "store/SharedDatabase.h"
+#include "store/StoreError.h"
 #include "widgets/ColourButton.h"
 #include "widgets/FocusReturn.h"
 #include "widgets/KeyHook.h"
 #include "widgets/OptionButton.h"
 #include "widgets/ScreenParts.h"
-#include "base/Clock.h"
-#include "base/Messenger.h"
-#include "reports/AuditTrailModel.h"
-#include "reports/SaveAdvice.h"
-#include "store/SharedDatabase.h"
-#include "store/StoreError.h"
 
 #include <QDateEdit>
 #include <QDir>

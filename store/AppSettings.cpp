@@ -5,8 +5,8 @@
 bool AppSettings::load(SharedDatabase& db)
 {
     *this = AppSettings();
-    SharedRecordset& rs = db.openSharedRecordset(QStringLiteral("select * from path where SNo=?"),
-                                                 {QStringLiteral("1")});
+    SharedRecordset& rs =
+        db.openSharedRecordset(QStringLiteral("select * from path where SNo=?"), {QStringLiteral("1")});
     if (rs.eof())
         return false;
     BankName = rs.text(QStringLiteral("BankName"));

@@ -11,7 +11,6 @@
 #include <QLocale>
 #include <QRegularExpression>
 
-
 namespace DatabaseCopy {
 
 namespace {

@@ -30,8 +30,7 @@ QString requestedTarget(const QString& dataDir, const QDateTime& at, const QStri
 
 QList<CopyFile> requestedCopies(const QString& dataDir)
 {
-    return copiesIn(requestedFolder(dataDir),
-                    QStringLiteral(R"(^HandHeldData-\d{4}-\d{2}-\d{2}-\d{6}(-\d+)?\.db$)"));
+    return copiesIn(requestedFolder(dataDir), QStringLiteral(R"(^HandHeldData-\d{4}-\d{2}-\d{2}-\d{6}(-\d+)?\.db$)"));
 }
 
 } // namespace DatabaseCopy

@@ -28,10 +28,7 @@ public:
 
     sqlite3* db() const { return m_db; }
     int openCode() const { return m_rc; }
-    QString words() const
-    {
-        return QString::fromUtf8(m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(m_rc));
-    }
+    QString words() const { return QString::fromUtf8(m_db ? sqlite3_errmsg(m_db) : sqlite3_errstr(m_rc)); }
 
 private:
     sqlite3* m_db = nullptr;
@@ -119,7 +116,8 @@ bool copyInSteps(const QString& from, const QString& to, StepFailure* failure)
     }
     if (restarts > restartsAllowed) {
         failure->unsettled = true;
-        return fail(failure, SQLITE_BUSY, QStringLiteral("the database changed during the copy %1 times").arg(restarts));
+        return fail(failure, SQLITE_BUSY,
+                    QStringLiteral("the database changed during the copy %1 times").arg(restarts));
     }
     return fail(failure, rc, QString::fromUtf8(sqlite3_errstr(rc)));
 }

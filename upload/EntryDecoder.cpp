@@ -117,8 +117,7 @@ private:
     }
 
     // The text of what is read is made only when the record is too short.
-    template <typename What>
-    static void need(const QByteArray& rec, int index, int lastPos, What what)
+    template <typename What> static void need(const QByteArray& rec, int index, int lastPos, What what)
     {
         if (rec.size() < lastPos)
             throw DecodeFault{

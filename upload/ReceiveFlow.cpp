@@ -1,10 +1,10 @@
 #include "upload/ReceiveFlow.h"
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
-#include "upload/DailyCopyRunner.h"
+#include "core/AppContext.h"
 #include "store/SharedDatabase.h"
 #include "store/StoreError.h"
+#include "upload/DailyCopyRunner.h"
 #include "upload/RestoreStore.h"
 
 #include <QDir>

@@ -126,22 +126,10 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
         // told apart from the upload file's (by transaction number). The
         // terminal sends no separate per-day value: DatewiseTxn keeps the
         // row's own collected amount ("" when nothing was collected).
-        values = {QString::number(i + 1),
-                  text(e.accountNo),
-                  text(e.amount),
-                  text(e.dateTime),
-                  text(e.transactionNumber),
-                  text(e.branchId),
-                  text(e.categoryCode),
-                  text(e.schemeCode),
-                  text(e.customerCode),
-                  text(e.accountName),
-                  text(e.balance),
-                  text(e.agreedAmount),
-                  text(e.lastTxnDate),
-                  text(e.agentId),
-                  text(e.amount),
-                  text(e.bankSoftAcNumber)};
+        values = {QString::number(i + 1),    text(e.accountNo),   text(e.amount),       text(e.dateTime),
+                  text(e.transactionNumber), text(e.branchId),    text(e.categoryCode), text(e.schemeCode),
+                  text(e.customerCode),      text(e.accountName), text(e.balance),      text(e.agreedAmount),
+                  text(e.lastTxnDate),       text(e.agentId),     text(e.amount),       text(e.bankSoftAcNumber)};
         rows.add(values);
     }
     rows.finish();
@@ -178,7 +166,7 @@ void storeRows(SharedDatabase& db, const QDateTime& now, const QString& bankAgen
         const RestoreStore::Entry& e = entries.at(i);
         if (e.amount.isEmpty())
             continue;
-        values = {bankAgentId,     agentNo,  dayOf.at(i),         e.accountNo, paise(e.balance),
+        values = {bankAgentId,     agentNo,    dayOf.at(i),         e.accountNo, paise(e.balance),
                   paise(e.amount), e.dateTime, e.transactionNumber, receivedAt};
         history.add(values);
     }

@@ -35,8 +35,7 @@ bool StagedFiles::stageCheck(SharedDatabase& db, const QString& backupFolder, co
 {
     m_check.path = PathUtil::join(backupFolder, base + QStringLiteral("Check.txt"));
     QString why;
-    if (UploadFiles::ensureFolder(backupFolder, &why) &&
-        stage(m_check, UploadFiles::checkLines(db, bankAgentId), &why))
+    if (UploadFiles::ensureFolder(backupFolder, &why) && stage(m_check, UploadFiles::checkLines(db, bankAgentId), &why))
         return true;
     if (error)
         *error = QStringLiteral("Cannot write the check listing %1: %2.").arg(m_check.path, why);

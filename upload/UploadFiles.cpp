@@ -1,10 +1,10 @@
 #include "upload/UploadFiles.h"
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
 #include "base/DurableFile.h"
 #include "base/Messenger.h"
 #include "base/PathUtil.h"
+#include "core/AppContext.h"
 #include "link/UploadSession.h"
 #include "store/StoreError.h"
 

@@ -133,11 +133,11 @@ QStringList checkLines(SharedDatabase& db, const QString& bankAgentId)
     // CAST to REAL reads the longest numeric prefix after leading blanks
     // and gives 0 when there is none, as Val did; rowid keeps the
     // received order among equal numbers (names without one).
-    QSqlQuery q = rowsOf(
-        db,
-        QStringLiteral("SELECT %1 FROM RestoreData WHERE AgentID = ? ORDER BY CAST(Accountname AS REAL), rowid")
-            .arg(lineColumns),
-        bankAgentId);
+    QSqlQuery q =
+        rowsOf(db,
+               QStringLiteral("SELECT %1 FROM RestoreData WHERE AgentID = ? ORDER BY CAST(Accountname AS REAL), rowid")
+                   .arg(lineColumns),
+               bankAgentId);
     LineValues values;
     while (q.next()) {
         QStringList row = values.next(q);

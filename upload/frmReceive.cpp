@@ -1,11 +1,11 @@
 #include "upload/frmReceive.h"
 
 #include "core/AppContext.h"
+#include "upload/ReceiveFlow.h"
 #include "widgets/ColourButton.h"
 #include "widgets/KeyHook.h"
 #include "widgets/MessageBoxMessenger.h"
 #include "widgets/ScreenParts.h"
-#include "upload/ReceiveFlow.h"
 
 #include <QCloseEvent>
 #include <QFrame>

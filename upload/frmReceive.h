@@ -1,8 +1,8 @@
 #pragma once
 
-#include "widgets/OpenBoxes.h"
 #include "link/SessionMessage.h"
 #include "upload/RestoreStore.h"
+#include "widgets/OpenBoxes.h"
 
 #include <QHash>
 #include <QPointer>

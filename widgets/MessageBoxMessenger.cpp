@@ -1,7 +1,7 @@
 #include "widgets/MessageBoxMessenger.h"
 
-#include "widgets/FocusReturn.h"
 #include "widgets/BoxLook.h"
+#include "widgets/FocusReturn.h"
 
 #include <QApplication>
 #include <QMessageBox>

@@ -1,7 +1,7 @@
 #include "widgets/OpenBoxes.h"
 
-#include "widgets/FocusReturn.h"
 #include "widgets/BoxLook.h"
+#include "widgets/FocusReturn.h"
 
 #include <QEvent>
 #include <QWidget>

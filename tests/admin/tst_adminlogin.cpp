@@ -2,11 +2,11 @@
 #include "admin/frmConfigure.h"
 #include "admin/frmDrive.h"
 #include "admin/frmPassword.h"
-#include "widgets/ColourButton.h"
-#include "widgets/ScreenRegistry.h"
 #include "app/frmMain.h"
 #include "app/frmPassEntry.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/ScreenRegistry.h"
 
 #include <QLineEdit>
 #include <QRadioButton>

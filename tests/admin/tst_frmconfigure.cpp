@@ -1,7 +1,7 @@
 #include "admin/Configuration.h"
 #include "admin/frmConfigure.h"
-#include "widgets/ColourButton.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
 
 #include <QComboBox>
 #include <QFile>

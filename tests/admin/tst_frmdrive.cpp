@@ -1,7 +1,7 @@
 #include "admin/DriveList.h"
 #include "admin/frmDrive.h"
-#include "widgets/ColourButton.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
 
 #include <QComboBox>
 #include <QDir>

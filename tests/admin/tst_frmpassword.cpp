@@ -1,8 +1,8 @@
 #include "admin/PasswordChange.h"
 #include "admin/frmPassword.h"
-#include "widgets/ColourButton.h"
 #include "store/PasswordStore.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
 
 #include <QFrame>
 #include <QLabel>

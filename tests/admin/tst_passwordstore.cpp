@@ -1,8 +1,8 @@
-#include "widgets/ColourButton.h"
 #include "app/frmPassEntry.h"
 #include "store/PasswordStore.h"
 #include "store/StoreError.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
 
 #include <QLineEdit>
 #include <QSignalSpy>

@@ -1,11 +1,11 @@
-#include "widgets/ColourButton.h"
 #include "app/DesktopScreens.h"
-#include "widgets/ScreenRegistry.h"
-#include "core/Startup.h"
 #include "app/frmMain.h"
 #include "app/frmPassEntry.h"
+#include "core/Startup.h"
 #include "tests/support/FakeChannel.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/ScreenRegistry.h"
 
 #include <QApplication>
 #include <QMessageBox>

@@ -1,10 +1,10 @@
-#include "widgets/ColourButton.h"
-#include "widgets/ScreenRegistry.h"
 #include "app/frmMain.h"
 #include "app/frmPassEntry.h"
 #include "base/Version.h"
 #include "store/SettingsStore.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/ScreenRegistry.h"
 
 #include <QApplication>
 #include <QLabel>

@@ -1,6 +1,6 @@
-#include "widgets/ColourButton.h"
 #include "app/frmPassEntry.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
 
 #include <QApplication>
 #include <QLineEdit>
@@ -48,13 +48,20 @@ void tst_frmPassEntry::typedPasswordAgainstStoredOne_data()
     QTest::addColumn<QString>("stored");
     QTest::addColumn<QString>("typed");
     QTest::addColumn<bool>("accepted");
-    QTest::newRow("stored Abc1, typed abc1") << "Abc1" << "abc1" << true;
-    QTest::newRow("stored Abc1, typed Abc1") << "Abc1" << "Abc1" << false;
-    QTest::newRow("stored ABC1, typed abc1") << "ABC1" << "abc1" << true;
-    QTest::newRow("stored abc1, typed ABC1") << "abc1" << "ABC1" << false;
-    QTest::newRow("empty against empty") << "" << "" << true;
-    QTest::newRow("typed with trailing blank") << "abc1" << "abc1 " << false;
-    QTest::newRow("wrong") << "abc1" << "abc2" << false;
+    QTest::newRow("stored Abc1, typed abc1") << "Abc1"
+                                             << "abc1" << true;
+    QTest::newRow("stored Abc1, typed Abc1") << "Abc1"
+                                             << "Abc1" << false;
+    QTest::newRow("stored ABC1, typed abc1") << "ABC1"
+                                             << "abc1" << true;
+    QTest::newRow("stored abc1, typed ABC1") << "abc1"
+                                             << "ABC1" << false;
+    QTest::newRow("empty against empty") << ""
+                                         << "" << true;
+    QTest::newRow("typed with trailing blank") << "abc1"
+                                               << "abc1 " << false;
+    QTest::newRow("wrong") << "abc1"
+                           << "abc2" << false;
 }
 
 void tst_frmPassEntry::typedPasswordAgainstStoredOne()

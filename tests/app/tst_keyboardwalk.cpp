@@ -1,9 +1,6 @@
 #include "admin/DriveList.h"
 #include "admin/frmDrive.h"
-#include "widgets/ColourButton.h"
 #include "app/DesktopScreens.h"
-#include "widgets/MessageBoxMessenger.h"
-#include "widgets/ScreenRegistry.h"
 #include "app/frmMain.h"
 #include "app/frmPassEntry.h"
 #include "reports/frmReport.h"
@@ -12,6 +9,9 @@
 #include "tests/support/Controls.h"
 #include "tests/support/FakeChannel.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/MessageBoxMessenger.h"
+#include "widgets/ScreenRegistry.h"
 
 #include <QApplication>
 #include <QFrame>

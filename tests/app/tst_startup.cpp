@@ -1,6 +1,6 @@
-#include "core/Startup.h"
 #include "base/PathUtil.h"
 #include "base/Version.h"
+#include "core/Startup.h"
 #include "link/PortResolver.h"
 #include "store/PasswordStore.h"
 #include "store/SharedDatabase.h"

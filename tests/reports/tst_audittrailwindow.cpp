@@ -1,4 +1,3 @@
-#include "widgets/ColourButton.h"
 #include "base/Version.h"
 #include "reports/AuditTrailModel.h"
 #include "reports/AuditTrailWindow.h"
@@ -6,6 +5,7 @@
 #include "tests/support/Controls.h"
 #include "tests/support/FailingSync.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
 
 #include <QApplication>
 #include <QDateEdit>

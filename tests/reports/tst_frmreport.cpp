@@ -1,5 +1,3 @@
-#include "widgets/ColourButton.h"
-#include "widgets/ScreenRegistry.h"
 #include "app/frmMain.h"
 #include "reports/ReportRenderer.h"
 #include "reports/frmReport.h"
@@ -8,6 +6,8 @@
 #include "tests/support/FailingSync.h"
 #include "tests/support/TestContext.h"
 #include "tests/support/TestTiming.h"
+#include "widgets/ColourButton.h"
+#include "widgets/ScreenRegistry.h"
 
 #include <QApplication>
 #include <QDateEdit>

@@ -1,5 +1,5 @@
-#include "core/Startup.h"
 #include "base/Clock.h"
+#include "core/Startup.h"
 #include "store/DailyCopy.h"
 #include "store/DatabaseBackup.h"
 #include "store/DatabaseRestore.h"

@@ -1,7 +1,5 @@
 #include "admin/frmConfigure.h"
 #include "admin/frmPassword.h"
-#include "widgets/ColourButton.h"
-#include "widgets/MessageBoxMessenger.h"
 #include "core/Startup.h"
 #include "download/SendFlow.h"
 #include "download/frmsend.h"
@@ -10,6 +8,8 @@
 #include "tests/support/FakeChannel.h"
 #include "tests/support/MessageRecorder.h"
 #include "tests/support/TestContext.h"
+#include "widgets/ColourButton.h"
+#include "widgets/MessageBoxMessenger.h"
 
 #include <QApplication>
 #include <QDir>

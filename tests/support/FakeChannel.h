@@ -50,12 +50,12 @@ public:
     void fail(const QString& message) { emit failed(message); }
     QByteArray lastWritten() const { return written.isEmpty() ? QByteArray() : written.last(); }
 
-    QString openError;           // when set, open() fails with it
+    QString openError; // when set, open() fails with it
     int opens = 0;
-    int writeCalls = 0;          // empty writes included
+    int writeCalls = 0; // empty writes included
     int reads = 0;
-    QList<QByteArray> written;   // non-empty writes in order
-    QByteArray pending;          // fed, not yet read
+    QList<QByteArray> written; // non-empty writes in order
+    QByteArray pending;        // fed, not yet read
 
 private:
     bool m_open = false;

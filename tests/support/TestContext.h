@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/AppContext.h"
 #include "base/Clock.h"
+#include "core/AppContext.h"
 #include "store/SharedDatabase.h"
 #include "tests/support/RecordingMessenger.h"
 

@@ -45,7 +45,12 @@ class TestEntryDecoder : public QObject
 private slots:
     void entryFields()
     {
-        const QByteArray e = entry("001250" "16" "17" "09" "30" "0102");
+        const QByteArray e = entry("001250"
+                                   "16"
+                                   "17"
+                                   "09"
+                                   "30"
+                                   "0102");
         QCOMPARE(EntryDecoder::entryProblem(e), QString());
         QCOMPARE(EntryDecoder::decodeAmount(e.mid(0, 3)), QStringLiteral("0001250.00"));
         QCOMPARE(EntryDecoder::decodeDateTime(e.mid(3, 4)), QStringLiteral("16/01/2007 09:30"));
@@ -56,7 +61,12 @@ private slots:
     {
         // A damaged amount byte still decodes the way version 2.1 read it.
         QCOMPARE(EntryDecoder::decodeAmount(QByteArray::fromHex("A50000")), QStringLiteral("1050000.00"));
-        QCOMPARE(EntryDecoder::entryProblem(entry("A50000" "16" "17" "09" "30" "0102")),
+        QCOMPARE(EntryDecoder::entryProblem(entry("A50000"
+                                                  "16"
+                                                  "17"
+                                                  "09"
+                                                  "30"
+                                                  "0102")),
                  QStringLiteral("the amount is not packed decimal"));
     }
 
@@ -96,11 +106,26 @@ private slots:
 
     void recordWithThreeEntriesGivesThreeWithTheRecordsKeys()
     {
-        const QList<QByteArray> entries = {entry("000100" "16" "B7" "09" "00" "0001"),
-                                           entry("000200" "16" "B7" "09" "05" "0002"),
-                                           entry("000300" "16" "B7" "09" "10" "0003")};
-        const QList<QByteArray> records = replies(
-            {ReplyBytes::transactionRecord("1", "DD001", "000000000100001", entries, char(0x03))});
+        const QList<QByteArray> entries = {entry("000100"
+                                                 "16"
+                                                 "B7"
+                                                 "09"
+                                                 "00"
+                                                 "0001"),
+                                           entry("000200"
+                                                 "16"
+                                                 "B7"
+                                                 "09"
+                                                 "05"
+                                                 "0002"),
+                                           entry("000300"
+                                                 "16"
+                                                 "B7"
+                                                 "09"
+                                                 "10"
+                                                 "0003")};
+        const QList<QByteArray> records =
+            replies({ReplyBytes::transactionRecord("1", "DD001", "000000000100001", entries, char(0x03))});
         QList<Entry> decoded;
         QString error;
         QVERIFY2(EntryDecoder::decodeRecords(records, summaryOf(1), &decoded, &error), qPrintable(error));
@@ -136,8 +161,14 @@ private slots:
 
     void damagedEntryRefusedWithWhere()
     {
-        const QList<QByteArray> records = replies({ReplyBytes::transactionRecord(
-            "1", "DD001", "000000000100001", {entry("000100" "16" "D7" "09" "00" "0001")}, char(0x01))});
+        const QList<QByteArray> records = replies({ReplyBytes::transactionRecord("1", "DD001", "000000000100001",
+                                                                                 {entry("000100"
+                                                                                        "16"
+                                                                                        "D7"
+                                                                                        "09"
+                                                                                        "00"
+                                                                                        "0001")},
+                                                                                 char(0x01))});
         QList<Entry> decoded;
         QString error;
         QVERIFY(!EntryDecoder::decodeRecords(records, summaryOf(1), &decoded, &error));
@@ -147,8 +178,14 @@ private slots:
 
     void apostropheInAKeyRefused()
     {
-        const QList<QByteArray> records = replies({ReplyBytes::transactionRecord(
-            "1", "DD001", "0000000001000'1", {entry("000100" "16" "B7" "09" "00" "0001")}, char(0x01))});
+        const QList<QByteArray> records = replies({ReplyBytes::transactionRecord("1", "DD001", "0000000001000'1",
+                                                                                 {entry("000100"
+                                                                                        "16"
+                                                                                        "B7"
+                                                                                        "09"
+                                                                                        "00"
+                                                                                        "0001")},
+                                                                                 char(0x01))});
         QList<Entry> decoded;
         QString error;
         QVERIFY(!EntryDecoder::decodeRecords(records, summaryOf(1), &decoded, &error));

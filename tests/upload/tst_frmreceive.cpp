@@ -1,4 +1,3 @@
-#include "widgets/ColourButton.h"
 #include "link/LinkChannel.h"
 #include "link/UploadFrames.h"
 #include "link/UploadSession.h"
@@ -11,6 +10,7 @@
 #include "upload/ReceiveFlow.h"
 #include "upload/UploadFiles.h"
 #include "upload/frmReceive.h"
+#include "widgets/ColourButton.h"
 
 #include <QApplication>
 #include <QFile>

@@ -1,10 +1,7 @@
-#include "core/AppContext.h"
 #include "app/DesktopScreens.h"
-#include "widgets/MessageBoxMessenger.h"
-#include "widgets/ScreenRegistry.h"
-#include "upload/StartupOutputs.h"
 #include "app/frmMain.h"
 #include "base/Clock.h"
+#include "core/AppContext.h"
 #include "link/UploadSession.h"
 #include "store/AuditTrail.h"
 #include "store/SettingsStore.h"
@@ -14,7 +11,10 @@
 #include "tests/upload/ReplyBytes.h"
 #include "upload/PendingOutputs.h"
 #include "upload/RestoreStore.h"
+#include "upload/StartupOutputs.h"
 #include "upload/UploadFiles.h"
+#include "widgets/MessageBoxMessenger.h"
+#include "widgets/ScreenRegistry.h"
 
 #include <QAbstractButton>
 #include <QApplication>
