@@ -2,6 +2,7 @@
 #include "terminal/Pty.h"
 #include "terminal/UploadTerminal.h"
 #include "tests/store/ScreenFaults.h"
+#include "tests/support/DownloadedAccounts.h"
 #include "tests/support/MessageRecorder.h"
 #include "tests/support/TestContext.h"
 #include "tests/support/TestTiming.h"
@@ -92,11 +93,7 @@ void tst_StoreFaultsReceive::openScreen()
     QVERIFY2(UploadRecords::build(accounts, UploadRecords::generate(accounts, 9, day, 7), {}, &m_records, &error),
              qPrintable(error));
     m_terminal->setRecords(m_records);
-    for (const TerminalAccount& a : accounts.accounts)
-        t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
-                                     "AgreedAmount, AgentID, BranchID, MyDate) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
-                      {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
-                       a.agreedAmount.toInt(), accounts.agentId, accounts.branchId, a.lastTxnDate});
+    storeAsDownloaded(t->db, accounts);
     t->ctx->portOverride = m_pty->devicePath();
     reopenScreen();
 }

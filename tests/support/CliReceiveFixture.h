@@ -4,6 +4,7 @@
 #include "terminal/Pty.h"
 #include "terminal/UploadRecords.h"
 #include "terminal/UploadTerminal.h"
+#include "tests/support/DownloadedAccounts.h"
 #include "tests/support/TestContext.h"
 #include "tests/support/TestTiming.h"
 
@@ -69,12 +70,7 @@ protected:
         if (!bankAgentId.isEmpty())
             accounts.agentId = bankAgentId.leftJustified(15, QLatin1Char(' '));
         collect(5, 11, options);
-        for (const TerminalAccount& a : accounts.accounts)
-            t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, "
-                                         "BalAmount, AgreedAmount, AgentID, BranchID, MyDate) "
-                                         "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
-                          {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
-                           a.agreedAmount.toInt(), accounts.agentId, accounts.branchId, a.lastTxnDate});
+        storeAsDownloaded(t->db, accounts);
     }
 
     // The terminal's collections of the day: count of them, made from seed.

@@ -3,6 +3,7 @@
 #include "link/UploadSession.h"
 #include "terminal/Pty.h"
 #include "terminal/UploadTerminal.h"
+#include "tests/support/DownloadedAccounts.h"
 #include "tests/support/FakeChannel.h"
 #include "tests/support/TestContext.h"
 #include "tests/support/TestTiming.h"
@@ -132,11 +133,7 @@ void tst_frmReceive::openOnPty(int accounts, int collections)
                                   &m_records, &error),
              qPrintable(error));
     m_terminal->setRecords(m_records);
-    for (const TerminalAccount& a : terminalAccounts.accounts)
-        t->db.execute(QStringLiteral("INSERT INTO BankData (CategoryCode, SchemeCode, ACNumber, ACName, BalAmount, "
-                                     "AgreedAmount, AgentID, BranchID, MyDate) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"),
-                      {a.categoryCode, a.schemeCode, a.accountNumber, a.name.trimmed(), a.balance.toInt(),
-                       a.agreedAmount.toInt(), terminalAccounts.agentId, terminalAccounts.branchId, a.lastTxnDate});
+    storeAsDownloaded(t->db, terminalAccounts);
     t->ctx->portOverride = m_pty->devicePath();
     m_form = std::make_unique<frmReceive>(*t->ctx);
     m_form->show();
