@@ -138,7 +138,7 @@ QByteArray record(const DownloadAccount& account, int frameNumber, LinkCodec& co
     name = name.size() > 28 ? name.left(28) : name.leftJustified(28, QLatin1Char(' '));
     const QString balance = formatDigits(account.balAmount, 10);
     const QString agreed = formatDigits(account.agreedAmount, 6);
-    codec.checkbin2(QString::number(frameNumber));
+    codec.checkbin2(frameNumber);
 
     QByteArray payload;
     payload += latin1(account.categoryCode);

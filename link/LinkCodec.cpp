@@ -72,9 +72,13 @@ qint16 LinkCodec::checkbin(const QString& c)
 
 void LinkCodec::checkbin2(const QString& c)
 {
-    const qint64 v = decimalValue(c);
-    RecHi = toInt16(v / 256, "high byte");
-    RecLo = toInt16(v % 256, "low byte");
+    checkbin2(decimalValue(c));
+}
+
+void LinkCodec::checkbin2(qint64 value)
+{
+    RecHi = toInt16(value / 256, "high byte");
+    RecLo = toInt16(value % 256, "low byte");
 }
 
 qint16 LinkCodec::BinCheck(const QString& c)
@@ -112,6 +116,15 @@ qint16 LinkCodec::addToSum(qint16 sum, int byteValue)
 
 qint16 LinkCodec::addToSum(qint16 sum, const QByteArray& bytes)
 {
+    // Bytes only add, so the running sum overflows somewhere exactly when
+    // the whole sum does: summed plainly first (every reply is checked
+    // this way), and only an overflowing sum goes byte by byte again, to
+    // fail where version 2.1 failed.
+    qint64 total = sum;
+    for (char ch : bytes)
+        total += static_cast<std::uint8_t>(ch);
+    if (total <= std::numeric_limits<qint16>::max())
+        return static_cast<qint16>(total);
     for (char ch : bytes)
         sum = addToSum(sum, static_cast<std::uint8_t>(ch));
     return sum;

@@ -46,6 +46,8 @@ public:
     // Splits a number into RecHi (value div 256) and RecLo (value mod 256).
     void checkbin2(const QString& c);
     void checkbin2R(const QString& c) { checkbin2(c); }
+    // The same from the number itself, for a request per reply.
+    void checkbin2(qint64 value);
 
     // Packed decimal byte (as number text) back to its value: 153 gives 99.
     static qint16 BinCheck(const QString& c);

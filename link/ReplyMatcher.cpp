@@ -6,9 +6,10 @@
 
 ReplyMatcher::ReplyMatcher(QList<QByteArray>& records) : m_records(records) {}
 
-int ReplyMatcher::keptElsewhere(int n, const QByteArray& content) const
+int ReplyMatcher::keptElsewhere(int n, QByteArrayView content) const
 {
-    const auto found = m_kept.constFind(content);
+    // Looked up through the bytes in place: no copy per reply.
+    const auto found = m_kept.constFind(QByteArray::fromRawData(content.data(), content.size()));
     if (found == m_kept.constEnd())
         return -1;
     for (int i : *found) {
@@ -60,12 +61,12 @@ void ReplyMatcher::clearPending()
 
 ReplyMatcher::Decision ReplyMatcher::match(int n, const QByteArray& reply)
 {
-    const QByteArray content = UploadFrames::content(reply);
+    const QByteArrayView content = UploadFrames::contentView(reply);
     const int other = keptElsewhere(n, content);
 
     if (holds(n)) {
         // A record asked for again (step back, check question, walk back).
-        if (UploadFrames::content(m_records.at(n)) == content) {
+        if (UploadFrames::contentView(m_records.at(n)) == content) {
             if (m_disputed == n)
                 m_disputed = -1;
             return {Verdict::Take};
@@ -82,7 +83,7 @@ ReplyMatcher::Decision ReplyMatcher::match(int n, const QByteArray& reply)
             return {Verdict::Take};
         }
         m_disputed = n;
-        m_candidate = content;
+        m_candidate = content.toByteArray();
         return {Verdict::AskAgain};
     }
 
@@ -126,7 +127,7 @@ ReplyMatcher::Decision ReplyMatcher::match(int n, const QByteArray& reply)
             return {Verdict::Take};
         }
         m_unconfirmed = n;
-        m_unconfirmedContent = content;
+        m_unconfirmedContent = content.toByteArray();
         return {Verdict::AskAgain};
     }
     return {Verdict::Take};

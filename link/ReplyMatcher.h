@@ -45,7 +45,7 @@ public:
     void forget(int n);
     bool holds(int n) const { return !m_records.at(n).isEmpty(); }
     // The lowest place other than n holding this content, -1 if none.
-    int keptElsewhere(int n, const QByteArray& content) const;
+    int keptElsewhere(int n, QByteArrayView content) const;
 
     // A fresh receive: every record forgotten, nothing pending.
     void clearAll();

@@ -32,9 +32,14 @@ int requestedRecord(const QByteArray& frame)
 
 QByteArray content(const QByteArray& reply)
 {
+    return contentView(reply).toByteArray();
+}
+
+QByteArrayView contentView(const QByteArray& reply)
+{
     if (reply.size() < ReplySize)
         return {};
-    return reply.mid(ContentStart, ContentSize);
+    return QByteArrayView(reply).sliced(ContentStart, ContentSize);
 }
 
 bool plausibleSummary(const QByteArray& reply)

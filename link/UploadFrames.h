@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 
 // The frames the PC sends in an upload, built without any state, and the
 // parts of a reply the PC reads to tell one reply from another.
@@ -26,6 +27,8 @@ int requestedRecord(const QByteArray& frame);
 // Bytes 10 to 137 of a complete reply (the first 137 bytes of a longer
 // buffer); empty when fewer than 137 bytes are given.
 QByteArray content(const QByteArray& reply);
+// The same bytes seen in place, for comparing and looking up without a copy.
+QByteArrayView contentView(const QByteArray& reply);
 
 // A summary record (reply to request 1) that can be one: its agent (bytes 10
 // to 12) is three digits and its date (bytes 13 to 16, ddmm) a real day and

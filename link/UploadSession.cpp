@@ -242,11 +242,13 @@ void UploadSession::takeReply(int n)
         return;
     }
     if (!UploadPhase::isLastRecord(n, m_summary.TotalRecords)) {
-        emit busyChanged(true);
-        emit progress(n - 1, m_summary.TotalRecords);
         link.codec.CrcOk = false;
         m_recordNo = n + 1;
+        // The terminal waits for the next request, the clerk does not: it
+        // goes out before the screen repaints its progress bar.
         FourthProtocol();
+        emit busyChanged(true);
+        emit progress(n - 1, m_summary.TotalRecords);
         return;
     }
     finish(n);

@@ -117,7 +117,7 @@ void UploadSession::stop()
 void UploadSession::writeRequest()
 {
     LinkState& link = m_port.state();
-    link.codec.checkbin2R(QString::number(m_recordNo));
+    link.codec.checkbin2(m_recordNo);
     link.RecordNo = QString::number(m_recordNo);
     link.TxFrame = UploadFrames::request(link.codec.RecHi, link.codec.RecLo);
     m_port.channel().write(link.TxFrame);

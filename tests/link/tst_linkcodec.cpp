@@ -29,6 +29,8 @@ private slots:
     void checksumOfFrames_data();
     void checksumOfFrames();
     void checksumOverflow();
+    void checksumSummedAtOnce_data();
+    void checksumSummedAtOnce();
     void checkCrc_data();
     void checkCrc();
     void checkCrcShortFrame();
@@ -148,6 +150,11 @@ void TestLinkCodec::checkbin2()
     receiveSide.checkbin2R(text);
     QCOMPARE(int(receiveSide.RecHi), high);
     QCOMPARE(int(receiveSide.RecLo), low);
+    // A request per reply splits the number itself, with the same result.
+    LinkCodec fromNumber;
+    fromNumber.checkbin2(text.toLongLong());
+    QCOMPARE(int(fromNumber.RecHi), high);
+    QCOMPARE(int(fromNumber.RecLo), low);
 }
 
 void TestLinkCodec::binCheck_data()
@@ -284,6 +291,39 @@ void TestLinkCodec::checksumOverflow()
     QVERIFY_THROWS_EXCEPTION(LinkError, LinkCodec::checksum(QByteArray(129, '\xFF')));
     QCOMPARE(int(LinkCodec::addToSum(qint16(32000), 255)), 32255);
     QVERIFY_THROWS_EXCEPTION(LinkError, LinkCodec::addToSum(qint16(32700), 255));
+}
+
+void TestLinkCodec::checksumSummedAtOnce_data()
+{
+    QTest::addColumn<int>("start");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("failure"); // empty: no overflow
+    QTest::newRow("a reply's 127 bytes of 255") << 0 << QByteArray(127, '\xFF') << QString();
+    QTest::newRow("ends on the limit") << 32767 - 2 * 255 << QByteArray(2, '\xFF') << QString();
+    QTest::newRow("one past the limit") << 32767 - 2 * 255 + 1 << QByteArray(2, '\xFF')
+                                        << QStringLiteral("Overflow: check sum = 32768");
+    // The failure names the sum at the byte that overflowed, not the total.
+    QTest::newRow("129 bytes of 255") << 0 << QByteArray(129, '\xFF') << QStringLiteral("Overflow: check sum = 32895");
+    QTest::newRow("negative start") << -32768 << QByteArray(200, '\x80') << QString();
+    QTest::newRow("empty") << 5 << QByteArray() << QString();
+}
+
+void TestLinkCodec::checksumSummedAtOnce()
+{
+    QFETCH(int, start);
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, failure);
+    qint64 expected = start;
+    for (char ch : bytes)
+        expected += static_cast<unsigned char>(ch);
+    try {
+        const qint16 sum = LinkCodec::addToSum(static_cast<qint16>(start), bytes);
+        QVERIFY2(failure.isEmpty(), "no overflow reported");
+        QCOMPARE(qint64(sum), expected);
+    } catch (const LinkError& e) {
+        QCOMPARE(e.kind(), LinkError::Kind::Overflow);
+        QCOMPARE(e.message(), failure);
+    }
 }
 
 namespace {
