@@ -8,6 +8,7 @@ ReplyMatcher::ReplyMatcher(QList<QByteArray>& records) : m_records(records) {}
 
 int ReplyMatcher::keptElsewhere(int n, QByteArrayView content) const
 {
+    indexKept();
     // Looked up through the bytes in place: no copy per reply.
     const auto found = m_kept.constFind(QByteArray::fromRawData(content.data(), content.size()));
     if (found == m_kept.constEnd())
@@ -21,13 +22,23 @@ int ReplyMatcher::keptElsewhere(int n, QByteArrayView content) const
 
 void ReplyMatcher::keep(int n, const QByteArray& reply)
 {
+    indexKept();
     m_records[n] = reply;
-    QList<int>& places = m_kept[UploadFrames::content(reply)];
-    places.insert(std::lower_bound(places.begin(), places.end(), n), n);
+    m_unindexed.append(n);
+}
+
+void ReplyMatcher::indexKept() const
+{
+    for (int n : std::as_const(m_unindexed)) {
+        QList<int>& places = m_kept[UploadFrames::content(m_records.at(n))];
+        places.insert(std::lower_bound(places.begin(), places.end(), n), n);
+    }
+    m_unindexed.clear();
 }
 
 void ReplyMatcher::forget(int n)
 {
+    indexKept();
     QByteArray& kept = m_records[n];
     if (kept.isEmpty())
         return;
@@ -44,6 +55,7 @@ void ReplyMatcher::clearAll()
     for (QByteArray& r : m_records)
         r.clear();
     m_kept.clear();
+    m_unindexed.clear();
     m_badSummaries = 0;
     clearPending();
 }

@@ -40,8 +40,12 @@ public:
     // A good (checked) reply to request n.
     Decision match(int n, const QByteArray& reply);
 
-    // Records[n] set to / cleared from a reply, the index kept in step.
+    // Records[n] set to / cleared from a reply. A kept reply joins the
+    // index when the index is next used, or at indexKept(): a session calls
+    // that once its next request is out, so that the terminal does not wait
+    // on it.
     void keep(int n, const QByteArray& reply);
+    void indexKept() const;
     void forget(int n);
     bool holds(int n) const { return !m_records.at(n).isEmpty(); }
     // The lowest place other than n holding this content, -1 if none.
@@ -59,7 +63,9 @@ private:
     // Where each record content is kept in Records, lowest index first. Two
     // places hold the same content only when the terminal really has two
     // alike.
-    QHash<QByteArray, QList<int>> m_kept;
+    mutable QHash<QByteArray, QList<int>> m_kept;
+    // Kept, not yet in m_kept.
+    mutable QList<int> m_unindexed;
     int m_badSummaries = 0;
     // A record kept earlier answered differently on a later request: the
     // answer that comes twice in a row wins.

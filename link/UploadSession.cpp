@@ -151,6 +151,9 @@ void UploadSession::onComm()
         m_matcher.keep(n, reply);
     }
     takeReply(n);
+    // The next request is out: the index catches up while the terminal
+    // answers it.
+    m_matcher.indexKept();
 }
 
 bool UploadSession::accepted(int n, const QByteArray& reply)
