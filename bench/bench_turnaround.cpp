@@ -1,18 +1,22 @@
 // The PC's turnaround as the terminal sees it, on one pseudo-terminal: from
 // the moment the terminal has written its reply to the moment the PC's next
-// frame is complete on the line. Measured for the program (the upload and
-// the download session over the serial port, as the screens run them) and,
-// in the same run and over the same kind of pseudo-terminal, for a minimal
-// loop that answers the same frames with no program logic (blocking reads
-// and writes, the frames made beforehand). The terminal's side is a plain
-// C++ loop on the master end, in its own thread, timing both alike.
+// frame is complete on the line. Measured in the same run, over the same kind
+// of pseudo-terminal, for three PC sides:
+// - the program: the upload and the download session over the serial port,
+//   as the screens run them;
+// - the Qt floor: QSerialPort on Qt's event loop answering each reply from
+//   readyRead with the next premade frame, written straight to the line, with
+//   no session logic (what any program on this event loop pays);
+// - a minimal loop: blocking reads and writes, the frames made beforehand.
+// The terminal's side is a plain C++ loop on the master end, in its own
+// thread, timing all three alike.
 //
 // Receive: the terminal answers record requests with 137-byte replies; the
 // PC's turnaround per reply is reply written -> next request in. Send: the
 // terminal answers each 137-byte account frame with a 14-byte
 // acknowledgement; the turnaround is acknowledgement written -> next frame in.
-// Printed per reply at 500, 1000, 2000 and 2500 records: the program, the
-// minimal loop, their ratio, what the program adds per reply, and the
+// Printed per reply at 500, 1000, 2000 and 2500 records: the three
+// turnarounds, the program's and the floor's ratio to the loop, and the
 // processor time of each side per reply (less disturbed by other work on
 // the machine than the wall-clock turnaround).
 
@@ -27,6 +31,7 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QSerialPort>
 #include <QTimer>
 #include <algorithm>
 #include <atomic>
@@ -244,6 +249,51 @@ bool minimalLoop(const QString& slavePath, const QList<QByteArray>& frames, qsiz
     return ok;
 }
 
+// The least any program on Qt's event loop can do: the port opened and set
+// up as the program does, and each answer taken from readyRead and answered
+// with the next premade frame, written straight to the line. No session
+// logic, no checks.
+bool qtFloor(const QString& slavePath, const QList<QByteArray>& frames, qsizetype answerSize)
+{
+    QSerialPort port(slavePath);
+    port.setReadBufferSize(1024);
+    if (!port.open(QIODevice::ReadWrite))
+        return false;
+    port.setBaudRate(QSerialPort::Baud19200);
+    port.setFlowControl(QSerialPort::NoFlowControl);
+    QEventLoop loop;
+    QByteArray buffer;
+    qsizetype next = 0;
+    bool ok = true;
+    auto send = [&] {
+        const QByteArray& frame = frames.at(next++);
+        ok = ok && ::write(port.handle(), frame.constData(), static_cast<size_t>(frame.size())) == frame.size();
+    };
+    // The terminal answers the send's end frame too: waited for, as the
+    // loop does.
+    const bool lastAnswered = answerSize == DownloadFrames::AnswerSize;
+    QObject::connect(&port, &QSerialPort::readyRead, &loop, [&] {
+        buffer += port.read(port.bytesAvailable());
+        if (buffer.size() < answerSize)
+            return;
+        buffer.remove(0, answerSize);
+        if (next == frames.size()) {
+            loop.quit();
+            return;
+        }
+        send();
+        if (next == frames.size() && !lastAnswered)
+            loop.quit();
+    });
+    QTimer::singleShot(600000, &loop, [&] {
+        ok = false;
+        loop.quit();
+    });
+    send();
+    loop.exec();
+    return ok;
+}
+
 // Runs `slave` on this thread while the terminal runs on the master end.
 Timing measure(const std::function<void(int master, Timing*)>& terminal,
                const std::function<bool(const QString&)>& slave)
@@ -317,33 +367,54 @@ bool runDownloadSession(const QString& device, const DownloadJob& job)
     return done;
 }
 
-// The machine is shared: each figure is the best of several rounds, the
-// program and the loop taking turns, so that a burst of other work spoils
-// one round and not the figure.
-int Rounds = 5;
+// The machine is shared and its scheduler places the two threads anew for
+// every run, which alone moves a run's median by half. So the program, the
+// Qt floor and the loop take turns, each round's program and floor are set
+// against the loop of the same round, and the ratios printed are the median
+// of those rounds; the turnarounds are the median of the rounds' medians.
+int Rounds = 9;
+
+double medianOf(std::vector<double> values)
+{
+    if (values.empty())
+        return 0;
+    std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
+    return values[values.size() / 2];
+}
 
 struct Row
 {
     int records = 0;
-    double program = 0; // median turnaround, best round
-    double minimal = 0;
-    double programCpu = 0; // the PC side's processor time per reply, best round
-    double minimalCpu = 0;
+    std::vector<double> program, floor, minimal;          // each round's median turnaround
+    std::vector<double> ratio, floorRatio;                // program / loop, floor / loop, per round
+    std::vector<double> programCpu, floorCpu, minimalCpu; // the PC side's processor time per reply
 
-    void add(const Timing& p, const Timing& m)
+    void add(const Timing& p, const Timing& f, const Timing& m)
     {
-        program = program == 0 ? p.median() : std::min(program, p.median());
-        minimal = minimal == 0 ? m.median() : std::min(minimal, m.median());
-        programCpu = programCpu == 0 ? p.cpuPerReply() : std::min(programCpu, p.cpuPerReply());
-        minimalCpu = minimalCpu == 0 ? m.cpuPerReply() : std::min(minimalCpu, m.cpuPerReply());
+        program.push_back(p.median());
+        floor.push_back(f.median());
+        minimal.push_back(m.median());
+        ratio.push_back(p.median() / m.median());
+        floorRatio.push_back(f.median() / m.median());
+        programCpu.push_back(p.cpuPerReply());
+        floorCpu.push_back(f.cpuPerReply());
+        minimalCpu.push_back(m.cpuPerReply());
     }
+    double programMedian() const { return medianOf(program); }
 };
+
+void printHead()
+{
+    std::printf("%-8s %5s  %8s  %8s  %8s  %7s  %7s  %8s  %9s  %8s\n", "side", "recs", "program", "qt.floor", "loop",
+                "ratio", "floor", "prog.cpu", "floor.cpu", "loop.cpu");
+}
 
 void printRow(const char* side, const Row& row, const char* note)
 {
-    std::printf("%-8s %5d  %8.1f  %8.1f  %6.2fx  %7.1f  %8.1f  %8.1f%s\n", side, row.records, row.program, row.minimal,
-                row.minimal > 0 ? row.program / row.minimal : 0, row.program - row.minimal, row.programCpu,
-                row.minimalCpu, note);
+    std::printf("%-8s %5d  %8.1f  %8.1f  %8.1f  %6.2fx  %6.2fx  %8.1f  %9.1f  %8.1f%s\n", side, row.records,
+                medianOf(row.program), medianOf(row.floor), medianOf(row.minimal), medianOf(row.ratio),
+                medianOf(row.floorRatio), medianOf(row.programCpu), medianOf(row.floorCpu), medianOf(row.minimalCpu),
+                note);
     std::fflush(stdout);
 }
 
@@ -356,10 +427,12 @@ void printFlatness(const char* side, const QList<Row>& rows)
 {
     const Row& a = rows.first();
     const Row& b = rows.last();
+    const double cpuA = medianOf(a.programCpu);
+    const double cpuB = medianOf(b.programCpu);
     std::printf("%s, %d -> %d records: turnaround %+.0f %%, the program's processor time per reply %.1f -> %.1f us "
                 "(%+.0f %%)\n",
-                side, a.records, b.records, change(a.program, b.program), a.programCpu, b.programCpu,
-                change(a.programCpu, b.programCpu));
+                side, a.records, b.records, change(a.programMedian(), b.programMedian()), cpuA, cpuB,
+                change(cpuA, cpuB));
 }
 
 } // namespace
@@ -377,11 +450,12 @@ int main(int argc, char* argv[])
     const bool receive = !args.contains(QStringLiteral("--send-only"));
     const bool send = !args.contains(QStringLiteral("--receive-only"));
 
-    std::printf("Turnaround per reply in microseconds (median of a run, best of %d runs), the program against a\n"
-                "minimal loop on the same kind of pty; cpu: the PC side's processor time per reply\n",
+    std::printf("Turnaround per reply in microseconds, median of %d rounds: the program, the least a program on\n"
+                "Qt's event loop does (qt.floor: the port's readyRead answered with premade frames), and a minimal\n"
+                "loop, on the same kind of pty. ratio: program / loop, floor: qt.floor / loop, each the median of\n"
+                "the rounds' ratios; cpu: the PC side's processor time per reply\n",
                 Rounds);
-    std::printf("%-8s %5s  %8s  %8s  %7s  %7s  %8s  %8s\n", "side", "recs", "program", "loop", "ratio", "adds",
-                "prog.cpu", "loop.cpu");
+    printHead();
 
     QList<Row> receiveRows;
     for (int records : receive ? sizes : QList<int>()) {
@@ -405,16 +479,21 @@ int main(int argc, char* argv[])
         row.records = records;
         for (int round = 0; round < Rounds; ++round) {
             const Timing program = measure(terminal, runUploadSession);
+            const Timing floor = measure(terminal, [&requests](const QString& device) {
+                return qtFloor(device, requests, UploadFrames::ReplySize);
+            });
             const Timing minimal = measure(terminal, [&requests](const QString& device) {
                 return minimalLoop(device, requests, UploadFrames::ReplySize);
             });
-            if (!program.ok || !minimal.ok) {
+            if (!program.ok || !floor.ok || !minimal.ok) {
                 std::fprintf(stderr,
-                             "the receive of %d records did not complete (program %d, %zu replies; loop %d, %zu)\n",
-                             records, program.ok, program.turnUs.size(), minimal.ok, minimal.turnUs.size());
+                             "the receive of %d records did not complete (program %d, %zu replies; floor %d, %zu; "
+                             "loop %d, %zu)\n",
+                             records, program.ok, program.turnUs.size(), floor.ok, floor.turnUs.size(), minimal.ok,
+                             minimal.turnUs.size());
                 return 1;
             }
-            row.add(program, minimal);
+            row.add(program, floor, minimal);
         }
         receiveRows.append(row);
         printRow("receive", row, records > UploadSession::RecordCeiling ? "  (2000 taken: the ceiling)" : "");
@@ -442,16 +521,21 @@ int main(int argc, char* argv[])
         for (int round = 0; round < Rounds; ++round) {
             const Timing program =
                 measure(downloadTerminal, [&job](const QString& device) { return runDownloadSession(device, job); });
+            const Timing floor = measure(downloadTerminal, [&frames](const QString& device) {
+                return qtFloor(device, frames, DownloadFrames::AnswerSize);
+            });
             const Timing minimal = measure(downloadTerminal, [&frames](const QString& device) {
                 return minimalLoop(device, frames, DownloadFrames::AnswerSize);
             });
-            if (!program.ok || !minimal.ok) {
+            if (!program.ok || !floor.ok || !minimal.ok) {
                 std::fprintf(stderr,
-                             "the send of %d accounts did not complete (program %d, %zu replies; loop %d, %zu)\n",
-                             accounts, program.ok, program.turnUs.size(), minimal.ok, minimal.turnUs.size());
+                             "the send of %d accounts did not complete (program %d, %zu replies; floor %d, %zu; "
+                             "loop %d, %zu)\n",
+                             accounts, program.ok, program.turnUs.size(), floor.ok, floor.turnUs.size(), minimal.ok,
+                             minimal.turnUs.size());
                 return 1;
             }
-            row.add(program, minimal);
+            row.add(program, floor, minimal);
         }
         sendRows.append(row);
         printRow("send", row, accounts < records ? "  (2499: the frame array's limit)" : "");
