@@ -4,6 +4,8 @@
 
 #include <QFileInfo>
 
+#include <algorithm>
+
 #ifdef Q_OS_UNIX
 #include <unistd.h>
 #endif
@@ -162,13 +164,21 @@ void SerialLink::write(const QByteArray& bytes)
 
 QByteArray SerialLink::readAll()
 {
-    // readAll() starts from a read-ahead chunk far larger than a reply and
-    // shrinks it again, for every reply. What is buffered is read as it is;
-    // only a full buffer (the port's notifications then paused) goes through
-    // readAll(), which starts them again.
+    // What is buffered is copied into an array of its own size. Asked for
+    // exactly what it holds, the port would hand over its whole read chunk
+    // (a kilobyte) instead, and allocate a fresh one for the next reply: a
+    // receive keeps every reply, so its memory would grow by a kilobyte a
+    // reply, each fresh page a fault. Only a full buffer (the port's
+    // notifications then paused) goes through readAll(), which starts them
+    // again.
     const qint64 available = m_port.bytesAvailable();
-    const QByteArray bytes =
-        available > 0 && available < m_port.readBufferSize() ? m_port.read(available) : m_port.readAll();
+    QByteArray bytes;
+    if (available > 0 && available < m_port.readBufferSize()) {
+        bytes.resize(available);
+        bytes.resize(std::max<qint64>(m_port.read(bytes.data(), available), 0));
+    } else {
+        bytes = m_port.readAll();
+    }
     if (m_trace)
         m_trace->chunk("IN ", bytes);
     return bytes;

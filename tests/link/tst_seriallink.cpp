@@ -21,6 +21,7 @@ private slots:
     void busyDevice();
     void inputEmptiedOnOpen();
     void lostLineReportedOnce();
+    void keptRepliesHoldOnlyTheirBytes();
 };
 
 void tst_SerialLink::openErrorTexts_data()
@@ -163,6 +164,31 @@ void tst_SerialLink::inputEmptiedOnOpen()
     pty.write("fresh");
     QTRY_VERIFY(!arrived.isEmpty());
     QCOMPARE(link.readAll(), QByteArray("fresh"));
+}
+
+void tst_SerialLink::keptRepliesHoldOnlyTheirBytes()
+{
+    // A receive keeps every reply it reads. A reply that held the port's
+    // whole read chunk would keep a kilobyte, and the port would allocate a
+    // fresh chunk for every reply.
+    Pty pty;
+    QString error;
+    QVERIFY(pty.open(&error));
+    SerialLink link;
+    link.setDevice(pty.devicePath());
+    QVERIFY2(link.open(&error), qPrintable(error));
+    QList<QByteArray> kept;
+    for (int i = 0; i < 20; ++i) {
+        QSignalSpy arrived(&link, &LinkChannel::dataArrived);
+        const QByteArray reply(137, static_cast<char>('A' + i));
+        pty.write(reply);
+        QByteArray got;
+        QTRY_VERIFY((got += link.readAll()).size() >= reply.size());
+        QCOMPARE(got, reply);
+        kept.append(got);
+    }
+    for (const QByteArray& reply : std::as_const(kept))
+        QVERIFY2(reply.capacity() < 512, qPrintable(QStringLiteral("capacity %1").arg(reply.capacity())));
 }
 
 void tst_SerialLink::lostLineReportedOnce()
