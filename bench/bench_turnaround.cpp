@@ -34,6 +34,7 @@
 #include <QSerialPort>
 #include <QTimer>
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -369,10 +370,26 @@ bool runDownloadSession(const QString& device, const DownloadJob& job)
 
 // The machine is shared and its scheduler places the two threads anew for
 // every run, which alone moves a run's median by half. So the program, the
-// Qt floor and the loop take turns, each round's program and floor are set
+// Qt floor and the loop take turns (which goes first changing from round to
+// round), each round's program and floor are set
 // against the loop of the same round, and the ratios printed are the median
 // of those rounds; the turnarounds are the median of the rounds' medians.
 int Rounds = 9;
+
+// The three sides of one round, each round starting with the next one: the
+// first run of a round is slower (the threads are placed anew), and it must
+// not always fall to the same side.
+std::array<Timing, 3> inTurn(int round, const std::function<Timing()>& program, const std::function<Timing()>& floor,
+                             const std::function<Timing()>& minimal)
+{
+    const std::array<const std::function<Timing()>*, 3> sides{&program, &floor, &minimal};
+    std::array<Timing, 3> timings;
+    for (int i = 0; i < 3; ++i) {
+        const int side = (round + i) % 3;
+        timings[static_cast<std::size_t>(side)] = (*sides[static_cast<std::size_t>(side)])();
+    }
+    return timings;
+}
 
 double medianOf(std::vector<double> values)
 {
@@ -478,13 +495,18 @@ int main(int argc, char* argv[])
         Row row;
         row.records = records;
         for (int round = 0; round < Rounds; ++round) {
-            const Timing program = measure(terminal, runUploadSession);
-            const Timing floor = measure(terminal, [&requests](const QString& device) {
-                return qtFloor(device, requests, UploadFrames::ReplySize);
-            });
-            const Timing minimal = measure(terminal, [&requests](const QString& device) {
-                return minimalLoop(device, requests, UploadFrames::ReplySize);
-            });
+            const auto [program, floor, minimal] = inTurn(
+                round, [&] { return measure(terminal, runUploadSession); },
+                [&] {
+                    return measure(terminal, [&requests](const QString& device) {
+                        return qtFloor(device, requests, UploadFrames::ReplySize);
+                    });
+                },
+                [&] {
+                    return measure(terminal, [&requests](const QString& device) {
+                        return minimalLoop(device, requests, UploadFrames::ReplySize);
+                    });
+                });
             if (!program.ok || !floor.ok || !minimal.ok) {
                 std::fprintf(stderr,
                              "the receive of %d records did not complete (program %d, %zu replies; floor %d, %zu; "
@@ -519,14 +541,22 @@ int main(int argc, char* argv[])
         Row row;
         row.records = accounts;
         for (int round = 0; round < Rounds; ++round) {
-            const Timing program =
-                measure(downloadTerminal, [&job](const QString& device) { return runDownloadSession(device, job); });
-            const Timing floor = measure(downloadTerminal, [&frames](const QString& device) {
-                return qtFloor(device, frames, DownloadFrames::AnswerSize);
-            });
-            const Timing minimal = measure(downloadTerminal, [&frames](const QString& device) {
-                return minimalLoop(device, frames, DownloadFrames::AnswerSize);
-            });
+            const auto [program, floor, minimal] = inTurn(
+                round,
+                [&] {
+                    return measure(downloadTerminal,
+                                   [&job](const QString& device) { return runDownloadSession(device, job); });
+                },
+                [&] {
+                    return measure(downloadTerminal, [&frames](const QString& device) {
+                        return qtFloor(device, frames, DownloadFrames::AnswerSize);
+                    });
+                },
+                [&] {
+                    return measure(downloadTerminal, [&frames](const QString& device) {
+                        return minimalLoop(device, frames, DownloadFrames::AnswerSize);
+                    });
+                });
             if (!program.ok || !floor.ok || !minimal.ok) {
                 std::fprintf(stderr,
                              "the send of %d accounts did not complete (program %d, %zu replies; floor %d, %zu; "
