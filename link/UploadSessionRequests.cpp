@@ -118,9 +118,11 @@ void UploadSession::writeRequest()
 {
     LinkState& link = m_port.state();
     link.codec.checkbin2(m_recordNo);
-    link.RecordNo = QString::number(m_recordNo);
     link.TxFrame = UploadFrames::request(link.codec.RecHi, link.codec.RecLo);
     m_port.channel().write(link.TxFrame);
+    // The shared state keeps the number as text too; nothing on the line
+    // waits for that, so it is set once the request is out.
+    link.RecordNo = QString::number(m_recordNo);
 }
 
 void UploadSession::FifthProtocol()
