@@ -392,6 +392,19 @@ private slots:
         QCOMPARE(static_cast<unsigned char>(c[5]), 0x30);
     }
 
+    void nextRequestIsOutBeforeTheProgressIsShown()
+    {
+        // The screen's progress bar repaints at once when told: the terminal
+        // must not wait for that.
+        startUpload(40);
+        QList<int> requestedAtProgress;
+        connect(session.get(), &UploadSession::progress, this,
+                [&] { requestedAtProgress.append(requested(channel->lastWritten())); });
+        for (int n = 2; n <= 5; ++n)
+            channel->feed(reply(transactionRecord(n)));
+        QCOMPARE(requestedAtProgress, (QList<int>{3, 4, 5, 6}));
+    }
+
     void announcedFortyEndsAtReply41()
     {
         QSignalSpy progress(session.get(), &UploadSession::progress);
