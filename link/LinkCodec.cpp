@@ -145,8 +145,13 @@ void LinkCodec::CheckCRC(const QByteArray& frame)
     if (frame.size() < 137)
         throw LinkError(LinkError::Kind::InvalidCall,
                         QStringLiteral("frame of %1 bytes, 137 expected").arg(frame.size()));
-    // Summed in place: a copy of the 127 bytes for every reply is not needed.
-    CRCSum = finishChecksum(addToSum(0, QByteArray::fromRawData(frame.constData() + 9, 127)));
+    // Summed in place, plainly: 127 bytes of at most 255 make at most 32385,
+    // so the 16-bit sum cannot overflow here.
+    const auto* covered = reinterpret_cast<const unsigned char*>(frame.constData()) + 9;
+    int sum = 0;
+    for (int i = 0; i < 127; ++i)
+        sum += covered[i];
+    CRCSum = finishChecksum(static_cast<qint16>(sum));
     CrcOk = CRCSum == static_cast<std::uint8_t>(frame.at(136));
 }
 
