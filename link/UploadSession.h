@@ -2,6 +2,7 @@
 
 #include "link/ReplyMatcher.h"
 #include "link/SessionMessage.h"
+#include "link/SessionTimer.h"
 #include "link/UploadPhase.h"
 #include "link/UploadReplies.h"
 
@@ -76,8 +77,8 @@ public:
     int recordNo() const { return m_recordNo; }
     void setRecordNo(int recordNo) { m_recordNo = recordNo; }
 
-    QTimer& timer1() { return m_timer1; }
-    QTimer& timer3() { return m_timer3; }
+    SessionTimer& timer1() { return m_timer1; }
+    SessionTimer& timer3() { return m_timer3; }
     QTimer& flushTimer() { return m_flushTimer; }
 
     UploadSummary& summary() { return m_summary; }
@@ -143,8 +144,8 @@ private:
     LinkPort& m_port;
     Clock& m_clock;
     UploadSummary m_summary;
-    QTimer m_timer1;
-    QTimer m_timer3;
+    SessionTimer m_timer1;
+    SessionTimer m_timer3;
     QTimer m_flushTimer;
     UploadPhase m_phase;
     int m_recordNo = -1;

@@ -14,8 +14,8 @@ UploadSession::UploadSession(LinkPort& port, Clock& clock, QObject* parent)
 {
     m_timer1.setInterval(1000);
     m_timer3.setInterval(5000);
-    connect(&m_timer1, &QTimer::timeout, this, &UploadSession::Timer1_Timer);
-    connect(&m_timer3, &QTimer::timeout, this, &UploadSession::Timer3_Timer);
+    connect(&m_timer1, &SessionTimer::timeout, this, &UploadSession::Timer1_Timer);
+    connect(&m_timer3, &SessionTimer::timeout, this, &UploadSession::Timer3_Timer);
     m_flushTimer.setSingleShot(true);
     m_flushTimer.setInterval(FlushQuietMs);
     connect(&m_flushTimer, &QTimer::timeout, this, &UploadSession::FlushTimer_Timer);
@@ -118,7 +118,13 @@ void UploadSession::writeRequest()
 {
     LinkState& link = m_port.state();
     link.codec.checkbin2(m_recordNo);
-    link.TxFrame = UploadFrames::request(link.codec.RecHi, link.codec.RecLo);
+    if (UploadFrames::requestedRecord(link.TxFrame) >= 0) {
+        // The last frame was a request too: only its record number changes.
+        link.TxFrame[7] = static_cast<char>(link.codec.RecHi & 0xFF);
+        link.TxFrame[8] = static_cast<char>(link.codec.RecLo & 0xFF);
+    } else {
+        link.TxFrame = UploadFrames::request(link.codec.RecHi, link.codec.RecLo);
+    }
     m_port.channel().write(link.TxFrame);
     // The shared state keeps the number as text too; nothing on the line
     // waits for that, so it is set once the request is out.
