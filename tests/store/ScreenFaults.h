@@ -2,6 +2,7 @@
 
 #include "tests/store/StoreFaults.h"
 #include "tests/support/Controls.h"
+#include "tests/support/RecordingMessenger.h"
 #include "widgets/ColourButton.h"
 
 #include <QApplication>
@@ -210,6 +211,65 @@ inline bool saysWhatToDo(Fault fault, const QString& message, const QString& fil
     }
     return false;
 }
+
+// What is wrong with the messages after a step the fault refused: exactly
+// one, critical, naming the file and saying what to do. Empty when right.
+inline QString refusedOnce(const RecordingMessenger& messenger, Fault fault, const QString& file)
+{
+    if (messenger.entries().size() != 1)
+        return QStringLiteral("%1 messages, one expected: %2")
+            .arg(messenger.entries().size())
+            .arg(messenger.texts().join(" | "));
+    if (messenger.lastIcon() != Messenger::Icon::Critical)
+        return QStringLiteral("not a critical message: %1").arg(messenger.last());
+    if (!saysWhatToDo(fault, messenger.last(), file))
+        return messenger.last();
+    return {};
+}
+
+// The database file before a refused step, which must leave it exactly so:
+// its bytes, and whether it is there at all.
+class Untouched
+{
+public:
+    explicit Untouched(const QString& file)
+        : m_file(file), m_bytes(StoreFaults::bytesOf(file)), m_existed(QFile::exists(file))
+    {
+    }
+    bool existed() const { return m_existed; }
+    // Empty when the file is as it was.
+    QString change() const
+    {
+        if (QFile::exists(m_file) != m_existed)
+            return QStringLiteral("%1 %2").arg(m_file, m_existed ? "is gone" : "appeared");
+        if (StoreFaults::bytesOf(m_file) != m_bytes)
+            return QStringLiteral("%1 was written to").arg(m_file);
+        return {};
+    }
+
+private:
+    QString m_file;
+    QByteArray m_bytes;
+    bool m_existed;
+};
+
+} // namespace ScreenFaults
+
+// A step refused under a fault: one critical message that says what to do.
+#define CHECK_REFUSED_ONCE(messenger, fault, file)                                                                     \
+    do {                                                                                                               \
+        const QString wrong_ = ScreenFaults::refusedOnce(messenger, fault, file);                                      \
+        QVERIFY2(wrong_.isEmpty(), qPrintable(wrong_));                                                                \
+    } while (false)
+
+// The database file as the Untouched snapshot found it.
+#define CHECK_UNTOUCHED(untouched)                                                                                     \
+    do {                                                                                                               \
+        const QString change_ = (untouched).change();                                                                  \
+        QVERIFY2(change_.isEmpty(), qPrintable(change_));                                                              \
+    } while (false)
+
+namespace ScreenFaults {
 
 // A colour button pressed as the clerk does: focus, then the space bar.
 inline void press(QWidget* window, const char* button)

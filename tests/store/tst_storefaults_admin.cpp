@@ -145,16 +145,12 @@ void tst_StoreFaultsAdmin::driveSelectionSave()
     const QString file = t.db.filePath();
     Applied applied;
     QVERIFY(applied.apply(Fault(fault), file, "Path", "immediate"));
-    const QByteArray there = StoreFaults::bytesOf(file);
-    const bool existed = QFile::exists(file);
+    const ScreenFaults::Untouched untouched(file);
     press(&w, "cmdSend");
-    QCOMPARE(t.messenger.entries().size(), 1);
-    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY2(saysWhatToDo(Fault(fault), t.messenger.last(), file), qPrintable(t.messenger.last()));
+    CHECK_REFUSED_ONCE(t.messenger, Fault(fault), file);
     QCOMPARE(t.messenger.count("Data Saved Successfully"), 0);
     QCOMPARE(t.ctx->settings.BankInfoPath, t.path("bank"));
-    QCOMPARE(QFile::exists(file), existed);
-    QCOMPARE(StoreFaults::bytesOf(file), there);
+    CHECK_UNTOUCHED(untouched);
     QVERIFY(w.isVisible());
     if (Applied::liftable(Fault(fault))) {
         applied.lift();
@@ -188,18 +184,14 @@ void tst_StoreFaultsAdmin::configurationSaveAfterTheDatabaseWentAway()
     const QString file = t.db.filePath();
     Applied applied;
     QVERIFY(applied.apply(Fault(fault), file, "Path", "immediate"));
-    const QByteArray there = StoreFaults::bytesOf(file);
-    const bool existed = QFile::exists(file);
+    const ScreenFaults::Untouched untouched(file);
     auto* bank = control<QLineEdit>(&w, "txtBankName");
     bank->setFocus();
     bank->selectAll();
     QTest::keyClicks(bank, "NEW BANK");
     press(&w, "cmdUpdate");
-    QCOMPARE(t.messenger.entries().size(), 1);
-    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY2(saysWhatToDo(Fault(fault), t.messenger.last(), file), qPrintable(t.messenger.last()));
-    QCOMPARE(QFile::exists(file), existed);
-    QCOMPARE(StoreFaults::bytesOf(file), there);
+    CHECK_REFUSED_ONCE(t.messenger, Fault(fault), file);
+    CHECK_UNTOUCHED(untouched);
     if (Fault(fault) == Fault::Renamed) {
         // The file moved aside still holds the old settings.
         SharedDatabase moved;
@@ -218,17 +210,14 @@ void tst_StoreFaultsAdmin::loginReadingThePassword()
     const QString file = t.db.filePath();
     Applied applied;
     QVERIFY(applied.apply(Fault(fault), file, "Password", "exclusive"));
-    const QByteArray there = StoreFaults::bytesOf(file);
-    const bool existed = QFile::exists(file);
+    const ScreenFaults::Untouched untouched(file);
 
     // The menu opens the prompt: the password is read, and cannot be.
     frmPassEntry prompt(*t.ctx);
     QSignalSpy passed(&prompt, &frmPassEntry::loginSucceeded);
     prompt.show();
     QVERIFY(QTest::qWaitForWindowExposed(&prompt));
-    QCOMPARE(t.messenger.entries().size(), 1);
-    QCOMPARE(t.messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY2(saysWhatToDo(Fault(fault), t.messenger.last(), file), qPrintable(t.messenger.last()));
+    CHECK_REFUSED_ONCE(t.messenger, Fault(fault), file);
 
     // Nothing typed lets the clerk in, an empty password or the right one;
     // the clerk is told again what is wrong, not that the password is.
@@ -246,8 +235,7 @@ void tst_StoreFaultsAdmin::loginReadingThePassword()
         QVERIFY(prompt.isVisible());
         QVERIFY(box->text().isEmpty());
     }
-    QCOMPARE(QFile::exists(file), existed);
-    QCOMPARE(StoreFaults::bytesOf(file), there);
+    CHECK_UNTOUCHED(untouched);
 
     if (Applied::liftable(Fault(fault))) {
         // The other program has let go: the right password opens the screen.

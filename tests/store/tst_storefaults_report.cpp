@@ -132,14 +132,10 @@ void tst_StoreFaultsReport::viewUnderAFault()
     QFETCH(int, fault);
     std::unique_ptr<StoreFaults::LockHolder> holder;
     QVERIFY(apply(ReadFault(fault), m_file, holder));
-    const QByteArray there = StoreFaults::bytesOf(m_file);
-    const bool existed = QFile::exists(m_file);
+    const ScreenFaults::Untouched untouched(m_file);
     QVERIFY(!openPreviewByKeyboard());
-    QCOMPARE(t->messenger.entries().size(), 1);
-    QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY2(saysWhatToDo(ReadFault(fault), t->messenger.last(), m_file), qPrintable(t->messenger.last()));
-    QCOMPARE(StoreFaults::bytesOf(m_file), there);
-    QCOMPARE(QFile::exists(m_file), existed);
+    CHECK_REFUSED_ONCE(t->messenger, ReadFault(fault), m_file);
+    CHECK_UNTOUCHED(untouched);
     QVERIFY(m_form->isVisible());
     if (ReadFault(fault) == ReadFault::Locked) {
         // The other program has let go: the same View shows the report.
@@ -156,15 +152,11 @@ void tst_StoreFaultsReport::exportUnderAFault()
     QFETCH(int, fault);
     std::unique_ptr<StoreFaults::LockHolder> holder;
     QVERIFY(apply(ReadFault(fault), m_file, holder));
-    const QByteArray there = StoreFaults::bytesOf(m_file);
-    const bool existed = QFile::exists(m_file);
+    const ScreenFaults::Untouched untouched(m_file);
     press(m_form.get(), "cmdExport");
-    QCOMPARE(t->messenger.entries().size(), 1);
-    QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY2(saysWhatToDo(ReadFault(fault), t->messenger.last(), m_file), qPrintable(t->messenger.last()));
+    CHECK_REFUSED_ONCE(t->messenger, ReadFault(fault), m_file);
     QVERIFY(!QFile::exists(m_chosen));
-    QCOMPARE(StoreFaults::bytesOf(m_file), there);
-    QCOMPARE(QFile::exists(m_file), existed);
+    CHECK_UNTOUCHED(untouched);
     QVERIFY(m_form->isVisible());
     if (ReadFault(fault) == ReadFault::Locked) {
         holder.reset();
@@ -183,8 +175,7 @@ void tst_StoreFaultsReport::savePdfFromAnOpenPreviewUnderAFault()
     preview->setSavePathChooser([this](QWidget*, const QString&) { return m_chosen; });
     std::unique_ptr<StoreFaults::LockHolder> holder;
     QVERIFY(apply(ReadFault(fault), m_file, holder));
-    const QByteArray there = StoreFaults::bytesOf(m_file);
-    const bool existed = QFile::exists(m_file);
+    const ScreenFaults::Untouched untouched(m_file);
     auto* status = control<QLabel>(preview, "lblStatus");
     press(preview, "cmdSavePdf");
     QTRY_VERIFY_WITH_TIMEOUT(!preview->isWriting(), scaledMs(30000));
@@ -193,8 +184,7 @@ void tst_StoreFaultsReport::savePdfFromAnOpenPreviewUnderAFault()
     QVERIFY2(saysWhatToDo(ReadFault(fault), status->text(), m_file), qPrintable(status->text()));
     QVERIFY(t->messenger.entries().isEmpty());
     QVERIFY(!QFile::exists(m_chosen));
-    QCOMPARE(StoreFaults::bytesOf(m_file), there);
-    QCOMPARE(QFile::exists(m_file), existed);
+    CHECK_UNTOUCHED(untouched);
     // The preview stays usable: its pages scroll, Save PDF is offered again.
     QVERIFY(preview->isVisible());
     QVERIFY(control<ColourButton>(preview, "cmdSavePdf")->isEnabled());
@@ -217,22 +207,18 @@ void tst_StoreFaultsReport::auditTrailViewUnderAFault()
     QVERIFY(m_form->auditChosen());
     std::unique_ptr<StoreFaults::LockHolder> holder;
     QVERIFY(apply(ReadFault(fault), m_file, holder, {"AuditTrail"}));
-    const QByteArray there = StoreFaults::bytesOf(m_file);
-    const bool existed = QFile::exists(m_file);
+    const ScreenFaults::Untouched untouched(m_file);
     press(m_form.get(), "cmdView");
     QVERIFY(!m_form->auditWindow());
-    QCOMPARE(t->messenger.entries().size(), 1);
-    QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
-    QVERIFY2(saysWhatToDo(ReadFault(fault), t->messenger.last(), m_file), qPrintable(t->messenger.last()));
-    QCOMPARE(StoreFaults::bytesOf(m_file), there);
-    QCOMPARE(QFile::exists(m_file), existed);
+    CHECK_REFUSED_ONCE(t->messenger, ReadFault(fault), m_file);
+    CHECK_UNTOUCHED(untouched);
     // Export CSV of the audit trail reads it too.
     t->messenger.clear();
     press(m_form.get(), "cmdExport");
     QCOMPARE(t->messenger.lastIcon(), Messenger::Icon::Critical);
     QVERIFY2(saysWhatToDo(ReadFault(fault), t->messenger.last(), m_file), qPrintable(t->messenger.last()));
     QVERIFY(!QFile::exists(m_chosen));
-    QCOMPARE(QFile::exists(m_file), existed);
+    QCOMPARE(QFile::exists(m_file), untouched.existed());
     if (ReadFault(fault) == ReadFault::Locked) {
         holder.reset();
         t->messenger.clear();
