@@ -30,6 +30,7 @@
 #include "base/Clock.h"
 #include "base/Messenger.h"
 #include "bench/LineRelay.h"
+#include "bench/SampleDownload.h"
 #include "core/AppContext.h"
 #include "link/DownloadSession.h"
 #include "link/LinkPort.h"
@@ -121,17 +122,8 @@ Figures runSends(LineRelay& relay, int sends, int accountsPerSend, int timeoutMs
     QElapsedTimer total;
     total.start();
     for (int send = 1; send <= sends; ++send) {
-        DownloadJob job;
-        job.agentDateKey = QStringLiteral("0051611");
-        job.fileName = QStringLiteral("Bank/0051611d.txt");
-        job.branchId = QStringLiteral("BR0001         ");
+        DownloadJob job = sampleDownloadHead();
         job.agentId = QStringLiteral("AG%1").arg(send, 4, 10, QLatin1Char('0')).leftJustified(15);
-        job.transactions = QStringLiteral("5");
-        job.downloadPassword = QStringLiteral("1111");
-        job.setupPassword = QStringLiteral("2222");
-        job.bankName = QStringLiteral("TONVY BANK");
-        job.branchName = QStringLiteral("MAIN ROAD");
-        job.fontSize = QStringLiteral("0");
         job.accounts = makeAccounts(accountsPerSend, send);
         job.recordCount = static_cast<int>(job.accounts.size());
 
