@@ -42,6 +42,16 @@ qint16 toInt16(qint64 v, const char* what)
     return static_cast<qint16>(v);
 }
 
+// The bytes' values added up, with no check on the way.
+qint64 plainSum(const char* bytes, qsizetype count)
+{
+    const auto* values = reinterpret_cast<const unsigned char*>(bytes);
+    qint64 sum = 0;
+    for (qsizetype i = 0; i < count; ++i)
+        sum += values[i];
+    return sum;
+}
+
 } // namespace
 
 qint16 LinkCodec::checkbin1(const QString& c)
@@ -117,12 +127,9 @@ qint16 LinkCodec::addToSum(qint16 sum, int byteValue)
 qint16 LinkCodec::addToSum(qint16 sum, const QByteArray& bytes)
 {
     // Bytes only add, so the running sum overflows somewhere exactly when
-    // the whole sum does: summed plainly first (every reply is checked
-    // this way), and only an overflowing sum goes byte by byte again, to
-    // fail where version 2.1 failed.
-    qint64 total = sum;
-    for (char ch : bytes)
-        total += static_cast<std::uint8_t>(ch);
+    // the whole sum does: summed plainly first, and only an overflowing sum
+    // goes byte by byte again, to fail where version 2.1 failed.
+    const qint64 total = sum + plainSum(bytes.constData(), bytes.size());
     if (total <= std::numeric_limits<qint16>::max())
         return static_cast<qint16>(total);
     for (char ch : bytes)
@@ -147,11 +154,7 @@ void LinkCodec::CheckCRC(const QByteArray& frame)
                         QStringLiteral("frame of %1 bytes, 137 expected").arg(frame.size()));
     // Summed in place, plainly: 127 bytes of at most 255 make at most 32385,
     // so the 16-bit sum cannot overflow here.
-    const auto* covered = reinterpret_cast<const unsigned char*>(frame.constData()) + 9;
-    int sum = 0;
-    for (int i = 0; i < 127; ++i)
-        sum += covered[i];
-    CRCSum = finishChecksum(static_cast<qint16>(sum));
+    CRCSum = finishChecksum(static_cast<qint16>(plainSum(frame.constData() + 9, 127)));
     CrcOk = CRCSum == static_cast<std::uint8_t>(frame.at(136));
 }
 

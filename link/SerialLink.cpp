@@ -166,9 +166,9 @@ QByteArray SerialLink::readAll()
 {
     // What is buffered is copied into an array of its own size. Asked for
     // exactly what it holds, the port would hand over its whole read chunk
-    // (a kilobyte) instead, and allocate a fresh one for the next reply: a
-    // receive keeps every reply, so its memory would grow by a kilobyte a
-    // reply, each fresh page a fault. Only a full buffer (the port's
+    // (32 KB) instead, and allocate a fresh one for the next reply: a
+    // receive keeps every reply, so its memory would grow by 32 KB a reply,
+    // each fresh page a fault. Only a full buffer (the port's
     // notifications then paused) goes through readAll(), which starts them
     // again.
     const qint64 available = m_port.bytesAvailable();
