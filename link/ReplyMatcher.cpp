@@ -2,22 +2,29 @@
 
 #include "link/UploadFrames.h"
 
-#include <algorithm>
-
 ReplyMatcher::ReplyMatcher(QList<QByteArray>& records) : m_records(records) {}
+
+namespace {
+
+size_t contentHash(QByteArrayView content)
+{
+    return qHash(content, QHashSeed::globalSeed());
+}
+
+} // namespace
 
 int ReplyMatcher::keptElsewhere(int n, QByteArrayView content) const
 {
     indexKept();
     // Looked up through the bytes in place: no copy per reply.
-    const auto found = m_kept.constFind(QByteArray::fromRawData(content.data(), content.size()));
-    if (found == m_kept.constEnd())
-        return -1;
-    for (int i : *found) {
-        if (i != n)
-            return i;
+    int lowest = -1;
+    const auto [first, last] = m_kept.equal_range(contentHash(content));
+    for (auto it = first; it != last; ++it) {
+        const int i = it.value();
+        if (i != n && (lowest < 0 || i < lowest) && UploadFrames::contentView(m_records.at(i)) == content)
+            lowest = i;
     }
-    return -1;
+    return lowest;
 }
 
 void ReplyMatcher::keep(int n, const QByteArray& reply)
@@ -29,10 +36,8 @@ void ReplyMatcher::keep(int n, const QByteArray& reply)
 
 void ReplyMatcher::indexKept() const
 {
-    for (int n : std::as_const(m_unindexed)) {
-        QList<int>& places = m_kept[UploadFrames::content(m_records.at(n))];
-        places.insert(std::lower_bound(places.begin(), places.end(), n), n);
-    }
+    for (int n : std::as_const(m_unindexed))
+        m_kept.insert(contentHash(UploadFrames::contentView(m_records.at(n))), n);
     m_unindexed.clear();
 }
 
@@ -42,11 +47,7 @@ void ReplyMatcher::forget(int n)
     QByteArray& kept = m_records[n];
     if (kept.isEmpty())
         return;
-    if (auto found = m_kept.find(UploadFrames::content(kept)); found != m_kept.end()) {
-        found->removeOne(n);
-        if (found->isEmpty())
-            m_kept.erase(found);
-    }
+    m_kept.remove(contentHash(UploadFrames::contentView(kept)), n);
     kept.clear();
 }
 
@@ -55,6 +56,9 @@ void ReplyMatcher::clearAll()
     for (QByteArray& r : m_records)
         r.clear();
     m_kept.clear();
+    // Room for a whole receive at once: the index does not grow reply by
+    // reply.
+    m_kept.reserve(m_records.size());
     m_unindexed.clear();
     m_badSummaries = 0;
     clearPending();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QHash>
 #include <QList>
 
@@ -60,10 +61,11 @@ public:
 
 private:
     QList<QByteArray>& m_records;
-    // Where each record content is kept in Records, lowest index first. Two
-    // places hold the same content only when the terminal really has two
-    // alike.
-    mutable QHash<QByteArray, QList<int>> m_kept;
+    // Where each kept record is, by a hash of its content; the records
+    // under one hash are compared byte for byte. Only the hash and the place
+    // are stored, no copy of the record. Two places hold the same content
+    // only when the terminal really has two alike.
+    mutable QMultiHash<size_t, int> m_kept;
     // Kept, not yet in m_kept.
     mutable QList<int> m_unindexed;
     int m_badSummaries = 0;

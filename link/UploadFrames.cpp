@@ -25,7 +25,7 @@ QByteArray end()
 
 int requestedRecord(const QByteArray& frame)
 {
-    if (frame.size() != 10 || !frame.startsWith(QByteArray("\x01\xFF\x10\xF0U\x00\x03", 7)))
+    if (frame.size() != 10 || !frame.startsWith(QByteArrayView("\x01\xFF\x10\xF0U\x00\x03", 7)))
         return -1;
     return static_cast<unsigned char>(frame.at(7)) * 256 + static_cast<unsigned char>(frame.at(8));
 }
@@ -59,7 +59,7 @@ bool namesNoAccount(const QByteArray& reply)
 {
     if (reply.size() < ReplySize)
         return true;
-    for (char c : reply.mid(15, 15))
+    for (char c : QByteArrayView(reply).sliced(15, 15))
         if (c != ' ' && c != '\0')
             return false;
     return true;
