@@ -109,7 +109,7 @@ void DownloadSession::onPortTaken()
 void DownloadSession::setCounter(int counter)
 {
     m_counter = counter;
-    link().RecordNo = QString::number(counter);
+    link().setRecordNo(counter);
 }
 
 void DownloadSession::Form_Load()

@@ -42,4 +42,9 @@ struct LinkState
     int TimeoutCount = 0;  // response time-outs in a row (the send side's retry count)
     int CrcErrorCount = 0; // consecutive replies that failed the check
     TransferCompletion completion;
+
+    // RecordNo set to `number`, its digits written over the text it holds:
+    // the receive sets it for every request, and a new string each time
+    // would be an allocation while the terminal waits.
+    void setRecordNo(qint64 number);
 };

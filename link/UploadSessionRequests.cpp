@@ -128,7 +128,7 @@ void UploadSession::writeRequest()
     m_port.channel().write(link.TxFrame);
     // The shared state keeps the number as text too; nothing on the line
     // waits for that, so it is set once the request is out.
-    link.RecordNo = QString::number(m_recordNo);
+    link.setRecordNo(m_recordNo);
 }
 
 void UploadSession::FifthProtocol()
