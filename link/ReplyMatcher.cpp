@@ -17,13 +17,19 @@ int ReplyMatcher::keptElsewhere(int n, QByteArrayView content) const
 {
     indexKept();
     // Looked up through the bytes in place: no copy per reply.
+    const size_t hash = contentHash(content);
+    const auto first = m_kept.constFind(hash);
+    if (first == m_kept.constEnd())
+        return -1;
     int lowest = -1;
-    const auto [first, last] = m_kept.equal_range(contentHash(content));
-    for (auto it = first; it != last; ++it) {
-        const int i = it.value();
+    const auto consider = [&](int i) {
         if (i != n && (lowest < 0 || i < lowest) && UploadFrames::contentView(m_records.at(i)) == content)
             lowest = i;
-    }
+    };
+    consider(*first);
+    const auto [from, to] = m_alsoKept.equal_range(hash);
+    for (auto it = from; it != to; ++it)
+        consider(it.value());
     return lowest;
 }
 
@@ -36,8 +42,13 @@ void ReplyMatcher::keep(int n, const QByteArray& reply)
 
 void ReplyMatcher::indexKept() const
 {
-    for (int n : std::as_const(m_unindexed))
-        m_kept.insert(contentHash(UploadFrames::contentView(m_records.at(n))), n);
+    for (int n : std::as_const(m_unindexed)) {
+        const size_t hash = contentHash(UploadFrames::contentView(m_records.at(n)));
+        if (m_kept.contains(hash))
+            m_alsoKept.insert(hash, n);
+        else
+            m_kept.insert(hash, n);
+    }
     m_unindexed.clear();
 }
 
@@ -47,7 +58,18 @@ void ReplyMatcher::forget(int n)
     QByteArray& kept = m_records[n];
     if (kept.isEmpty())
         return;
-    m_kept.remove(contentHash(UploadFrames::contentView(kept)), n);
+    const size_t hash = contentHash(UploadFrames::contentView(kept));
+    if (const auto first = m_kept.find(hash); first != m_kept.end() && *first == n) {
+        // Another place under the same hash takes its turn first.
+        if (const auto next = m_alsoKept.find(hash); next != m_alsoKept.end()) {
+            *first = next.value();
+            m_alsoKept.erase(next);
+        } else {
+            m_kept.erase(first);
+        }
+    } else {
+        m_alsoKept.remove(hash, n);
+    }
     kept.clear();
 }
 
@@ -56,6 +78,7 @@ void ReplyMatcher::clearAll()
     for (QByteArray& r : m_records)
         r.clear();
     m_kept.clear();
+    m_alsoKept.clear();
     // Room for a whole receive at once: the index does not grow reply by
     // reply.
     m_kept.reserve(m_records.size());

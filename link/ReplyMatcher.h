@@ -63,9 +63,13 @@ private:
     QList<QByteArray>& m_records;
     // Where each kept record is, by a hash of its content; the records
     // under one hash are compared byte for byte. Only the hash and the place
-    // are stored, no copy of the record. Two places hold the same content
-    // only when the terminal really has two alike.
-    mutable QMultiHash<size_t, int> m_kept;
+    // are stored, no copy of the record. One place per hash in m_kept (an
+    // entry in a table sized for the whole receive, no allocation per
+    // reply), any further places under the same hash in m_alsoKept: two
+    // records alike (only when the terminal really has two) or two hashes
+    // alike.
+    mutable QHash<size_t, int> m_kept;
+    mutable QMultiHash<size_t, int> m_alsoKept;
     // Kept, not yet in m_kept.
     mutable QList<int> m_unindexed;
     int m_badSummaries = 0;

@@ -137,6 +137,43 @@ private slots:
         QCOMPARE(m.keptElsewhere(9, content), 5);
     }
 
+    void placesAlikeAreFoundWhateverIsForgottenFirst_data()
+    {
+        QTest::addColumn<QList<int>>("forgetting");
+        QTest::newRow("the first kept first") << QList<int>{5, 2, 9};
+        QTest::newRow("the lowest first") << QList<int>{2, 5, 9};
+        QTest::newRow("the last kept first") << QList<int>{9, 5, 2};
+    }
+
+    void placesAlikeAreFoundWhateverIsForgottenFirst()
+    {
+        QFETCH(QList<int>, forgetting);
+        ReplyMatcher m(records);
+        // Kept in this order; one unlike record among them.
+        QList<int> alike{5, 2, 9};
+        for (int n : alike)
+            m.keep(n, transaction(2));
+        m.keep(3, transaction(3));
+        const QByteArray content = UploadFrames::content(transaction(2));
+        for (int gone : forgetting) {
+            for (int asker : {0, 2, 5, 9}) {
+                int lowest = -1;
+                for (int n : std::as_const(alike))
+                    if (n != asker && (lowest < 0 || n < lowest))
+                        lowest = n;
+                QCOMPARE(m.keptElsewhere(asker, content), lowest);
+            }
+            m.forget(gone);
+            alike.removeOne(gone);
+            QVERIFY(records.at(gone).isEmpty());
+        }
+        QCOMPARE(m.keptElsewhere(0, content), -1);
+        QCOMPARE(m.keptElsewhere(0, UploadFrames::content(transaction(3))), 3);
+        // Kept again after all were forgotten: found again.
+        m.keep(7, transaction(2));
+        QCOMPARE(m.keptElsewhere(0, content), 7);
+    }
+
     void clearAllForgetsEverything()
     {
         ReplyMatcher m(records);
