@@ -16,7 +16,7 @@ DownloadSession::DownloadSession(LinkPort& port, Clock& clock, QObject* parent)
     m_headerWatch.setInterval(HeaderWaitMs);
     m_headerWatch.setSingleShot(true);
     connect(&m_timer1, &QTimer::timeout, this, &DownloadSession::Timer1_Timer);
-    connect(&m_timer2, &QTimer::timeout, this, &DownloadSession::Timer2_Timer);
+    connect(&m_timer2, &SessionTimer::timeout, this, &DownloadSession::Timer2_Timer);
     connect(&m_timer3, &QTimer::timeout, this, &DownloadSession::Timer3_Timer);
     connect(&m_headerWatch, &QTimer::timeout, this, &DownloadSession::headerTimedOut);
 }
@@ -313,8 +313,10 @@ void DownloadSession::doOnComm()
             } else {
                 ++m_sinceProgress;
             }
-            emit progress(m_counter - 2, m_job.recordCount);
+            // The terminal waits for the next frame, the clerk does not: it
+            // goes out before the screen repaints its progress bar.
             doSendOneByOne();
+            emit progress(m_counter - 2, m_job.recordCount);
         }
         return;
     }

@@ -3,6 +3,7 @@
 #include "link/DownloadFrames.h"
 #include "link/DownloadPhase.h"
 #include "link/SessionMessage.h"
+#include "link/SessionTimer.h"
 
 #include <QByteArray>
 #include <QList>
@@ -59,7 +60,7 @@ public:
     int sendCounter() const { return m_counter; }
 
     QTimer& timer1() { return m_timer1; }
-    QTimer& timer2() { return m_timer2; }
+    SessionTimer& timer2() { return m_timer2; }
     QTimer& timer3() { return m_timer3; }
     QTimer& headerWatch() { return m_headerWatch; }
 
@@ -133,7 +134,7 @@ private:
     int m_sinceProgress = 0; // answers since it last came further
     int m_quietTicks = 0;    // time-outs that resent nothing
     QTimer m_timer1;
-    QTimer m_timer2;
+    SessionTimer m_timer2; // restarted for every acknowledgement
     QTimer m_timer3;
     QTimer m_headerWatch;
 };

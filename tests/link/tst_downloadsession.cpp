@@ -172,6 +172,7 @@ private slots:
     void endFrameFixed();
     void firstRecordFrameIsNumberTwo();
     void fullDownload();
+    void nextFrameIsOutBeforeTheProgressIsShown();
     void shortBufferNotEvaluated();
     void aackPosition_data();
     void aackPosition();
@@ -483,6 +484,22 @@ void TestDownloadSession::fullDownload()
     QVERIFY(!f.session->timer1().isActive());
     QVERIFY(!f.session->timer2().isActive());
     QVERIFY(!f.session->timer3().isActive());
+}
+
+void TestDownloadSession::nextFrameIsOutBeforeTheProgressIsShown()
+{
+    // The screen's progress bar repaints at once when told: the terminal
+    // must not wait for that.
+    Fixture f;
+    f.startRecords(3);
+    QList<int> sentAtProgress;
+    connect(f.session.get(), &DownloadSession::progress, this, [&] {
+        const QByteArray frame = f.channel->written.last();
+        sentAtProgress << (frame == DownloadSession::endFrame() ? -1 : numberOf(frame));
+    });
+    for (int i = 0; i < 3; ++i)
+        f.ackLast();
+    QCOMPARE(sentAtProgress, (QList<int>{3, 4, -1}));
 }
 
 void TestDownloadSession::shortBufferNotEvaluated()
