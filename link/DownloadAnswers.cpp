@@ -14,8 +14,7 @@ Answer read(const QByteArray& buffer)
     answer.acknowledged = at >= 0;
     if (at >= 2) {
         LinkCodec codec;
-        const LinkCodec::Buffer b = LinkCodec::String2byte(buffer.mid(at - 2, 2), 2);
-        codec.HEX_DECIMAL(b[0], b[1]);
+        codec.HEX_DECIMAL(static_cast<std::uint8_t>(buffer.at(at - 2)), static_cast<std::uint8_t>(buffer.at(at - 1)));
         answer.recordNumber = codec.HexValue;
     }
     answer.negative = buffer.contains("NACK");
