@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QString>
 #include <QTimer>
+#include <exception>
 
 class Clock;
 class LinkPort;
@@ -138,3 +139,16 @@ private:
     QTimer m_timer3;
     QTimer m_headerWatch;
 };
+
+// A handler's work runs through this: a link error or any other failure
+// stops the send with a message instead of leaving the handler.
+template <typename Step> void DownloadSession::guarded(Step step)
+{
+    try {
+        step();
+    } catch (const LinkError& e) {
+        fail(e.message());
+    } catch (const std::exception& e) {
+        fail(QString::fromLocal8Bit(e.what()));
+    }
+}
