@@ -52,6 +52,9 @@ private:
     // The one box left by the receive's end, with its text, and no message
     // through the blocking messenger.
     void checkOneCriticalBox(const QStringList& words);
+    // The trouble is gone: the screen opened again receives the same
+    // collections, and they are stored.
+    void sameCollectionsComeAgain();
 
     std::unique_ptr<TestContext> t;
     std::unique_ptr<Pty> m_pty;
@@ -153,6 +156,16 @@ void tst_StoreFaultsReceive::checkOneCriticalBox(const QStringList& words)
     QTRY_COMPARE(ScreenFaults::visibleBoxes(shown), 0);
 }
 
+void tst_StoreFaultsReceive::sameCollectionsComeAgain()
+{
+    reopenScreen();
+    m_messages.clear();
+    receiveByKeyboard();
+    QVERIFY2(m_form->flow().restored(), qPrintable(m_messages.texts().join('\n')));
+    QCOMPARE(storedRows(), 1 + m_records.transactionCount);
+    QVERIFY(QFile::exists(uploadFile()));
+}
+
 void tst_StoreFaultsReceive::storeWhileAnotherProcessWrites()
 {
     openScreen();
@@ -163,13 +176,8 @@ void tst_StoreFaultsReceive::storeWhileAnotherProcessWrites()
         checkOneCriticalBox({t->db.filePath(), "in use by another program", "try again"});
     }
     QCOMPARE(storedRows(), 1);
-    // The other program has let go: the same collections come again.
-    reopenScreen();
-    m_messages.clear();
-    receiveByKeyboard();
-    QVERIFY2(m_form->flow().restored(), qPrintable(m_messages.texts().join('\n')));
-    QCOMPARE(storedRows(), 1 + m_records.transactionCount);
-    QVERIFY(QFile::exists(uploadFile()));
+    // The other program has let go.
+    sameCollectionsComeAgain();
 }
 
 void tst_StoreFaultsReceive::storeOnAFullDisk()
@@ -185,12 +193,8 @@ void tst_StoreFaultsReceive::storeOnAFullDisk()
     checkOneCriticalBox({t->db.filePath(), "no space left on the disk", "Free some space"});
     QCOMPARE(StoreFaults::hashOf(t->db.filePath()), before);
     QCOMPARE(storedRows(), 1);
-    // Space freed: the same collections come again.
-    reopenScreen();
-    m_messages.clear();
-    receiveByKeyboard();
-    QVERIFY2(m_form->flow().restored(), qPrintable(m_messages.texts().join('\n')));
-    QCOMPARE(storedRows(), 1 + m_records.transactionCount);
+    // Space freed.
+    sameCollectionsComeAgain();
 }
 
 void tst_StoreFaultsReceive::storeOnAPageDamagedWhileTheScreenIsOpen()
