@@ -169,7 +169,7 @@ void tst_SerialLink::inputEmptiedOnOpen()
 void tst_SerialLink::keptRepliesHoldOnlyTheirBytes()
 {
     // A receive keeps every reply it reads. A reply that held the port's
-    // whole read chunk would keep a kilobyte, and the port would allocate a
+    // whole read chunk would keep 32 KB, and the port would allocate a
     // fresh chunk for every reply.
     Pty pty;
     QString error;
