@@ -21,6 +21,7 @@
 // the machine than the wall-clock turnaround).
 
 #include "base/Clock.h"
+#include "bench/Median.h"
 #include "bench/SampleDownload.h"
 #include "link/DownloadFrames.h"
 #include "link/DownloadSession.h"
@@ -157,14 +158,7 @@ struct Timing
             sum += t;
         return turnUs.empty() ? 0 : sum / static_cast<double>(turnUs.size());
     }
-    double median() const
-    {
-        if (turnUs.empty())
-            return 0;
-        std::vector<double> sorted = turnUs;
-        std::nth_element(sorted.begin(), sorted.begin() + static_cast<long>(sorted.size() / 2), sorted.end());
-        return sorted[sorted.size() / 2];
-    }
+    double median() const { return medianOf(turnUs); }
 };
 
 // The terminal in upload mode: answers every record request with its reply,
@@ -389,14 +383,6 @@ std::array<Timing, 3> inTurn(int round, const std::function<Timing()>& program, 
         timings[static_cast<std::size_t>(side)] = (*sides[static_cast<std::size_t>(side)])();
     }
     return timings;
-}
-
-double medianOf(std::vector<double> values)
-{
-    if (values.empty())
-        return 0;
-    std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
-    return values[values.size() / 2];
 }
 
 struct Row

@@ -16,6 +16,7 @@
 
 #include "base/Clock.h"
 #include "base/Messenger.h"
+#include "bench/Median.h"
 #include "core/AppContext.h"
 #include "link/UploadSession.h"
 #include "store/SharedDatabase.h"
@@ -255,14 +256,6 @@ QString machine()
     return QStringLiteral("%1 processors (%2), load average %3")
         .arg(std::thread::hardware_concurrency())
         .arg(model, load);
-}
-
-double medianOf(std::vector<double> values)
-{
-    if (values.empty())
-        return 0;
-    std::nth_element(values.begin(), values.begin() + static_cast<long>(values.size() / 2), values.end());
-    return values[values.size() / 2];
 }
 
 } // namespace
