@@ -70,7 +70,7 @@ private:
     // alike.
     mutable QHash<size_t, int> m_kept;
     mutable QMultiHash<size_t, int> m_alsoKept;
-    // Kept, not yet in m_kept.
+    // Kept, not yet in the index.
     mutable QList<int> m_unindexed;
     int m_badSummaries = 0;
     // A record kept earlier answered differently on a later request: the

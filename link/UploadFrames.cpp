@@ -7,9 +7,17 @@ namespace UploadFrames {
 QByteArray request(int recHi, int recLo)
 {
     QByteArray frame("\x01\xFF\x10\xF0U\x00\x03\x00\x00\x00", 10);
+    renumberRequest(frame, recHi, recLo);
+    return frame;
+}
+
+bool renumberRequest(QByteArray& frame, int recHi, int recLo)
+{
+    if (requestedRecord(frame) < 0)
+        return false;
     frame[7] = static_cast<char>(recHi & 0xFF);
     frame[8] = static_cast<char>(recLo & 0xFF);
-    return frame;
+    return true;
 }
 
 QByteArray request(int recordNo)

@@ -18,6 +18,9 @@ constexpr int ContentSize = ReplySize - ContentStart;
 QByteArray request(int recordNo);
 // The same from the two bytes checkbin2R leaves behind.
 QByteArray request(int recHi, int recLo);
+// A request frame made to ask for another record, in place; false (and
+// the frame untouched) when it is no request frame.
+bool renumberRequest(QByteArray& frame, int recHi, int recLo);
 // End frame: 01 FF 10 F0 'U' 00 07 00 00 "OVER" C4.
 QByteArray end();
 

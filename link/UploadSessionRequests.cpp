@@ -118,13 +118,9 @@ void UploadSession::writeRequest()
 {
     LinkState& link = m_port.state();
     link.codec.checkbin2(m_recordNo);
-    if (UploadFrames::requestedRecord(link.TxFrame) >= 0) {
-        // The last frame was a request too: only its record number changes.
-        link.TxFrame[7] = static_cast<char>(link.codec.RecHi & 0xFF);
-        link.TxFrame[8] = static_cast<char>(link.codec.RecLo & 0xFF);
-    } else {
+    // After a request only its record number changes: no new frame.
+    if (!UploadFrames::renumberRequest(link.TxFrame, link.codec.RecHi, link.codec.RecLo))
         link.TxFrame = UploadFrames::request(link.codec.RecHi, link.codec.RecLo);
-    }
     m_port.channel().write(link.TxFrame);
     // The shared state keeps the number as text too; nothing on the line
     // waits for that, so it is set once the request is out.

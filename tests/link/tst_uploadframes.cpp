@@ -35,6 +35,20 @@ private slots:
         QCOMPARE(UploadFrames::request(record), bytes);
         QCOMPARE(UploadFrames::request(record / 256, record % 256), bytes);
         QCOMPARE(UploadFrames::requestedRecord(bytes), record);
+        // Another request renumbered in place comes out the same.
+        QByteArray renumbered = UploadFrames::request(7);
+        QVERIFY(UploadFrames::renumberRequest(renumbered, record / 256, record % 256));
+        QCOMPARE(renumbered, bytes);
+    }
+
+    void onlyARequestIsRenumbered()
+    {
+        QByteArray frame = UploadFrames::end();
+        QVERIFY(!UploadFrames::renumberRequest(frame, 0, 5));
+        QCOMPARE(frame, UploadFrames::end());
+        QByteArray empty;
+        QVERIFY(!UploadFrames::renumberRequest(empty, 0, 5));
+        QVERIFY(empty.isEmpty());
     }
 
     void endFrame()
