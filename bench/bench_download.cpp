@@ -5,6 +5,7 @@
 // time the line itself needs for the bytes exchanged).
 
 #include "base/Clock.h"
+#include "bench/Median.h"
 #include "bench/SampleDownload.h"
 #include "link/DownloadSession.h"
 #include "link/LinkPort.h"
@@ -18,8 +19,8 @@
 #include <QEventLoop>
 #include <QTemporaryDir>
 #include <QTimer>
-#include <algorithm>
 #include <cstdio>
+#include <vector>
 
 namespace {
 
@@ -116,18 +117,16 @@ Result runDownload(int accounts, int baud)
         result.ok = false;
     }
     result.lineBytes = terminal.bytesIn() + terminal.bytesOut();
-    if (link && !link->turnarounds.isEmpty()) {
-        QList<qint64> samples = link->turnarounds;
-        std::sort(samples.begin(), samples.end());
-        result.medianTurnaroundUs = static_cast<double>(samples.at(samples.size() / 2)) / 1000.0;
+    if (link) {
+        std::vector<double> turnaroundsUs;
+        for (qint64 ns : link->turnarounds)
+            turnaroundsUs.push_back(static_cast<double>(ns) / 1000.0);
+        result.medianTurnaroundUs = medianOf(turnaroundsUs);
     }
-    QList<qint64> cycles;
+    std::vector<double> cyclesUs;
     for (qsizetype i = 1; i < frameTimes.size(); ++i)
-        cycles.append(frameTimes.at(i) - frameTimes.at(i - 1));
-    if (!cycles.isEmpty()) {
-        std::sort(cycles.begin(), cycles.end());
-        result.medianCycleUs = static_cast<double>(cycles.at(cycles.size() / 2)) / 1000.0;
-    }
+        cyclesUs.push_back(static_cast<double>(frameTimes.at(i) - frameTimes.at(i - 1)) / 1000.0);
+    result.medianCycleUs = medianOf(cyclesUs);
     return result;
 }
 
