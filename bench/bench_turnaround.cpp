@@ -391,9 +391,13 @@ struct Row
     std::vector<double> program, floor, minimal;          // each round's median turnaround
     std::vector<double> ratio, floorRatio;                // program / loop, floor / loop, per round
     std::vector<double> programCpu, floorCpu, minimalCpu; // the PC side's processor time per reply
+    std::array<std::vector<double>, 3> every;             // every reply's turnaround of all rounds, per side
 
     void add(const Timing& p, const Timing& f, const Timing& m)
     {
+        every[0].insert(every[0].end(), p.turnUs.begin(), p.turnUs.end());
+        every[1].insert(every[1].end(), f.turnUs.begin(), f.turnUs.end());
+        every[2].insert(every[2].end(), m.turnUs.begin(), m.turnUs.end());
         program.push_back(p.median());
         floor.push_back(f.median());
         minimal.push_back(m.median());
@@ -438,6 +442,26 @@ void printFlatness(const char* side, const QList<Row>& rows)
                 change(cpuA, cpuB));
 }
 
+// How the single turnarounds spread, all rounds together: a reply answered
+// while the other side's processor is still awake comes back in a fraction
+// of the time of one that has to wake it, so the middle of a side's figure
+// moves with the share of its replies that are quick.
+void printSpread(const char* side, const QList<Row>& rows)
+{
+    std::printf("%s: each side's turnarounds, all rounds together, in us: 10th, 25th, 50th, 75th, 90th "
+                "percentile\n",
+                side);
+    const std::array<const char*, 3> names{"program", "qt.floor", "loop"};
+    for (const Row& row : rows) {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            std::printf("  %5d  %-8s", row.records, names[i]);
+            for (double fraction : {0.1, 0.25, 0.5, 0.75, 0.9})
+                std::printf("  %6.1f", percentileOf(row.every[i], fraction));
+            std::printf("\n");
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -446,12 +470,13 @@ int main(int argc, char* argv[])
     const QDate day(2007, 11, 16);
     const QList<int> sizes{500, 1000, 2000, 2500};
     // --rounds N: runs per figure; --receive-only / --send-only: one side
-    // (for a profiler).
+    // (for a profiler); --spread: how the single turnarounds spread.
     const QStringList args = app.arguments();
     if (const qsizetype at = args.indexOf(QStringLiteral("--rounds")); at >= 0 && at + 1 < args.size())
         Rounds = std::max(1, args.at(at + 1).toInt());
     const bool receive = !args.contains(QStringLiteral("--send-only"));
     const bool send = !args.contains(QStringLiteral("--receive-only"));
+    const bool spread = args.contains(QStringLiteral("--spread"));
 
     std::printf("Turnaround per reply in microseconds, median of %d rounds: the program, the least a program on\n"
                 "Qt's event loop does (qt.floor: the port's readyRead answered with premade frames), and a minimal\n"
@@ -561,5 +586,9 @@ int main(int argc, char* argv[])
         printFlatness("receive", receiveRows);
     if (!sendRows.isEmpty())
         printFlatness("send", sendRows);
+    if (spread && !receiveRows.isEmpty())
+        printSpread("receive", receiveRows);
+    if (spread && !sendRows.isEmpty())
+        printSpread("send", sendRows);
     return 0;
 }
