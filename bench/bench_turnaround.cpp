@@ -19,348 +19,35 @@
 // turnarounds, the program's and the floor's ratio to the loop, and the
 // processor time of each side per reply (less disturbed by other work on
 // the machine than the wall-clock turnaround).
+//
+// All of it twice: with the terminal and the PC side where the scheduler
+// puts them ("shared": on a small machine it often runs both on one
+// processor, and a reply then needs no other processor woken), and with
+// each on a processor of its own ("apart"), as a real terminal, a machine
+// of its own, always is. Which of the two a reply gets moves the shared
+// figures by far more than the PC side's own work does.
 
-#include "base/Clock.h"
 #include "bench/Median.h"
 #include "bench/SampleDownload.h"
+#include "bench/TurnaroundLine.h"
+#include "bench/TurnaroundSides.h"
 #include "link/DownloadFrames.h"
 #include "link/DownloadSession.h"
-#include "link/LinkPort.h"
 #include "link/UploadFrames.h"
 #include "link/UploadSession.h"
 #include "terminal/UploadRecords.h"
 
 #include <QCoreApplication>
-#include <QEventLoop>
-#include <QSerialPort>
-#include <QTimer>
+#include <QDateTime>
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <chrono>
 #include <cstdio>
-#include <ctime>
-#include <fcntl.h>
 #include <functional>
-#include <poll.h>
-#include <termios.h>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
 
-using SteadyClock = std::chrono::steady_clock;
-constexpr int WaitMs = 10000; // a frame not complete after this: the run failed
-
-// A raw pseudo-terminal pair. The slave is kept open here as well, so that
-// the master does not see a hang-up between the program's opens.
-struct PtyPair
-{
-    int master = -1;
-    int slaveKeep = -1;
-    QString slavePath;
-
-    bool open()
-    {
-        master = posix_openpt(O_RDWR | O_NOCTTY);
-        if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
-            return false;
-        slavePath = QString::fromLocal8Bit(ptsname(master));
-        slaveKeep = ::open(ptsname(master), O_RDWR | O_NOCTTY);
-        if (slaveKeep < 0)
-            return false;
-        makeRaw(slaveKeep);
-        makeRaw(master);
-        return true;
-    }
-    static void makeRaw(int fd)
-    {
-        termios t{};
-        tcgetattr(fd, &t);
-        cfmakeraw(&t);
-        tcsetattr(fd, TCSANOW, &t);
-    }
-    ~PtyPair()
-    {
-        if (slaveKeep >= 0)
-            ::close(slaveKeep);
-        if (master >= 0)
-            ::close(master);
-    }
-};
-
-bool writeAll(int fd, const QByteArray& bytes)
-{
-    qsizetype done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.constData() + done, static_cast<size_t>(bytes.size() - done));
-        if (n <= 0)
-            return false;
-        done += n;
-    }
-    return true;
-}
-
-// Reads until `buffer` holds at least `size` bytes; false on a time-out.
-bool readAtLeast(int fd, QByteArray& buffer, qsizetype size)
-{
-    char chunk[512];
-    while (buffer.size() < size) {
-        pollfd p{fd, POLLIN, 0};
-        if (::poll(&p, 1, WaitMs) <= 0)
-            return false;
-        const ssize_t n = ::read(fd, chunk, sizeof chunk);
-        if (n <= 0)
-            return false;
-        buffer.append(chunk, n);
-    }
-    return true;
-}
-
-// Length of the frame at the start of the buffer (seven head bytes and the
-// count in byte 7), or 0 while the head is not in.
-qsizetype frameLength(const QByteArray& buffer)
-{
-    if (buffer.size() < 7)
-        return 0;
-    return 7 + static_cast<unsigned char>(buffer.at(6));
-}
-
-// Takes one whole frame off the front of the buffer.
-bool nextFrame(int fd, QByteArray& buffer, QByteArray* frame)
-{
-    if (!readAtLeast(fd, buffer, 7))
-        return false;
-    const qsizetype size = frameLength(buffer);
-    if (!readAtLeast(fd, buffer, size))
-        return false;
-    *frame = buffer.left(size);
-    buffer.remove(0, size);
-    return true;
-}
-
-double microsSince(SteadyClock::time_point t)
-{
-    return std::chrono::duration<double, std::micro>(SteadyClock::now() - t).count();
-}
-
-struct Timing
-{
-    bool ok = false;
-    std::vector<double> turnUs; // one per reply
-    double cpuUs = 0;           // processor time of the PC's side, all of it
-    double cpuPerReply() const { return turnUs.empty() ? 0 : cpuUs / static_cast<double>(turnUs.size()); }
-    double mean() const
-    {
-        double sum = 0;
-        for (double t : turnUs)
-            sum += t;
-        return turnUs.empty() ? 0 : sum / static_cast<double>(turnUs.size());
-    }
-    double median() const { return medianOf(turnUs); }
-};
-
-// The terminal in upload mode: answers every record request with its reply,
-// and times the PC from each reply of record 2 on to the next frame.
-void uploadTerminal(int master, const UploadRecords& records, Timing* out)
-{
-    QByteArray buffer;
-    QByteArray frame;
-    SteadyClock::time_point sent;
-    bool timing = false;
-    while (nextFrame(master, buffer, &frame)) {
-        if (timing)
-            out->turnUs.push_back(microsSince(sent));
-        if (frame == UploadFrames::end()) {
-            out->ok = true;
-            return;
-        }
-        const int n = UploadFrames::requestedRecord(frame);
-        if (n < 0)
-            return;
-        const QByteArray reply = records.reply(n);
-        if (!writeAll(master, reply))
-            return;
-        sent = SteadyClock::now();
-        timing = n >= 2;
-    }
-}
-
-// The terminal in download mode: acknowledges every frame with its number,
-// and times the PC from each account frame's acknowledgement to the next.
-void downloadTerminal(int master, Timing* out)
-{
-    QByteArray buffer;
-    QByteArray frame;
-    SteadyClock::time_point sent;
-    bool timing = false;
-    while (nextFrame(master, buffer, &frame)) {
-        if (timing)
-            out->turnUs.push_back(microsSince(sent));
-        const int number = static_cast<unsigned char>(frame.at(7)) * 256 + static_cast<unsigned char>(frame.at(8));
-        QByteArray ack = QByteArrayLiteral("\x01\xFF\x10\xF0"
-                                           "D\x00\x07");
-        ack += static_cast<char>((number >> 8) & 0xFF);
-        ack += static_cast<char>(number & 0xFF);
-        ack += "AACK";
-        int sum = 0;
-        for (qsizetype i = 7; i < ack.size(); ++i)
-            sum += static_cast<unsigned char>(ack.at(i));
-        ack += static_cast<char>((-sum) & 0xFF);
-        if (!writeAll(master, ack))
-            return;
-        sent = SteadyClock::now();
-        const bool end = frame.mid(9, 4) == "OVER";
-        if (end) {
-            out->ok = true;
-            return;
-        }
-        timing = number >= 2; // the header's answer waits for the 10 ms tick
-    }
-}
-
-// The slave side with no program logic: each frame of `frames` written after
-// the answer to the one before has fully arrived.
-bool minimalLoop(const QString& slavePath, const QList<QByteArray>& frames, qsizetype answerSize)
-{
-    const int fd = ::open(slavePath.toLocal8Bit().constData(), O_RDWR | O_NOCTTY);
-    if (fd < 0)
-        return false;
-    PtyPair::makeRaw(fd);
-    QByteArray buffer;
-    bool ok = true;
-    for (qsizetype i = 0; ok && i < frames.size(); ++i) {
-        ok = writeAll(fd, frames.at(i));
-        if (ok && i + 1 < frames.size()) {
-            ok = readAtLeast(fd, buffer, answerSize);
-            buffer.remove(0, answerSize);
-        }
-    }
-    // The terminal's answer to the end frame (send) is read before closing.
-    if (ok && answerSize == DownloadFrames::AnswerSize)
-        ok = readAtLeast(fd, buffer, answerSize);
-    ::close(fd);
-    return ok;
-}
-
-// The least any program on Qt's event loop can do: the port opened and set
-// up as the program does, and each answer taken from readyRead and answered
-// with the next premade frame, written straight to the line. No session
-// logic, no checks.
-bool qtFloor(const QString& slavePath, const QList<QByteArray>& frames, qsizetype answerSize)
-{
-    QSerialPort port(slavePath);
-    port.setReadBufferSize(1024);
-    if (!port.open(QIODevice::ReadWrite))
-        return false;
-    port.setBaudRate(QSerialPort::Baud19200);
-    port.setFlowControl(QSerialPort::NoFlowControl);
-    QEventLoop loop;
-    QByteArray buffer;
-    qsizetype next = 0;
-    bool ok = true;
-    auto send = [&] {
-        const QByteArray& frame = frames.at(next++);
-        ok = ok && ::write(port.handle(), frame.constData(), static_cast<size_t>(frame.size())) == frame.size();
-    };
-    // The terminal answers the send's end frame too: waited for, as the
-    // loop does.
-    const bool lastAnswered = answerSize == DownloadFrames::AnswerSize;
-    QObject::connect(&port, &QSerialPort::readyRead, &loop, [&] {
-        buffer += port.read(port.bytesAvailable());
-        if (buffer.size() < answerSize)
-            return;
-        buffer.remove(0, answerSize);
-        if (next == frames.size()) {
-            loop.quit();
-            return;
-        }
-        send();
-        if (next == frames.size() && !lastAnswered)
-            loop.quit();
-    });
-    QTimer::singleShot(600000, &loop, [&] {
-        ok = false;
-        loop.quit();
-    });
-    send();
-    loop.exec();
-    return ok;
-}
-
-// Runs `slave` on this thread while the terminal runs on the master end.
-Timing measure(const std::function<void(int master, Timing*)>& terminal,
-               const std::function<bool(const QString&)>& slave)
-{
-    Timing timing;
-    PtyPair pty;
-    if (!pty.open())
-        return timing;
-    std::thread peer(terminal, pty.master, &timing);
-    timespec before{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &before);
-    const bool ok = slave(pty.slavePath);
-    timespec after{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &after);
-    peer.join();
-    timing.cpuUs = static_cast<double>(after.tv_sec - before.tv_sec) * 1e6 +
-                   static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e3;
-    timing.ok = timing.ok && ok;
-    return timing;
-}
-
-bool runUploadSession(const QString& device)
-{
-    FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(18, 30))};
-    LinkPort port;
-    port.setDeviceLookup([device] { return PortChoice::given(device); });
-    UploadSession session(port, clock);
-    bool done = false;
-    QEventLoop loop;
-    QObject::connect(&session, &UploadSession::finished, &loop, [&] {
-        done = true;
-        // The end frame is written from the event loop: closing the port at
-        // once could lose it.
-        QTimer::singleShot(200, &loop, &QEventLoop::quit);
-    });
-    QObject::connect(&session, &UploadSession::stopped, &loop, &QEventLoop::quit);
-    QObject::connect(&session, &UploadSession::message,
-                     [](const SessionMessage& m) { std::printf("  message: %s\n", qPrintable(m.text)); });
-    QTimer::singleShot(600000, &loop, &QEventLoop::quit);
-    if (!session.Form_Load())
-        return false;
-    session.cmdSend_Click();
-    loop.exec();
-    session.closePort();
-    return done;
-}
-
-bool runDownloadSession(const QString& device, const DownloadJob& job)
-{
-    FixedClock clock{QDateTime(QDate(2007, 11, 16), QTime(9, 0))};
-    LinkPort port;
-    port.setDeviceLookup([device] { return PortChoice::given(device); });
-    DownloadSession session(port, clock);
-    bool done = false;
-    QEventLoop loop;
-    QObject::connect(&session, &DownloadSession::completed, &loop, [&] {
-        done = true;
-        loop.quit();
-    });
-    QObject::connect(&session, &DownloadSession::stopped, &loop, &QEventLoop::quit);
-    QObject::connect(&session, &DownloadSession::message, [](const SessionMessage& m) {
-        if (m.icon != SessionMessage::Icon::Information) // not the completion
-            std::printf("  message: %s\n", qPrintable(m.text));
-    });
-    QTimer::singleShot(600000, &loop, &QEventLoop::quit);
-    session.Form_Load();
-    session.prepareSend();
-    session.FirstProtocol(job);
-    loop.exec();
-    session.closePort();
-    return done;
-}
+using namespace turnaround;
 
 // The machine is shared and its scheduler places the two threads anew for
 // every run, which alone moves a run's median by half. So the program, the
@@ -462,126 +149,154 @@ void printSpread(const char* side, const QList<Row>& rows)
     }
 }
 
-} // namespace
+// Where each round puts the two ends.
+using Placer = std::function<Placement(int round)>;
 
-int main(int argc, char* argv[])
+// One receive size: the terminal's replies and the requests the loop and
+// the floor send.
+struct ReceiveCase
 {
-    QCoreApplication app(argc, argv);
-    const QDate day(2007, 11, 16);
-    const QList<int> sizes{500, 1000, 2000, 2500};
-    // --rounds N: runs per figure; --receive-only / --send-only: one side
-    // (for a profiler); --spread: how the single turnarounds spread.
-    const QStringList args = app.arguments();
-    if (const qsizetype at = args.indexOf(QStringLiteral("--rounds")); at >= 0 && at + 1 < args.size())
-        Rounds = std::max(1, args.at(at + 1).toInt());
-    const bool receive = !args.contains(QStringLiteral("--send-only"));
-    const bool send = !args.contains(QStringLiteral("--receive-only"));
-    const bool spread = args.contains(QStringLiteral("--spread"));
+    int records = 0;
+    UploadRecords replies;
+    QList<QByteArray> requests;
+};
 
-    std::printf("Turnaround per reply in microseconds, median of %d rounds: the program, the least a program on\n"
-                "Qt's event loop does (qt.floor: the port's readyRead answered with premade frames), and a minimal\n"
-                "loop, on the same kind of pty. ratio: program / loop, floor: qt.floor / loop, each the median of\n"
-                "the rounds' ratios; cpu: the PC side's processor time per reply\n",
-                Rounds);
+// One send size: the download and its frames, made beforehand.
+struct SendCase
+{
+    int records = 0;
+    int accounts = 0;
+    DownloadJob job;
+    QList<QByteArray> frames;
+};
+
+bool makeReceiveCase(int records, const QDate& day, ReceiveCase* out)
+{
+    const TerminalAccounts accounts = UploadRecords::sampleAccounts(records, day);
+    QString error;
+    if (!UploadRecords::build(accounts, UploadRecords::generate(accounts, records, day), {}, &out->replies, &error)) {
+        std::fprintf(stderr, "cannot build the replies: %s\n", qPrintable(error));
+        return false;
+    }
+    out->records = records;
+    // The program takes 2000 records at most, whatever is announced: the
+    // loop asks for the same ones.
+    const int last = std::min(out->replies.recordCount(), UploadSession::RecordCeiling) + 1;
+    for (int n = 0; n <= last; ++n)
+        out->requests.append(UploadFrames::request(n));
+    out->requests.append(UploadFrames::end());
+    return true;
+}
+
+bool makeSendCase(int records, const QDate& day, SendCase* out)
+{
+    out->records = records;
+    // The frame array holds 2499 accounts at most.
+    out->accounts = std::min(records, DownloadSession::FrameCapacity - 1);
+    out->job = sampleDownloadJob(out->accounts);
+    try {
+        LinkCodec codec;
+        out->frames.append(DownloadFrames::header(out->job, QDateTime(day, QTime(9, 0)), codec));
+        int n = 2;
+        for (const DownloadAccount& account : out->job.accounts)
+            out->frames.append(DownloadFrames::record(account, n++, codec));
+        out->frames.append(DownloadFrames::end());
+    } catch (const LinkError& e) {
+        std::fprintf(stderr, "cannot build the frames: %s\n", qPrintable(e.message()));
+        return false;
+    }
+    return true;
+}
+
+bool completed(const char* what, int size, const char* unit, const Timing& program, const Timing& floor,
+               const Timing& minimal)
+{
+    if (program.ok && floor.ok && minimal.ok)
+        return true;
+    std::fprintf(stderr, "the %s of %d %s did not complete (program %d, %zu replies; floor %d, %zu; loop %d, %zu)\n",
+                 what, size, unit, program.ok, program.turnUs.size(), floor.ok, floor.turnUs.size(), minimal.ok,
+                 minimal.turnUs.size());
+    return false;
+}
+
+bool receiveRow(const ReceiveCase& c, const Placer& placer, Row* row)
+{
+    auto terminal = [&c](int master, Timing* out) { uploadTerminal(master, c.replies, out); };
+    row->records = c.records;
+    for (int round = 0; round < Rounds; ++round) {
+        const Placement placement = placer(round);
+        const auto [program, floor, minimal] = inTurn(
+            round, [&] { return measure(terminal, runUploadSession, placement); },
+            [&] {
+                return measure(
+                    terminal,
+                    [&c](const QString& device) { return qtFloor(device, c.requests, UploadFrames::ReplySize); },
+                    placement);
+            },
+            [&] {
+                return measure(
+                    terminal,
+                    [&c](const QString& device) { return minimalLoop(device, c.requests, UploadFrames::ReplySize); },
+                    placement);
+            });
+        if (!completed("receive", c.records, "records", program, floor, minimal))
+            return false;
+        row->add(program, floor, minimal);
+    }
+    return true;
+}
+
+bool sendRow(const SendCase& c, const Placer& placer, Row* row)
+{
+    row->records = c.accounts;
+    for (int round = 0; round < Rounds; ++round) {
+        const Placement placement = placer(round);
+        const auto [program, floor, minimal] = inTurn(
+            round,
+            [&] {
+                return measure(
+                    downloadTerminal, [&c](const QString& device) { return runDownloadSession(device, c.job); },
+                    placement);
+            },
+            [&] {
+                return measure(
+                    downloadTerminal,
+                    [&c](const QString& device) { return qtFloor(device, c.frames, DownloadFrames::AnswerSize); },
+                    placement);
+            },
+            [&] {
+                return measure(
+                    downloadTerminal,
+                    [&c](const QString& device) { return minimalLoop(device, c.frames, DownloadFrames::AnswerSize); },
+                    placement);
+            });
+        if (!completed("send", c.accounts, "accounts", program, floor, minimal))
+            return false;
+        row->add(program, floor, minimal);
+    }
+    return true;
+}
+
+// Every row with the two ends placed by `placer`, printed as they come.
+bool runAll(const QList<ReceiveCase>& receives, const QList<SendCase>& sends, const Placer& placer, bool spread)
+{
     printHead();
-
     QList<Row> receiveRows;
-    for (int records : receive ? sizes : QList<int>()) {
-        const TerminalAccounts accounts = UploadRecords::sampleAccounts(records, day);
-        UploadRecords replies;
-        QString error;
-        if (!UploadRecords::build(accounts, UploadRecords::generate(accounts, records, day), {}, &replies, &error)) {
-            std::fprintf(stderr, "cannot build the replies: %s\n", qPrintable(error));
-            return 1;
-        }
-        // The program takes 2000 records at most, whatever is announced:
-        // the loop asks for the same ones.
-        const int last = std::min(replies.recordCount(), UploadSession::RecordCeiling) + 1;
-        QList<QByteArray> requests;
-        for (int n = 0; n <= last; ++n)
-            requests.append(UploadFrames::request(n));
-        requests.append(UploadFrames::end());
-
-        auto terminal = [&replies](int master, Timing* out) { uploadTerminal(master, replies, out); };
+    for (const ReceiveCase& c : receives) {
         Row row;
-        row.records = records;
-        for (int round = 0; round < Rounds; ++round) {
-            const auto [program, floor, minimal] = inTurn(
-                round, [&] { return measure(terminal, runUploadSession); },
-                [&] {
-                    return measure(terminal, [&requests](const QString& device) {
-                        return qtFloor(device, requests, UploadFrames::ReplySize);
-                    });
-                },
-                [&] {
-                    return measure(terminal, [&requests](const QString& device) {
-                        return minimalLoop(device, requests, UploadFrames::ReplySize);
-                    });
-                });
-            if (!program.ok || !floor.ok || !minimal.ok) {
-                std::fprintf(stderr,
-                             "the receive of %d records did not complete (program %d, %zu replies; floor %d, %zu; "
-                             "loop %d, %zu)\n",
-                             records, program.ok, program.turnUs.size(), floor.ok, floor.turnUs.size(), minimal.ok,
-                             minimal.turnUs.size());
-                return 1;
-            }
-            row.add(program, floor, minimal);
-        }
+        if (!receiveRow(c, placer, &row))
+            return false;
         receiveRows.append(row);
-        printRow("receive", row, records > UploadSession::RecordCeiling ? "  (2000 taken: the ceiling)" : "");
+        printRow("receive", row, c.records > UploadSession::RecordCeiling ? "  (2000 taken: the ceiling)" : "");
     }
-
     QList<Row> sendRows;
-    for (int records : send ? sizes : QList<int>()) {
-        // The frame array holds 2499 accounts at most.
-        const int accounts = std::min(records, DownloadSession::FrameCapacity - 1);
-        const DownloadJob job = sampleDownloadJob(accounts);
-        QList<QByteArray> frames;
-        try {
-            LinkCodec codec;
-            frames.append(DownloadFrames::header(job, QDateTime(day, QTime(9, 0)), codec));
-            int n = 2;
-            for (const DownloadAccount& account : job.accounts)
-                frames.append(DownloadFrames::record(account, n++, codec));
-            frames.append(DownloadFrames::end());
-        } catch (const LinkError& e) {
-            std::fprintf(stderr, "cannot build the frames: %s\n", qPrintable(e.message()));
-            return 1;
-        }
+    for (const SendCase& c : sends) {
         Row row;
-        row.records = accounts;
-        for (int round = 0; round < Rounds; ++round) {
-            const auto [program, floor, minimal] = inTurn(
-                round,
-                [&] {
-                    return measure(downloadTerminal,
-                                   [&job](const QString& device) { return runDownloadSession(device, job); });
-                },
-                [&] {
-                    return measure(downloadTerminal, [&frames](const QString& device) {
-                        return qtFloor(device, frames, DownloadFrames::AnswerSize);
-                    });
-                },
-                [&] {
-                    return measure(downloadTerminal, [&frames](const QString& device) {
-                        return minimalLoop(device, frames, DownloadFrames::AnswerSize);
-                    });
-                });
-            if (!program.ok || !floor.ok || !minimal.ok) {
-                std::fprintf(stderr,
-                             "the send of %d accounts did not complete (program %d, %zu replies; floor %d, %zu; "
-                             "loop %d, %zu)\n",
-                             accounts, program.ok, program.turnUs.size(), floor.ok, floor.turnUs.size(), minimal.ok,
-                             minimal.turnUs.size());
-                return 1;
-            }
-            row.add(program, floor, minimal);
-        }
+        if (!sendRow(c, placer, &row))
+            return false;
         sendRows.append(row);
-        printRow("send", row, accounts < records ? "  (2499: the frame array's limit)" : "");
+        printRow("send", row, c.accounts < c.records ? "  (2499: the frame array's limit)" : "");
     }
-
     if (!receiveRows.isEmpty())
         printFlatness("receive", receiveRows);
     if (!sendRows.isEmpty())
@@ -590,5 +305,68 @@ int main(int argc, char* argv[])
         printSpread("receive", receiveRows);
     if (spread && !sendRows.isEmpty())
         printSpread("send", sendRows);
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    const QDate day(2007, 11, 16);
+    const QList<int> sizes{500, 1000, 2000, 2500};
+    // --rounds N: runs per figure; --receive-only / --send-only: one side
+    // (for a profiler); --spread: how the single turnarounds spread;
+    // --placement shared|apart: one placement only.
+    const QStringList args = app.arguments();
+    if (const qsizetype at = args.indexOf(QStringLiteral("--rounds")); at >= 0 && at + 1 < args.size())
+        Rounds = std::max(1, args.at(at + 1).toInt());
+    QString only;
+    if (const qsizetype at = args.indexOf(QStringLiteral("--placement")); at >= 0 && at + 1 < args.size())
+        only = args.at(at + 1);
+    const bool spread = args.contains(QStringLiteral("--spread"));
+
+    QList<ReceiveCase> receives;
+    for (int records : args.contains(QStringLiteral("--send-only")) ? QList<int>() : sizes) {
+        receives.append(ReceiveCase());
+        if (!makeReceiveCase(records, day, &receives.last()))
+            return 1;
+    }
+    QList<SendCase> sends;
+    for (int records : args.contains(QStringLiteral("--receive-only")) ? QList<int>() : sizes) {
+        sends.append(SendCase());
+        if (!makeSendCase(records, day, &sends.last()))
+            return 1;
+    }
+
+    std::printf("Turnaround per reply in microseconds, median of %d rounds: the program, the least a program on\n"
+                "Qt's event loop does (qt.floor: the port's readyRead answered with premade frames), and a minimal\n"
+                "loop, on the same kind of pty. ratio: program / loop, floor: qt.floor / loop, each the median of\n"
+                "the rounds' ratios; cpu: the PC side's processor time per reply\n",
+                Rounds);
+
+    if (only.isEmpty() || only == QLatin1String("shared")) {
+        std::printf("\nshared: the terminal and the PC side where the scheduler puts them\n");
+        if (!runAll(
+                receives, sends, [](int) { return Placement(); }, spread))
+            return 1;
+    }
+    if (only.isEmpty() || only == QLatin1String("apart")) {
+        const std::vector<int> cpus = allowedProcessors();
+        if (cpus.size() < 2) {
+            std::printf("\napart: not measured, this machine gives the program one processor\n");
+            return 0;
+        }
+        // Which end gets which processor changes from round to round: one
+        // processor may be busier with the machine's other work.
+        std::printf("\napart: the terminal on one processor, the PC side on another (%d and %d, swapped each "
+                    "round)\n",
+                    cpus[0], cpus[1]);
+        const Placer apart = [&cpus](int round) {
+            return round % 2 == 0 ? Placement{cpus[1], cpus[0]} : Placement{cpus[0], cpus[1]};
+        };
+        if (!runAll(receives, sends, apart, spread))
+            return 1;
+    }
     return 0;
 }
