@@ -6,6 +6,7 @@
 #include <chrono>
 #include <ctime>
 #include <fcntl.h>
+#include <functional>
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
@@ -135,59 +136,74 @@ bool readAtLeast(int fd, QByteArray& buffer, qsizetype size)
     return true;
 }
 
-void uploadTerminal(int master, const UploadRecords& records, Timing* out)
+namespace {
+
+// What the terminal does after answering a frame.
+enum class Then {
+    TimeNext, // time the PC to its next frame
+    Untimed,  // the next frame is not timed
+    Finish,   // the exchange is over
+    Fail,     // a frame it cannot answer
+};
+
+// The terminal's loop: each frame from the PC answered by `answer`, which
+// fills in the bytes to write back (none for no answer) and says what next.
+void answerFrames(int master, Timing* out,
+                  const std::function<Then(const QByteArray& frame, QByteArray* reply)>& answer)
 {
     QByteArray buffer;
     QByteArray frame;
+    QByteArray reply;
     SteadyClock::time_point sent;
     bool timing = false;
     while (nextFrame(master, buffer, &frame)) {
         if (timing)
             out->turnUs.push_back(microsSince(sent));
-        if (frame == UploadFrames::end()) {
+        reply.clear();
+        const Then then = answer(frame, &reply);
+        if (then == Then::Fail || (!reply.isEmpty() && !writeAll(master, reply)))
+            return;
+        sent = SteadyClock::now();
+        if (then == Then::Finish) {
             out->ok = true;
             return;
         }
+        timing = then == Then::TimeNext;
+    }
+}
+
+} // namespace
+
+void uploadTerminal(int master, const UploadRecords& records, Timing* out)
+{
+    answerFrames(master, out, [&records](const QByteArray& frame, QByteArray* reply) {
+        if (frame == UploadFrames::end())
+            return Then::Finish;
         const int n = UploadFrames::requestedRecord(frame);
         if (n < 0)
-            return;
-        const QByteArray reply = records.reply(n);
-        if (!writeAll(master, reply))
-            return;
-        sent = SteadyClock::now();
-        timing = n >= 2;
-    }
+            return Then::Fail;
+        *reply = records.reply(n);
+        return n >= 2 ? Then::TimeNext : Then::Untimed;
+    });
 }
 
 void downloadTerminal(int master, Timing* out)
 {
-    QByteArray buffer;
-    QByteArray frame;
-    SteadyClock::time_point sent;
-    bool timing = false;
-    while (nextFrame(master, buffer, &frame)) {
-        if (timing)
-            out->turnUs.push_back(microsSince(sent));
+    answerFrames(master, out, [](const QByteArray& frame, QByteArray* ack) {
         const int number = static_cast<unsigned char>(frame.at(7)) * 256 + static_cast<unsigned char>(frame.at(8));
-        QByteArray ack = QByteArrayLiteral("\x01\xFF\x10\xF0"
-                                           "D\x00\x07");
-        ack += static_cast<char>((number >> 8) & 0xFF);
-        ack += static_cast<char>(number & 0xFF);
-        ack += "AACK";
+        *ack = QByteArrayLiteral("\x01\xFF\x10\xF0"
+                                 "D\x00\x07");
+        *ack += static_cast<char>((number >> 8) & 0xFF);
+        *ack += static_cast<char>(number & 0xFF);
+        *ack += "AACK";
         int sum = 0;
-        for (qsizetype i = 7; i < ack.size(); ++i)
-            sum += static_cast<unsigned char>(ack.at(i));
-        ack += static_cast<char>((-sum) & 0xFF);
-        if (!writeAll(master, ack))
-            return;
-        sent = SteadyClock::now();
-        const bool end = frame.mid(9, 4) == "OVER";
-        if (end) {
-            out->ok = true;
-            return;
-        }
-        timing = number >= 2; // the header's answer waits for the 10 ms tick
-    }
+        for (qsizetype i = 7; i < ack->size(); ++i)
+            sum += static_cast<unsigned char>(ack->at(i));
+        *ack += static_cast<char>((-sum) & 0xFF);
+        if (frame.mid(9, 4) == "OVER")
+            return Then::Finish;
+        return number >= 2 ? Then::TimeNext : Then::Untimed; // the header's answer waits for the 10 ms tick
+    });
 }
 
 Timing measure(const std::function<void(int master, Timing*)>& terminal,

@@ -208,73 +208,52 @@ bool makeSendCase(int records, const QDate& day, SendCase* out)
     return true;
 }
 
-bool completed(const char* what, int size, const char* unit, const Timing& program, const Timing& floor,
-               const Timing& minimal)
+// One row: the program, the floor and the loop, each answered by
+// `terminal`, round after round; false (and why, on stderr) when one of
+// them did not complete. The floor and the loop write `frames`, and each
+// answer to them is `answerSize` bytes.
+bool measureRow(const char* what, const char* unit, const std::function<void(int master, Timing*)>& terminal,
+                const std::function<bool(const QString& device)>& program, const QList<QByteArray>& frames,
+                qsizetype answerSize, const Placer& placer, Row* row)
 {
-    if (program.ok && floor.ok && minimal.ok)
-        return true;
-    std::fprintf(stderr, "the %s of %d %s did not complete (program %d, %zu replies; floor %d, %zu; loop %d, %zu)\n",
-                 what, size, unit, program.ok, program.turnUs.size(), floor.ok, floor.turnUs.size(), minimal.ok,
-                 minimal.turnUs.size());
-    return false;
+    for (int round = 0; round < Rounds; ++round) {
+        const Placement placement = placer(round);
+        const auto [p, f, m] = inTurn(
+            round, [&] { return measure(terminal, program, placement); },
+            [&] {
+                return measure(
+                    terminal, [&](const QString& device) { return qtFloor(device, frames, answerSize); }, placement);
+            },
+            [&] {
+                return measure(
+                    terminal, [&](const QString& device) { return minimalLoop(device, frames, answerSize); },
+                    placement);
+            });
+        if (!p.ok || !f.ok || !m.ok) {
+            std::fprintf(stderr,
+                         "the %s of %d %s did not complete (program %d, %zu replies; floor %d, %zu; loop %d, %zu)\n",
+                         what, row->records, unit, p.ok, p.turnUs.size(), f.ok, f.turnUs.size(), m.ok, m.turnUs.size());
+            return false;
+        }
+        row->add(p, f, m);
+    }
+    return true;
 }
 
 bool receiveRow(const ReceiveCase& c, const Placer& placer, Row* row)
 {
-    auto terminal = [&c](int master, Timing* out) { uploadTerminal(master, c.replies, out); };
     row->records = c.records;
-    for (int round = 0; round < Rounds; ++round) {
-        const Placement placement = placer(round);
-        const auto [program, floor, minimal] = inTurn(
-            round, [&] { return measure(terminal, runUploadSession, placement); },
-            [&] {
-                return measure(
-                    terminal,
-                    [&c](const QString& device) { return qtFloor(device, c.requests, UploadFrames::ReplySize); },
-                    placement);
-            },
-            [&] {
-                return measure(
-                    terminal,
-                    [&c](const QString& device) { return minimalLoop(device, c.requests, UploadFrames::ReplySize); },
-                    placement);
-            });
-        if (!completed("receive", c.records, "records", program, floor, minimal))
-            return false;
-        row->add(program, floor, minimal);
-    }
-    return true;
+    return measureRow(
+        "receive", "records", [&c](int master, Timing* out) { uploadTerminal(master, c.replies, out); },
+        runUploadSession, c.requests, UploadFrames::ReplySize, placer, row);
 }
 
 bool sendRow(const SendCase& c, const Placer& placer, Row* row)
 {
     row->records = c.accounts;
-    for (int round = 0; round < Rounds; ++round) {
-        const Placement placement = placer(round);
-        const auto [program, floor, minimal] = inTurn(
-            round,
-            [&] {
-                return measure(
-                    downloadTerminal, [&c](const QString& device) { return runDownloadSession(device, c.job); },
-                    placement);
-            },
-            [&] {
-                return measure(
-                    downloadTerminal,
-                    [&c](const QString& device) { return qtFloor(device, c.frames, DownloadFrames::AnswerSize); },
-                    placement);
-            },
-            [&] {
-                return measure(
-                    downloadTerminal,
-                    [&c](const QString& device) { return minimalLoop(device, c.frames, DownloadFrames::AnswerSize); },
-                    placement);
-            });
-        if (!completed("send", c.accounts, "accounts", program, floor, minimal))
-            return false;
-        row->add(program, floor, minimal);
-    }
-    return true;
+    return measureRow(
+        "send", "accounts", downloadTerminal, [&c](const QString& device) { return runDownloadSession(device, c.job); },
+        c.frames, DownloadFrames::AnswerSize, placer, row);
 }
 
 // Every row with the two ends placed by `placer`, printed as they come.
