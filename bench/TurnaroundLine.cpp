@@ -4,6 +4,7 @@
 #include "terminal/UploadRecords.h"
 
 #include <chrono>
+#include <cstdio>
 #include <ctime>
 #include <fcntl.h>
 #include <functional>
@@ -215,13 +216,19 @@ Timing measure(const std::function<void(int master, Timing*)>& terminal,
         return timing;
     cpu_set_t before{};
     pthread_getaffinity_np(pthread_self(), sizeof before, &before);
+    // A run that could not be placed as asked is not counted as placed.
+    bool placed = true;
     std::thread peer([&] {
-        if (placement.apart())
-            pinTo(placement.terminalCpu);
+        if (placement.apart() && !pinTo(placement.terminalCpu)) {
+            std::fprintf(stderr, "the terminal could not be put on processor %d\n", placement.terminalCpu);
+            placed = false;
+        }
         terminal(pty.master, &timing);
     });
-    if (placement.apart())
-        pinTo(placement.pcCpu);
+    if (placement.apart() && !pinTo(placement.pcCpu)) {
+        std::fprintf(stderr, "the PC side could not be put on processor %d\n", placement.pcCpu);
+        placed = false;
+    }
     timespec started{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &started);
     const bool ok = slave(pty.slavePath);
@@ -231,7 +238,7 @@ Timing measure(const std::function<void(int master, Timing*)>& terminal,
     pthread_setaffinity_np(pthread_self(), sizeof before, &before);
     timing.cpuUs = static_cast<double>(after.tv_sec - started.tv_sec) * 1e6 +
                    static_cast<double>(after.tv_nsec - started.tv_nsec) / 1e3;
-    timing.ok = timing.ok && ok;
+    timing.ok = timing.ok && ok && placed;
     return timing;
 }
 

@@ -20,13 +20,6 @@ struct Timing
     std::vector<double> turnUs; // one per reply
     double cpuUs = 0;           // processor time of the PC's side, all of it
     double cpuPerReply() const { return turnUs.empty() ? 0 : cpuUs / static_cast<double>(turnUs.size()); }
-    double mean() const
-    {
-        double sum = 0;
-        for (double t : turnUs)
-            sum += t;
-        return turnUs.empty() ? 0 : sum / static_cast<double>(turnUs.size());
-    }
     double median() const { return medianOf(turnUs); }
 };
 
