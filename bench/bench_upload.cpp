@@ -120,6 +120,9 @@ struct Figures
     qint64 restoreCpuNs = 0;
     qint64 decodeNs = 0;
     bool ok = false;
+
+    // The program's own work per reply, in microseconds.
+    double ownUsPerReply() const { return static_cast<double>(exchangeCpuNs) / 1e3 / std::max(1, replies); }
 };
 
 bool runOnce(int collections, Figures* f, QString* error)
@@ -292,7 +295,7 @@ int main(int argc, char* argv[])
                              qPrintable(error.isEmpty() ? QStringLiteral("the restore reported a problem") : error));
                 return 1;
             }
-            perReplyRuns[i].push_back(f.exchangeCpuNs / 1e3 / std::max(1, f.replies));
+            perReplyRuns[i].push_back(f.ownUsPerReply());
             Figures& b = best[i];
             if (r == 0) {
                 b = f;
@@ -308,7 +311,7 @@ int main(int argc, char* argv[])
     double firstPerReply = 0;
     double lastPerReply = 0;
     for (const Figures& b : best) {
-        const double perReply = b.exchangeCpuNs / 1e3 / std::max(1, b.replies);
+        const double perReply = b.ownUsPerReply();
         if (firstPerReply == 0)
             firstPerReply = perReply;
         lastPerReply = perReply;
